@@ -1,0 +1,46 @@
+// iv_plataforma.h - what depends on the compiler and on the window system, in one place.
+#ifndef IV_PLATAFORMA_H
+#define IV_PLATAFORMA_H
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#include <windows.h>
+
+#include "ivrexa.h"
+
+static_assert(sizeof(wchar_t) == 2, "texts are UTF-16");
+static_assert(sizeof(void *) == 8, "a 64-bit library");
+
+// Copies n bytes one after the other, forwards: where the places overlap, the bytes written are read again.
+// An intrinsic of every compiler we use, so that no C runtime is needed.
+#if defined(_MSC_VER) || defined(__MINGW32__)
+#include <intrin.h>
+inline void iv_copia_bytes(void *destino, const void *origen, size_t n)
+{
+    __movsb(static_cast<unsigned char *>(destino), static_cast<const unsigned char *>(origen), n);
+}
+#else
+#error "iv_copia_bytes is missing for this compiler"
+#endif
+
+// The calls of the window system. They are bound on first use: loading the library does not load user32. Tests swap
+// entries to record a message or to answer a message box.
+struct iv_ventana_llamadas {
+    int      (WINAPI *MessageBoxA)(HWND hwnd, LPCSTR texto, LPCSTR titulo, UINT estilo);
+    int      (WINAPIV *wsprintfA)(LPSTR destino, LPCSTR formato, ...);
+    UINT     (WINAPI *RegisterWindowMessageA)(LPCSTR nombre);
+    LONG_PTR (WINAPI *SetWindowLongPtrW)(HWND hwnd, int indice, LONG_PTR valor);
+    LRESULT  (WINAPI *CallWindowProcW)(WNDPROC proc, HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    BOOL     (WINAPI *PostMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    LRESULT  (WINAPI *SendMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    void     (WINAPI *PostQuitMessage)(int codigo);
+    BOOL     (WINAPI *IsWindow)(HWND hwnd);
+    HWND     (WINAPI *GetActiveWindow)(void);
+    BOOL     (WINAPI *SetForegroundWindow)(HWND hwnd);
+};
+
+// The table, filled. Never NULL; the first call loads user32. Threads may race to it: they store the same addresses.
+iv_ventana_llamadas *iv_ventana(void);
+
+#endif
