@@ -22,6 +22,6 @@ extern "C" void *memcpy(void *destino, const void *origen, size_t n)
 
 extern "C" void *memset(void *destino, int valor, size_t n)
 {
-    __stosb(static_cast<unsigned char *>(destino), static_cast<unsigned char>(valor), n);
+    iv_llena_bytes(destino, static_cast<unsigned char>(valor), n);
     return destino;
 }

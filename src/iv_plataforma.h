@@ -12,16 +12,28 @@
 static_assert(sizeof(wchar_t) == 2, "texts are UTF-16");
 static_assert(sizeof(void *) == 8, "a 64-bit library");
 
-// Copies n bytes one after the other, forwards: where the places overlap, the bytes written are read again.
-// An intrinsic of every compiler we use, so that no C runtime is needed.
-#if defined(_MSC_VER) || defined(__MINGW32__)
+// Copies n bytes one after the other, forwards: where the places overlap, the bytes written are read again. Written as
+// one instruction, like filling, because a compiler may make a call of memcpy or memset out of a loop, and those two are
+// built on these.
+#if defined(_MSC_VER)
 #include <intrin.h>
 inline void iv_copia_bytes(void *destino, const void *origen, size_t n)
 {
     __movsb(static_cast<unsigned char *>(destino), static_cast<const unsigned char *>(origen), n);
 }
+inline void iv_llena_bytes(void *destino, unsigned char valor, size_t n)
+{
+    __stosb(static_cast<unsigned char *>(destino), valor, n);
+}
 #else
-#error "iv_copia_bytes is missing for this compiler"
+inline void iv_copia_bytes(void *destino, const void *origen, size_t n)
+{
+    __asm__ volatile("rep movsb" : "+D"(destino), "+S"(origen), "+c"(n) : : "memory");
+}
+inline void iv_llena_bytes(void *destino, unsigned char valor, size_t n)
+{
+    __asm__ volatile("rep stosb" : "+D"(destino), "+c"(n) : "a"(valor) : "memory");
+}
 #endif
 
 // The calls of the window system. They are bound on first use: loading the library does not load user32. Tests swap
