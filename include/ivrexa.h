@@ -80,7 +80,7 @@ typedef enum tipoDato {
 
 /* Result of a command. A command function may return other numbers; they reach the client as they are. */
 typedef enum ivrexa_resultado {
-    ivrexa_resultado_NINGUNO = 0,               /* no answer; also: no server ever offered the service */
+    ivrexa_resultado_NINGUNO = 0,               /* no answer; also: no channel, or the server's window is gone */
     ivrexa_resultado_OK = 1,                    /* the only result with which texts and output data arrive */
     ivrexa_resultado_CANCELADO = 2,
     ivrexa_resultado_ERROR = 3                  /* also: not a client of the service, server gone or dead */
@@ -108,13 +108,19 @@ typedef struct comando {
  * ivrexa_crea_datos_comando_salida, writes it, stores it with ivrexa_guarda_datos, passes the id that this gives to
  * ivrexa_set_datos_salida_comando, and puts the container into contexto->datos_salida, which keeps the block alive
  * until the service's next command. Texts too are answered with ivrexa_set_datos_salida_comando; what a command does
- * not answer stays as the command before left it. Not to be called from here: ivrexa_cierra_sesion. An exception
- * that escapes gives ivrexa_resultado_ERROR in a server without a window; in one with a window it is the host's. */
+ * not answer stays as the command before left it. An exception that escapes gives ivrexa_resultado_ERROR in a server
+ * without a window; in one with a window it is the host's.
+ *
+ * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
+ * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server
+ * without a window, besides: waiting for a thread that calls ivrexa_guarda_datos for this service, and
+ * ivrexa_notifica_a_cliente, which a closing session cannot end: the service's mutex is held while the function runs. */
 typedef int32_t (*ivrexa_funcion_comando)(const char *nombre_servicio, uint32_t id_comando, comando *contexto,
                                           void *datos_externos);
 
 /* A client's notification function. A client with a window is called twice for each notification: on the service's
- * notification thread with the datum as `dato`, then on the window's thread with the client's id as `dato`. */
+ * notification thread with the datum as `dato`, then on the window's thread with the client's id as `dato`. Deliberate.
+ * Call ivrexa_obtener_id_datos_notificacion and ivrexa_procesada_notificacion in the first of the two, once. */
 typedef void (*ivrexa_funcion_notificacion)(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato);
 
 /* A monitor's activity function: the fields of an iv_mcbase_actividad_t. nombre_servicio points into the registry;
@@ -179,8 +185,8 @@ IVREXA_API void ivrexa_destruye_datos_comando(comdat *comdat);
 
 /** Stores a written container in a shared block of its own, numbered by the service's channel.
  *
- *  Returns  the block's id, from 100 up, to pass to ivrexa_ejecuta_comando or ivrexa_set_datos_salida_comando;
- *           0 when nobody ever offered the service.
+ *  Returns  the block's id, to pass to ivrexa_ejecuta_comando or ivrexa_set_datos_salida_comando: from 100 up once a
+ *           server has offered the service, worthless before; 0 without a channel (nobody offers or uses the service).
  *  Owns     the container keeps the block alive: destroy it only after the other side has read it.
  *  Reports  "(comdat) != 0"; "existia_MCServ == CIERTO" without a channel; "comdat->id_bloque_MCCom == 0" and
  *           "comdat->shared_MCCom == NULL" for a container stored before (the new id is good all the same, and its
@@ -254,7 +260,8 @@ IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat,
  *  A second call only adds a service: path, window and kind stay those of the first. Deliberate.
  *  The _net variant is for hosts whose own window procedure answers the service's message
  *  (ivrexa_dame_id_MSG_servicio) with ivrexa_get_datos_entrada_comando and ivrexa_set_datos_salida_comando.
- *  Reports  "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS" with 16 programs registered on the desktop;
+ *  Reports  "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS" with 16 programs registered on the desktop: the program then has
+ *           no heartbeat, and who waits for it takes it for dead;
  *           "s_programa->num_servicios_prestados < i_NUM_MAX_SERVICIOS_PRESTADOS" past 16 services, dropped. */
 IVREXA_API void ivrexa_registra_servidor(const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa,
                                          const char *nombre_servicio, uint16_t version, void *datos_externos,
@@ -274,28 +281,33 @@ IVREXA_API void ivrexa_anyade_servicio(const char *nombre_servicio, uint16_t ver
 IVREXA_API void ivrexa_anyade_servicio_net(const char *nombre_servicio, uint16_t version);
 
 /** Publishes the services and starts to receive commands. Main thread, once, after the last service.
- *  A window with a command function is subclassed here. Without registration it does nothing.
- *  Reports  "ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS" with 32 services on the desktop; clients still reach it. */
+ *  A window with a command function is subclassed here: call it on the window's thread. Without registration it does
+ *  nothing. A later call publishes services added since and announces the others again.
+ *  Reports  "ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS" twice with 32 services on the desktop: clients still reach a
+ *           server with a window; a service without one ends at once. */
 IVREXA_API void ivrexa_terminado_registro(void);
 
 /** Waits, in steps of 400 ms, until no service of this program has a running thread: in a server without a window
  *  until it was told to end, in any other program not at all. */
 IVREXA_API void ivrexa_espera_comando_terminar_servidor(void);
 
-/** Asks the server of a service to end. Any program for a server with a window, which gets command 1 posted (and
- *  so WM_QUIT with 1); for one without, this program must be a client of the service, and all threads of the service
- *  end. Nothing happens when there is no such service. Does not wait for a server with a window. */
+/** Asks the server of a service to end. Nothing happens when there is no such service.
+ *  With a window: any program may ask, and does not wait; the server gets command 1 posted, and so WM_QUIT with 1, or,
+ *  in a _net server, the message with wParam 1 in its own procedure.
+ *  Without one: this program must be a client of the service; that service's thread ends. A server that offers several
+ *  waits in ivrexa_espera_comando_terminar_servidor until all of them were told. */
 IVREXA_API void ivrexa_terminar_servidor(const char *nombre_servicio);
 
 /** Registered window message of a service that this program offers or uses; wParam is the command id, lParam the id
- *  of the input block (0 = none), the window procedure's return value the result. 0 when unknown, not registered, or
- *  without a window. Offered services have theirs from ivrexa_terminado_registro on. */
+ *  of the input block (0 = none), the window procedure's return value the result. 0 when unknown or not registered, and
+ *  for a service that is offered without a window or before ivrexa_terminado_registro. */
 IVREXA_API uint32_t ivrexa_dame_id_MSG_servicio(const char *nombre_servicio);
 
 /** Reads the command under way, from the window procedure of a _net server or from a command function.
  *
  *  id_comando                 the message's wParam; another command than the one under way gives FALSO.
- *  id_datos_entrada_comando   out, may be NULL: id of the input block for ivrexa_lee_datos, 0 = none.
+ *  id_datos_entrada_comando   out, may be NULL: id of the input block for ivrexa_lee_datos, 0 = none, and always in a
+ *                             command function, whose context has the input already.
  *  buffer_cliente_64, buffer_cliente_256, buffer_cliente2_256
  *                             out, each may be NULL: the client's texts, room for 64, 256 and 256 characters.
  *  Returns                    CIERTO; FALSO, with nothing written, for a service that is not one of this server's
@@ -334,12 +346,14 @@ IVREXA_API void ivrexa_notifica_a_cliente(const char *nombre_servicio, uint32_t 
 /** Registers this program as a client of a service; at most 16, a further one is dropped silently. Main thread.
  *
  *  ruta_ejecutable  path of the executable, as for servers; used by the program's first registration only.
- *  hwnd_programa    main window, subclassed by the first registration; may be NULL.
+ *  hwnd_programa    main window, subclassed by the first registration, on whose thread that is called; may be NULL.
  *  nombre_servicio  need not be offered yet. One client at a time has the service's entry in the registry: the last
  *                   one to register. Clients of one service must take turns in running commands.
  *  A second registration for the same service changes nothing.
- *  Limit    a command on a server without a window within 2 s of this call (the client's heartbeat is still 0) ends
- *           that server with a chance of one in 25.
+ *  Limits   a command on a server without a window while the heartbeat of the service's client is 0 ends that server
+ *           with a chance of one in 25: for 2 s after this call, and also once the last client that registered for the
+ *           service has closed its session.
+ *           Notifications end with the server: after its restart, ivrexa_cierra_sesion and register anew.
  *  Reports  "(ruta_ejecutable) != 0", "(nombre_servicio) != 0"; "hwnd_programa == s_programa->hwnd_programa" for
  *           another window than the program's; the two full tables, as for servers. */
 IVREXA_API void ivrexa_registra_cliente_de_servicio(const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa,
@@ -351,8 +365,9 @@ IVREXA_API void ivrexa_registra_cliente_notificaciones_servicio(
     const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa, const char *nombre_servicio,
     ivrexa_funcion_notificacion funcion_notificacion_cliente);
 
-/** Runs a command on a service and waits for its end. Sends pending messages to this thread's windows when the
- *  server has a window (it is a SendMessage); polls in rounds of 100 ms when it has none.
+/** Runs a command on a service and waits for its end. With a server that has a window it is a SendMessage: messages
+ *  sent to this thread's windows are delivered meanwhile. With one that has none it polls in rounds of 100 ms: this
+ *  thread's windows stand still. Each call leaves two handles open (see README, Limits).
  *
  *  nombre_servicio          one that this program registered for as a client.
  *  id_comando               100 and up.
@@ -386,30 +401,31 @@ IVREXA_API int16_t ivrexa_hay_servicio_registrado_empiece_por(const char *prefij
                                                               char *buffer_nombre_servicio_registrado64,
                                                               uint16_t *version_servicio);
 
-/** Tells that this program opened a document for a service that it uses.
+/** Tells that this program opened a document for a service that it uses. Main thread.
  *
  *  ruta_documento, id_documento  of the document; the id is yours, not 0. At most 32 documents, a further one is
  *                                not recorded.
- *  Returns  this client's id for the service, which servers notify: the same for every document, from 200 up; 0 when
- *           the program or the service is not registered.
+ *  Returns  this client's id for the service, which servers notify: the same for every document, from 200 up in each
+ *           program; 0 when the program or the service is not registered.
  *  Reports  "(nombre_servicio) != 0", "(ruta_documento) != 0", "id_documento != 0"; "s_programa != NULL",
  *           "servicio_solicitado != NULL" (then 0); for a known id with another path
  *           "iv_mem_cadenas_iguales_u(doc->ruta, ruta_documento) == CIERTO". */
 IVREXA_API uint32_t ivrexa_abierto_documento_de_cliente(const char *nombre_servicio, const wchar_t *ruta_documento,
                                                         uint32_t id_documento);
 
-/** Tells that the document is closed, for every service. An unknown id does nothing.
+/** Tells that the document is closed, for every service. An unknown id does nothing. Main thread.
  *  Reports  "(ruta_documento) != 0", "id_documento != 0", "s_programa != NULL", and another path as above. */
 IVREXA_API void ivrexa_cerrado_documento_de_cliente(const wchar_t *ruta_documento, uint32_t id_documento);
 
 /** Id of the block that the server attached to the notification that is being handled; 0 when there is none or it
  *  is another notification.
- *  id_cliente, dato  as the notification function got them.
+ *  id_cliente, dato  as the notification function got them on the notification thread.
  *  Reports           "(nombre_servicio) != 0". */
 IVREXA_API uint32_t ivrexa_obtener_id_datos_notificacion(const char *nombre_servicio, uint32_t id_cliente,
                                                          uint32_t dato);
 
-/** Tells the server that the notification has been handled; ivrexa_notifica_a_cliente then returns there.
+/** Tells the server that the notification has been handled; ivrexa_notifica_a_cliente then returns there. Once for each
+ *  notification: a stray call stays in the mailbox and blocks the service's notifications.
  *  Reports  "(nombre_servicio) != 0". */
 IVREXA_API void ivrexa_procesada_notificacion(const char *nombre_servicio);
 
@@ -420,7 +436,7 @@ IVREXA_API void ivrexa_procesada_notificacion(const char *nombre_servicio);
  *  hwnd_monitor            main window, subclassed; the callbacks run in its message loop.
  *  datos_externos_monitor  yours; last argument of every callback.
  *  Registering empties the desktop's service table: services come back as they are used or announced. Deliberate.
- *  A monitor that never registers as a program is not ended by ivrexa_cierra_sesion: unregister it first.
+ *  ivrexa_cierra_sesion does not end a monitor: unregister it first. Call it on the window's thread.
  *  Reports  with a window "(funcionNotificacionActividad) != 0", "(funcionMonitorBuclesCliente) != 0",
  *           "(funcionMonitorBuclesServidor) != 0" (a null one is not called), "s_programa_monitor == NULL" when
  *           this program is the monitor already (nothing changes); without one "funcionNotificacionActividad ==
@@ -434,7 +450,8 @@ IVREXA_API void ivrexa_registra_monitor(ivrexa_hwnd hwnd_monitor,
 
 /** Ends this program's registration: threads, services, window procedure, everything the library holds. Main thread,
  *  once at the program's end; afterwards the program may register anew. Every pointer the library handed out is
- *  invalid. Takes half a second for each thread that still sleeps. Without registration only memory is released. */
+ *  invalid. No other thread may be inside the library, but in ivrexa_notifica_a_cliente, which then returns. Takes half
+ *  a second for each thread that still sleeps. Without registration only memory is released. */
 IVREXA_API void ivrexa_cierra_sesion(void);
 
 #ifdef __cplusplus

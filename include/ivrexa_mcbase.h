@@ -5,7 +5,7 @@
  *
  * WHO WRITES, under the mutex "Ivrexa_Mutex_MCB" unless said otherwise:
  *      0..21    the monitor at its registration; num_actividad_siguiente by whoever notes an activity.
- *               num_registros: by each process at its first registration, without the mutex. Deliberate.
+ *               num_registros: by each process whose first opening is a registration, without the mutex. Deliberate.
  *     22..1429  whoever acts, and only while a monitor is ready
  *   1430..5813  each program its own entry; a dead program's entry by the one that takes it over
  *   5814..8885  servers and clients of the service; the names are emptied by a monitor that registers
@@ -62,7 +62,8 @@ typedef struct datServ {
     uint16_t id_programa_cliente;           /* 66  the last client that registered for the service */
     uint32_t bucle_servidor_estado;         /* 68  loop state the server waits in: 1 or 2 */
     uint32_t bucle_servidor_vueltas;        /* 72  rounds of 100 ms spent in it */
-    uint32_t bucle_servidor_vivo_cliente;   /* 76  the client's heartbeat when the state was entered */
+    uint32_t bucle_servidor_vivo_cliente;   /* 76  the client's heartbeat when the state was entered;
+                                                   0 since a command began or ended */
     uint32_t id_comando_en_curso;           /* 80  command that a client is executing; 0 = none */
     uint32_t bucle_cliente_estado;          /* 84  loop state the client waits in: 1 to 4 */
     uint32_t bucle_cliente_vueltas;         /* 88  rounds of 100 ms spent in it */
@@ -72,7 +73,7 @@ typedef struct datServ {
 typedef struct iv_mcbase_t {
     uint16_t tam_bloque;                    /*    0  8886 once a monitor has initialised the block */
     uint16_t version;                       /*    2  256 likewise */
-    uint16_t num_registros;                 /*    4  processes that ever registered; wraps */
+    uint16_t num_registros;                 /*    4  processes that opened it to register; wraps */
     uint64_t hwnd_monitor;                  /*    6  0 = no monitor */
     uint32_t msg_monitor;                   /*   14  registered message "Ivrexa_Monitor_MSG" */
     uint32_t num_actividad_siguiente;       /*   18  number (1 to 63) of the next activity record */

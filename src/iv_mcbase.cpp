@@ -76,16 +76,25 @@ void iv_mcbase_desbloquea(iv_mcbase_acceso *acceso, iv_sitio sitio)
     InterlockedDecrement(&s_num_usos);
 }
 
+void iv_mcbase_retiene_apertura(void)
+{
+    AcquireSRWLockExclusive(&s_apertura);
+}
+
+void iv_mcbase_suelta_apertura(void)
+{
+    ReleaseSRWLockExclusive(&s_apertura);
+}
+
 // A thread of ours may still be in the middle of an operation: it is given a moment to leave, since the block and the
-// mutex vanish under it otherwise. A thread that was ended inside one never leaves; hence the bound, and the reset.
+// mutex vanish under it otherwise. A thread that was ended inside one never leaves; hence the bound.
 static void espera_usos(void)
 {
     for (uint32_t ms = 0; ms < ESPERA_USOS_MS && InterlockedCompareExchange(&s_num_usos, 0, 0) > 0; ms++)
         Sleep(1);
-    InterlockedExchange(&s_num_usos, 0);
 }
 
-void iv_mcbase_cierra(void)
+static void olvida_acceso(void)
 {
     AcquireSRWLockExclusive(&s_apertura);
     iv_mcbase_acceso *acceso = s_mcbase_acceso;
@@ -95,6 +104,12 @@ void iv_mcbase_cierra(void)
         return;
     espera_usos();
     cierra_acceso(acceso);
+}
+
+void iv_mcbase_cierra(void)
+{
+    olvida_acceso();
+    InterlockedExchange(&s_num_usos, 0);        // what is left are threads that were ended
 }
 
 static uint32_t cuenta_programas(iv_mcbase_vista *mcbase)
@@ -116,7 +131,7 @@ void iv_mcbase_libera_si_vacio(void)
     uint32_t num_programas = cuenta_programas(acceso->mcbase);
     iv_mcbase_desbloquea(acceso, iv_sitio_MCB_LIBERA_SI_VACIO);
     if (num_programas == 0)
-        iv_mcbase_cierra();
+        olvida_acceso();
 }
 
 // ---- Texts of the block
@@ -565,7 +580,7 @@ void iv_mcbase_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_activid
 
 void iv_mcbase_quita_monitor(void)
 {
-    if (s_mcbase_acceso != NULL) {
+    if (s_mcbase_acceso != NULL || s_programa_monitor != NULL) {    // the session may have been closed before
         iv_mcbase_acceso *acceso = iv_mcbase_bloquea(iv_tipo_MONITOR, FALSO, iv_sitio_MCB_QUITA_MONITOR);
         if (acceso != NULL) {
             acceso->mcbase->hwnd_monitor = 0;

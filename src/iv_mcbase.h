@@ -60,8 +60,12 @@ void iv_mcbase_desbloquea(iv_mcbase_acceso *acceso, iv_sitio sitio);
 // Closes this process's access if no program is registered on the desktop. Without an access record: nothing.
 void iv_mcbase_libera_si_vacio(void);
 
-// Closes this process's access. Without an access record: nothing.
+// Closes this process's access, at the end of a session: the library's threads are stopped. Without one: nothing.
 void iv_mcbase_cierra(void);
+
+// Keeps the opening and closing of the access to this thread, for as long as it ends another.
+void iv_mcbase_retiene_apertura(void);
+void iv_mcbase_suelta_apertura(void);
 
 // ---- Programs
 

@@ -12,9 +12,10 @@
 // WHO WRITES, under the service's mutex unless said otherwise (lock sites: iv_mutex.h):
 //      0..1189  the server, sites 23 to 32, and the result while it runs the command. Exceptions: a client whose round
 //               finds it dead sets servidor_terminado and estado_servidor (16 to 19), stores the answer of a server
-//               with a window in resultado (17), and either side numbers its data blocks with
-//               id_bloque_MCCom_siguiente (34).
-//   1190..2361  the client that holds `ocupacion` (16 to 19)
+//               with a window in resultado (17), makes the steps 1, 4 and 0 of info_estadoComando (16 to 19), and
+//               either side numbers its data blocks with id_bloque_MCCom_siguiente (34).
+//   1190..2361  the client that holds `ocupacion` (16 to 19); the server clears id_bloque_MCCom_entrada when it takes
+//               the input (35)
 //   2362..2377  mailbox: the server (21, 22) and its client (33), under the *internal* mutex
 //   no lock     estado_notificacion = 3, the client's receipt; id_comando, id_bloque_MCCom_entrada: written before the
 //               claim, cleared after the release; resultado texts by the command function; servidor_terminado by
@@ -184,7 +185,8 @@ int16_t iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO(uint32_t ind_datServ,
 // ---- Client
 
 // Runs a command. See ivrexa_ejecuta_comando; the texts are given as they came, each a new text of the caller's, and
-// NULL unless the result is 1. Each out may be NULL.
+// NULL where the result is another than 1; they are left as they are where nothing was exchanged: the program is no
+// client of the service, or there is no channel. Each out may be NULL.
 uint32_t iv_mcserv_ejecuta_comando(const char *nombre_servicio, uint32_t id_comando, uint16_t opciones_ventana,
                                    uint32_t id_bloque_MCCom_entrada, const wchar_t *buffer_cliente_64,
                                    const wchar_t *buffer_cliente_256, const wchar_t *buffer_cliente2_256,

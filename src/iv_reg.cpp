@@ -18,6 +18,9 @@ static const uint32_t GRACIA_HILO_MS = 500;
 static const uint32_t ESPERA_TERMINAR_MS = 400;
 static const uint32_t VUELTA_NOTIFICACION_MS = 500;
 static const uint32_t NUM_VUELTAS_NOTIFICACION = 60;
+static const uint32_t ESPERA_NOTIFICADORES_MS = 2000;
+
+static volatile LONG s_num_notificadores = 0;       // threads of the host inside iv_reg_notifica_a_cliente
 
 // ---- Finding services
 
@@ -136,7 +139,7 @@ static void inicia_registro(uint32_t tipo_programa, const char *ruta_ejecutable,
 
     programa->id_programa = iv_mcbase_registra_programa(tipo_programa, ruta_ejecutable, hwnd_programa);
     s_programa = programa;
-    DWORD id_hilo;
+    DWORD id_hilo = 0;
     programa->hilo_registro = CreateThread(NULL, TAM_PILA, bucle_registro, &programa->id_programa, 0, &id_hilo);
     programa->id_hilo_registro = id_hilo;
     iv_traza_cadena("*** Inicio registro ");
@@ -229,6 +232,7 @@ static void crea_canal(iv_reg_servicio_prestado *servicio)
 {
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_INICIA);
     int16_t ya_existia;
+    iv_shared_destruye(&servicio->shared_MCServ);       // an early look at the service may have opened it
     servicio->shared_MCServ = iv_mcserv_crea_bloque(servicio->nombre_MCServ, &ya_existia);
     if (servicio->shared_MCServ != NULL)
         iv_mcserv_inicia(iv_mcserv_vista_de(servicio->shared_MCServ), servicio->version, ya_existia);
@@ -239,7 +243,7 @@ static void crea_canal(iv_reg_servicio_prestado *servicio)
 // the block alive would find its own old servidor_terminado there.
 static void crea_hilo_servidor(iv_reg_servicio_prestado *servicio)
 {
-    DWORD id_hilo;
+    DWORD id_hilo = 0;
     servicio->hilo_servidor = CreateThread(NULL, TAM_PILA, iv_reg_bucle_servidor, servicio, CREATE_SUSPENDED, &id_hilo);
     servicio->id_hilo_servidor = id_hilo;
     servicio->estado_hilo_servidor = servicio->hilo_servidor != NULL ? iv_reg_hilo_CREADO : iv_reg_hilo_NINGUNO;
@@ -258,6 +262,8 @@ static void crea_objetos(iv_reg_servicio_prestado *servicio)
 
 static void anuncia(iv_reg_servicio_prestado *servicio)
 {
+    if (s_programa->hwnd_programa == NULL && servicio->estado_hilo_servidor == iv_reg_hilo_NINGUNO)
+        return;                                         // nobody would serve it: its thread has ended or never was
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_LISTO);
     if (servicio->shared_MCServ != NULL)
         iv_mcserv_servidor_listo(iv_mcserv_vista_de(servicio->shared_MCServ), s_programa->hwnd_programa,
@@ -343,10 +349,9 @@ static uint32_t ejecuta(iv_reg_servicio_prestado *servicio, iv_mcserv_vista *mcs
     uint32_t id_bloque_salida = datos_salida != NULL ? datos_salida->id_bloque_MCCom : 0;
     iv_traza_fin_comando(servicio->nombre_servicio, id_comando, static_cast<uint32_t>(resultado), &id_bloque_salida,
                          NULL, NULL, NULL);
-    if (ejecucion->datos_entrada != NULL) {
+    if (ejecucion->datos_entrada != NULL && ejecucion->datos_entrada != datos_salida)
         iv_comdat_destruye(ejecucion->datos_entrada);
-        ejecucion->datos_entrada = NULL;
-    }
+    ejecucion->datos_entrada = NULL;
     guarda_salida(servicio, datos_salida);
     return static_cast<uint32_t>(resultado);
 }
@@ -378,13 +383,13 @@ uint32_t iv_reg_procesa_comando(iv_reg_servicio_prestado *servicio, uint32_t id_
     return resultado;
 }
 
-// Command 1 ends the server. In a server without a window the quit message goes to the service's own thread, which the
-// termination flag ends.
-static void termina_por_comando(iv_reg_servicio_prestado *servicio)
+// The library's own commands: 1 ends the server, the others do nothing. In a server without a window the quit message
+// goes to the service's own thread, which the termination flag ends.
+static void ejecuta_reservado(iv_reg_servicio_prestado *servicio, uint32_t id_comando)
 {
     int16_t existia;
     iv_mcserv_vista *mcserv = canal_de(servicio, &existia);
-    if (mcserv == NULL || existia != CIERTO)
+    if (mcserv == NULL || existia != CIERTO || id_comando != ivrexa_comando_TERMINAR)
         return;
     iv_mcserv_servidor_terminado(mcserv);
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_TERMINA);
@@ -398,8 +403,7 @@ static uint32_t despacha(iv_reg_servicio_prestado *servicio, uint32_t id_comando
 {
     if (iv_mcserv_es_comando_reservado(id_comando) != CIERTO)
         return iv_reg_procesa_comando(servicio, id_comando, id_bloque_entrada);
-    if (id_comando == ivrexa_comando_TERMINAR)
-        termina_por_comando(servicio);
+    ejecuta_reservado(servicio, id_comando);
     return ivrexa_resultado_OK;
 }
 
@@ -608,10 +612,12 @@ void iv_reg_espera_comando_terminar_servidor(void)
 
 void iv_reg_notifica_a_cliente(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato, uint32_t id_datos)
 {
+    InterlockedIncrement(&s_num_notificadores);
     iv_reg_servicio_prestado *servicio = busca_prestado(nombre_servicio);
     iv_mcserv_vista *mcserv = servicio != NULL ? canal_de(servicio, NULL) : NULL;
-    if (mcserv != NULL)
+    if (mcserv != NULL && servicio->mutex_interno != NULL)      // none before iv_reg_terminado_registro
         iv_mcserv_notifica(mcserv, servicio->mutex_interno, id_cliente, dato, id_datos);
+    InterlockedDecrement(&s_num_notificadores);
 }
 
 // ---- Either side: storing command data
@@ -778,7 +784,7 @@ static void anyade_solicitado(const char *nombre_servicio, ivrexa_funcion_notifi
     solicitado->funcion_notificacion_cliente = funcion_notificacion_cliente;
     crea_objetos_cliente(solicitado);
     solicitado->terminar_hilo_cliente = 0;
-    DWORD id_hilo;
+    DWORD id_hilo = 0;
     solicitado->hilo_cliente = CreateThread(NULL, TAM_PILA, bucle_notificaciones_cliente, solicitado, 0, &id_hilo);
     solicitado->id_hilo_cliente = id_hilo;
 }
@@ -893,21 +899,27 @@ void iv_reg_cerrado_documento_de_cliente(const wchar_t *ruta_documento, uint32_t
 
 // ---- Close
 
-// The heap's lock is held meanwhile, so that the thread is not ended inside the heap, which would then stay locked.
-static void mata_hilo(HANDLE hilo)
+// The guards of this process that a thread may be inside of are held meanwhile, so that it is not ended there: they
+// would stay locked. What it held of a named mutex is abandoned, and the next to wait has it.
+static void mata_hilo(HANDLE hilo, iv_mutex *mutex)
 {
+    iv_mcbase_retiene_apertura();
     iv_mutex_heap_bloquea();
     TerminateThread(hilo, 0);
     iv_mutex_heap_desbloquea();
+    iv_mcbase_suelta_apertura();
+    if (mutex != NULL)
+        mutex->nivel_bloqueo = 0;
 }
 
-static void para_hilo(HANDLE hilo)
+// `mutex` is the one that the thread may hold, NULL for none.
+static void para_hilo(HANDLE hilo, iv_mutex *mutex)
 {
     DWORD codigo = 0;
     GetExitCodeThread(hilo, &codigo);
     if (codigo == STILL_ACTIVE) {
         Sleep(GRACIA_HILO_MS);
-        mata_hilo(hilo);
+        mata_hilo(hilo, mutex);
     }
     CloseHandle(hilo);
 }
@@ -916,7 +928,7 @@ static void para_latido(void)
 {
     if (s_programa->hilo_registro == NULL)
         return;
-    para_hilo(s_programa->hilo_registro);
+    para_hilo(s_programa->hilo_registro, NULL);
     s_programa->hilo_registro = NULL;
     s_programa->id_hilo_registro = 0;
 }
@@ -940,7 +952,7 @@ static void retira_servicio(iv_reg_servicio_prestado *servicio)
     iv_mcbase_anota_actividad(iv_tipo_SERVIDOR, iv_actividad_SERVICIO, FALSO, servicio->nombre_servicio, 0, 0);
     if (servicio->hilo_servidor == NULL)
         return;
-    para_hilo(servicio->hilo_servidor);
+    para_hilo(servicio->hilo_servidor, servicio->mutex_MCServ);
     servicio->hilo_servidor = NULL;
     servicio->id_hilo_servidor = 0;
     servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;
@@ -951,10 +963,21 @@ static void para_notificaciones(iv_reg_servicio_solicitado *solicitado)
     if (solicitado->hilo_cliente == NULL)
         return;
     solicitado->terminar_hilo_cliente = 1;
-    para_hilo(solicitado->hilo_cliente);
+    para_hilo(solicitado->hilo_cliente, solicitado->mutex_interno);
     solicitado->hilo_cliente = NULL;
     solicitado->id_hilo_cliente = 0;
     solicitado->terminar_hilo_cliente = 0;
+}
+
+// A thread of the host that notifies gives up on the termination flag: it is given the time to see it, since mutex and
+// channel go next. The bound is for one whose client holds the mailbox's mutex and does not run.
+static void espera_notificadores(void)
+{
+    for (uint32_t ms = 0; ms < ESPERA_NOTIFICADORES_MS; ms++) {
+        if (InterlockedCompareExchange(&s_num_notificadores, 0, 0) <= 0)
+            return;
+        Sleep(1);
+    }
 }
 
 static void libera_mutex(iv_mutex **mutex)
@@ -1005,6 +1028,7 @@ void iv_reg_cierra_sesion(void)
         para_notificaciones(&programa->servicios_solicitados[i]);
     if (programa->hwnd_programa != NULL)
         quita_wndproc();
+    espera_notificadores();
     libera_programa(programa);
     programa->estado_registro = iv_reg_CERRADO;
     s_programa = NULL;
