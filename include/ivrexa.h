@@ -114,7 +114,7 @@ typedef struct comando {
  * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
  * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server
  * without a window, besides: waiting for a thread that calls ivrexa_guarda_datos for this service, and
- * ivrexa_notifica_a_cliente, which a closing session cannot end: the service's mutex is held while the function runs. */
+ * ivrexa_notifica_a_cliente, which a closing session cannot end there: the service's mutex is held meanwhile. */
 typedef int32_t (*ivrexa_funcion_comando)(const char *nombre_servicio, uint32_t id_comando, comando *contexto,
                                           void *datos_externos);
 
@@ -260,8 +260,8 @@ IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat,
  *  A second call only adds a service: path, window and kind stay those of the first. Deliberate.
  *  The _net variant is for hosts whose own window procedure answers the service's message
  *  (ivrexa_dame_id_MSG_servicio) with ivrexa_get_datos_entrada_comando and ivrexa_set_datos_salida_comando.
- *  Reports  "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS" with 16 programs registered on the desktop: the program then has
- *           no heartbeat, and who waits for it takes it for dead;
+ *  Reports  "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS" with 16 programs registered on the desktop: the program then
+ *           has no heartbeat, and who waits for it takes it for dead;
  *           "s_programa->num_servicios_prestados < i_NUM_MAX_SERVICIOS_PRESTADOS" past 16 services, dropped. */
 IVREXA_API void ivrexa_registra_servidor(const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa,
                                          const char *nombre_servicio, uint16_t version, void *datos_externos,

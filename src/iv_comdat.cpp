@@ -8,13 +8,13 @@
 static const uint32_t TAM_INICIAL = 1024;
 static const uint32_t PASO_CRECIMIENTO = 1024;
 static const uint32_t TAM_CONTADOR = sizeof(uint32_t);      // the count of values at the head
-static const uint32_t TAM_MINIMO_VALOR = 2;                 // type and length of a name of no bytes: foreign content only
+static const uint32_t TAM_MINIMO_VALOR = 2;                 // type and length of a name of no bytes
 
 // ---- Appending
 
-// Makes room for `tam_minimo_nuevo` bytes: the largest multiple of 1024 not above that and 1024, in 32 bits. Deliberate:
-// also where it is such a multiple already. FALSO where that wraps, and in a container that is read: its readers'
-// pointers point into the buffer, which must not move.
+// Makes room for `tam_minimo_nuevo` bytes: the largest multiple of 1024 not above that and 1024, in 32 bits.
+// Deliberate, also where it is such a multiple already. FALSO where that wraps, and in a container that is read: its
+// readers' pointers point into the buffer, which must not move.
 static int16_t crece(comdat *comdat, uint64_t tam_minimo_nuevo)
 {
     if (comdat->tipo != iv_comdat_tipo_ESCRITURA)
@@ -494,8 +494,8 @@ static iv_comdat_valor *busca_valor(comdat *comdat, uint32_t indice, tipoDato ti
     return valor != NULL && valor->tipoDato == uint32_t{tipo} ? valor : NULL;
 }
 
-// Copies the value's bytes; missing ones are 0. The cursor does not move. Deliberate: the check is made from the cursor,
-// not from the value's own place.
+// Copies the value's bytes; missing ones are 0. The cursor does not move. The check is made from the cursor, not from
+// the value's own place. Deliberate.
 static void dame_fijo(comdat *comdat, uint32_t indice, tipoDato tipo, void *destino, uint32_t tam_valor)
 {
     memset(destino, 0, tam_valor);

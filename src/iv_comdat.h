@@ -67,7 +67,7 @@ struct comdat {
 comdat *iv_comdat_crea_para_grabar(const char *nombre_servicio, int16_t es_entrada);
 
 // A new container for reading, the caller's.
-//   shared_MCCom  address of the open block's record, which the container takes over; the caller's pointer becomes NULL.
+//   shared_MCCom  address of the open block's record, taken over; the caller's pointer becomes NULL.
 //   datos         private copy from the heap, taken over; followed by four zero bytes. tam_datos does not count them.
 //   Reports       "id_bloque_MCCom != 0", goes on; "shared_MCCom != NULL" for a null address, then NULL.
 comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom,

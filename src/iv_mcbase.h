@@ -84,7 +84,7 @@ uint32_t iv_mcbase_latido(iv_mcbase_vista *mcbase, uint16_t id_programa);
 
 // ---- Services
 
-// Index of a service, 32 for none; the first free entry in *ind_libre, if given, 32 for none. Called with the lock held.
+// Index of a service, 32 for none; the first free entry in *ind_libre, if given, 32 for none. Lock held.
 uint32_t iv_mcbase_busca_servicio(iv_mcbase_vista *mcbase, const char *nombre_servicio, uint32_t *ind_libre);
 
 // The same, entering it where it is missing; 32 when the table is full, after "ind_datServ <
@@ -137,7 +137,7 @@ struct iv_mcbase_monitor {
 extern iv_mcbase_monitor *s_programa_monitor;       // NULL while this process is not the monitor
 
 // Makes this process the monitor: subclasses the window, initialises the registry's header and ring, and empties the
-// names of all services. Deliberate. Reports "s_programa_monitor == NULL" where it is the monitor already, then nothing.
+// names of all services. Deliberate. Reports "s_programa_monitor == NULL" where it is that already, then nothing.
 void iv_mcbase_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_actividad funcionNotificacionActividad,
                                 ivrexa_funcion_bucle funcionMonitorBuclesCliente,
                                 ivrexa_funcion_bucle funcionMonitorBuclesServidor, void *datos_externos_monitor);

@@ -13,8 +13,8 @@ static_assert(sizeof(wchar_t) == 2, "texts are UTF-16");
 static_assert(sizeof(void *) == 8, "a 64-bit library");
 
 // Copies n bytes one after the other, forwards: where the places overlap, the bytes written are read again. Written as
-// one instruction, like filling, because a compiler may make a call of memcpy or memset out of a loop, and those two are
-// built on these.
+// one instruction, like filling, because a compiler may make a call of memcpy or memset out of a loop, and those
+// two are built on these.
 #if defined(_MSC_VER)
 #include <intrin.h>
 inline void iv_copia_bytes(void *destino, const void *origen, size_t n)

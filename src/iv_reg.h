@@ -67,7 +67,7 @@ struct iv_reg_servicio_solicitado {
 struct documento {
     wchar_t *ruta;
     uint32_t id;                                        // 0 = free slot
-    uint8_t  servicios[i_NUM_MAX_SERVICIOS_SOLICITADOS];    // 1 = opened for that service. Bookkeeping: nothing reads it.
+    uint8_t  servicios[i_NUM_MAX_SERVICIOS_SOLICITADOS];    // 1 = opened for that service; nothing reads it
 };
 
 struct iv_reg_programa {
