@@ -171,13 +171,14 @@ IVREXA_API void ivrexa_graba_cadena_unicode(comdat *comdat, const char *nombre_v
 
 /** Appends num_valores texts. NULL among them is a null text; a NULL array holds null texts only.
  *  Limit: an array of wide texts is written without its count while readers expect one, so it does not come back
- *  and hides the values behind it. Deliberate, a format shared with every other host: use single wide texts. */
+ *  and hides the values behind it; ivrexa_lee_datos reports that. Deliberate, a format shared with every other host:
+ *  use single wide texts. */
 IVREXA_API void ivrexa_graba_arr_cadenas_ansi(comdat *comdat, const char *nombre_valor,
                                               const char *const *cadenas, uint32_t num_valores);
 IVREXA_API void ivrexa_graba_arr_cadenas_unicode(comdat *comdat, const char *nombre_valor,
                                                  const wchar_t *const *cadenas, uint32_t num_valores);
 
-/** Destroys a container and everything that its readers returned, and closes the shared block it keeps open.
+/** Destroys a container and what its readers returned, and closes the shared block it keeps open.
  *  NULL reports "(comdat) != 0" and does nothing. */
 IVREXA_API void ivrexa_destruye_datos_comando(comdat *comdat);
 
@@ -190,7 +191,8 @@ IVREXA_API void ivrexa_destruye_datos_comando(comdat *comdat);
  *  Owns     the container keeps the block alive: destroy it only after the other side has read it.
  *  Reports  "(comdat) != 0"; "existia_MCServ == CIERTO" without a channel; "comdat->id_bloque_MCCom == 0" and
  *           "comdat->shared_MCCom == NULL" for a container stored before (the new id is good all the same, and its
- *           block stays open until the process ends); "shared_MCCom != NULL && *shared_MCCom != NULL" when the
+ *           block stays open until the process ends); "comdat->tipo == iv_comdat_tipo_ESCRITURA" for one that is
+ *           being read; "shared_MCCom != NULL && *shared_MCCom != NULL" when the
  *           block could not be made, then 0.
  *  Waits    for the service's mutex: while a windowless server runs a command, until that ends. */
 IVREXA_API uint32_t ivrexa_guarda_datos(comdat *comdat);
@@ -201,7 +203,10 @@ IVREXA_API uint32_t ivrexa_guarda_datos(comdat *comdat);
  *  id_bloque_MCCom  the id that ivrexa_guarda_datos gave on the other side.
  *  es_entrada       CIERTO for a command's input (the server reads), FALSO for its output (the client reads).
  *  Returns          a container for reading, yours until ivrexa_destruye_datos_comando; NULL without such a block.
- *  Reports          "(shared_MCCom) != 0" without such a block. */
+ *  Reports          "(shared_MCCom) != 0" without such a block. For content that does not keep to the format, which an
+ *                   array of wide texts makes too: "(comdat->offset + tam) <= comdat->ocupado" where it ends too early,
+ *                   "valor->tipoDato != ivrexa_tipoDato_desconocido" once; what was read before stays readable.
+ *                   "id_bloque_MCCom != 0" and "tam > 0" for a block 0 and for an empty one. */
 IVREXA_API comdat *ivrexa_lee_datos(const char *nombre_servicio, uint32_t id_bloque_MCCom, int16_t es_entrada);
 
 /*  The readers take a position from 0. A position that does not exist, another type, or a container that is not
@@ -211,7 +216,7 @@ IVREXA_API comdat *ivrexa_lee_datos(const char *nombre_servicio, uint32_t id_blo
  *  Reports  "comdat->tipo == iv_comdat_tipo_LECTURA" for a container that is being written;
  *           "(comdat->offset + tam) <= comdat->ocupado" where the content ends too early. The readers of numbers
  *           make this check from where the last text, buffer or array read ended, not from the value's own place:
- *           read numbers first, or everything in the order written but the last. Deliberate; the value is right.
+ *           read numbers first, or everything in the order written. Deliberate; the value is right.
  *  Pointers that are returned point into the container and live as long as it does. */
 
 /** How many values; works on both kinds of container. NULL reports "(comdat) != 0" twice and gives 0. */

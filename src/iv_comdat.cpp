@@ -43,7 +43,8 @@ static uint8_t *ocupa(comdat *comdat, uint64_t tam)
     return sitio;
 }
 
-// A value being written. A part that finds no room makes it incomplete: it is then taken back whole.
+// A value being written. A part that finds no room makes it incomplete: it is then taken back whole, also where the
+// heap raises.
 struct escritura {
     struct comdat *comdat;
     uint32_t       offset_inicial;
@@ -51,28 +52,42 @@ struct escritura {
     int16_t        completa;
 };
 
+static void deshace(escritura *escritura)
+{
+    escritura->completa = FALSO;
+    escritura->comdat->offset = escritura->offset_inicial;
+    escritura->comdat->ocupado = escritura->ocupado_inicial;
+}
+
+// The place of the value's next `tam` bytes; NULL where the value is incomplete.
+static uint8_t *ocupa_en_valor(escritura *escritura, uint64_t tam)
+{
+    uint8_t *sitio = NULL;
+    if (escritura->completa != CIERTO)
+        return NULL;
+    __try {
+        sitio = ocupa(escritura->comdat, tam);
+    } __finally {
+        if (sitio == NULL)
+            deshace(escritura);
+    }
+    return sitio;
+}
+
 static void anexa(escritura *escritura, const void *datos, uint64_t tam)
 {
-    if (escritura->completa != CIERTO)
-        return;
-    uint8_t *sitio = ocupa(escritura->comdat, tam);
+    uint8_t *sitio = ocupa_en_valor(escritura, tam);
     if (sitio != NULL)
         iv_mem_copia(sitio, datos, static_cast<uint32_t>(tam));
-    else
-        escritura->completa = FALSO;
 }
 
 // Position of `tam` zeroed bytes.
 static uint32_t anexa_ceros(escritura *escritura, uint64_t tam)
 {
     uint32_t posicion = escritura->comdat->offset;
-    if (escritura->completa != CIERTO)
-        return posicion;
-    uint8_t *sitio = ocupa(escritura->comdat, tam);
+    uint8_t *sitio = ocupa_en_valor(escritura, tam);
     if (sitio != NULL)
         memset(sitio, 0, static_cast<size_t>(tam));
-    else
-        escritura->completa = FALSO;
     return posicion;
 }
 
@@ -95,13 +110,8 @@ static escritura empieza_valor(comdat *comdat, tipoDato tipo, const char *nombre
 
 static void termina_valor(const escritura *escritura)
 {
-    comdat *comdat = escritura->comdat;
-    if (escritura->completa == CIERTO) {
-        (*comdat->num_valores)++;
-        return;
-    }
-    comdat->offset = escritura->offset_inicial;
-    comdat->ocupado = escritura->ocupado_inicial;
+    if (escritura->completa == CIERTO)
+        (*escritura->comdat->num_valores)++;
 }
 
 // ---- Reading at the cursor. A read past the end is reported, gives zeros, and leaves the cursor where it was.
@@ -154,7 +164,6 @@ static int16_t salta_arreglo(comdat *comdat)
 
 static int16_t salta_datos(comdat *comdat, const iv_comdat_valor *valor)
 {
-    iv_assert(valor->tipoDato != ivrexa_tipoDato_desconocido);
     switch (valor->tipoDato) {
     case ivrexa_tipoDato_byte:
         return salta(comdat, 1);
@@ -203,14 +212,26 @@ static uint32_t num_entradas_posibles(const comdat *comdat, uint32_t num_valores
     return num_valores < caben ? num_valores : caben;
 }
 
+// CIERTO when it was. Reported once for a content: a box for each value would keep whoever reads it busy for good.
+static int16_t informa_si_desconocido(const iv_comdat_valor *valor)
+{
+    iv_assert(valor->tipoDato != ivrexa_tipoDato_desconocido);
+    return valor->tipoDato == ivrexa_tipoDato_desconocido ? CIERTO : FALSO;
+}
+
 static void indexa(comdat *comdat, uint32_t num_valores)
 {
     uint32_t num = num_entradas_posibles(comdat, num_valores);
     uint32_t reservadas = num > 0 ? num : 1;
     comdat->valores = static_cast<iv_comdat_valor *>(iv_mem_calloc(reservadas, sizeof(iv_comdat_valor)));
-    for (uint32_t i = 0; i < num; i++)
-        if (indexa_valor(comdat, &comdat->valores[i]) != CIERTO)
+    int16_t hay_desconocido = FALSO;
+    for (uint32_t i = 0; i < num; i++) {
+        int16_t completo = indexa_valor(comdat, &comdat->valores[i]);
+        if (i < comdat->num_indexados && hay_desconocido != CIERTO)
+            hay_desconocido = informa_si_desconocido(&comdat->valores[i]);
+        if (completo != CIERTO)
             return;
+    }
     if (num < num_valores)
         hay_para_leer(comdat, TAM_MINIMO_VALOR);        // the content is at its end: this reports that
 }
@@ -480,7 +501,7 @@ uint32_t iv_comdat_tipoDato(comdat *comdat, uint32_t indice)
 {
     iv_assert_puntero(comdat);
     const iv_comdat_valor *valor = valor_en(comdat, indice);
-    return valor != NULL ? valor->tipoDato : uint32_t{ivrexa_tipoDato_desconocido};
+    return valor != NULL ? valor->tipoDato : static_cast<uint32_t>(ivrexa_tipoDato_desconocido);
 }
 
 // ---- Readers
@@ -491,7 +512,7 @@ static iv_comdat_valor *busca_valor(comdat *comdat, uint32_t indice, tipoDato ti
         return NULL;
     iv_assert(comdat->tipo == iv_comdat_tipo_LECTURA);
     iv_comdat_valor *valor = valor_en(comdat, indice);
-    return valor != NULL && valor->tipoDato == uint32_t{tipo} ? valor : NULL;
+    return valor != NULL && valor->tipoDato == static_cast<uint32_t>(tipo) ? valor : NULL;
 }
 
 // Copies the value's bytes; missing ones are 0. The cursor does not move. The check is made from the cursor, not from
@@ -609,7 +630,7 @@ static const void **lee_tabla(comdat *comdat, iv_comdat_valor *valor, uint32_t *
         *num = 0;
         return NULL;
     }
-    const void **tabla = static_cast<const void **>(i_malloc(*num * sizeof(void *)));
+    const void **tabla = static_cast<const void **>(i_malloc(*num * static_cast<uint32_t>(sizeof(void *))));
     valor->tabla_cadenas = tabla;           // Deliberate: the table of an earlier read is not freed
     llena_tabla(comdat, tabla, *num);
     return tabla;

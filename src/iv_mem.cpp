@@ -37,7 +37,7 @@ static HANDLE dame_heap(void)
 
 static void valida(HANDLE heap)
 {
-    if (iv_traza_activa() && !HeapValidate(heap, HEAP_NO_SERIALIZE, NULL))
+    if (iv_traza_activa() && heap != NULL && !HeapValidate(heap, HEAP_NO_SERIALIZE, NULL))
         iv_traza_linea("****** HEAP INVALIDO ***********");
 }
 
@@ -103,7 +103,7 @@ static void *reserva(uint32_t tam)
 {
     HANDLE heap = dame_heap();
     valida(heap);
-    void *memlocal = HeapAlloc(heap, HEAP_ZERO_MEMORY, tam);
+    void *memlocal = heap != NULL ? HeapAlloc(heap, HEAP_ZERO_MEMORY, tam) : NULL;
     iv_assert_puntero(memlocal);
     traza_malloc(heap, tam, memlocal);
     valida(heap);
@@ -115,16 +115,27 @@ static void *cambia_tam(void *viejo, uint32_t tam)
     HANDLE heap = dame_heap();
     valida(heap);
     traza_informacion("Antes de i_realloc: ", heap, viejo);
-    void *memlocal = HeapReAlloc(heap, HEAP_ZERO_MEMORY, viejo, tam);
+    void *memlocal = heap != NULL ? HeapReAlloc(heap, HEAP_ZERO_MEMORY, viejo, tam) : NULL;
     iv_assert_puntero(memlocal);
     valida(heap);
     traza_realloc(heap, viejo, tam, memlocal);
     return memlocal;
 }
 
+static void suelta(void *memlocal)
+{
+    HANDLE heap = dame_heap();
+    valida(heap);
+    traza_free(heap, memlocal);
+    if (heap != NULL)
+        HeapFree(heap, 0, memlocal);
+    valida(heap);
+}
+
 // The very first allocation waits on a lock that does not exist yet, which does nothing; making the heap takes the
 // lock and releases it, and the release below fails silently. Deliberate: the order is kept.
-// The release stands in a __finally: it is every program's lock, and the heap raises when memory runs out.
+// The release stands in a __finally: it is every program's lock, and the heap raises when memory runs out, or
+// when it is given what is no block of its own.
 void *i_malloc(uint32_t tam)
 {
     void *memlocal = NULL;
@@ -152,12 +163,11 @@ void *i_realloc(void *memlocal, uint32_t tam)
 void i_free(void *memlocal)
 {
     iv_mutex_heap_bloquea();
-    HANDLE heap = dame_heap();
-    valida(heap);
-    traza_free(heap, memlocal);
-    HeapFree(heap, 0, memlocal);
-    valida(heap);
-    iv_mutex_heap_desbloquea();
+    __try {
+        suelta(memlocal);
+    } __finally {
+        iv_mutex_heap_desbloquea();
+    }
 }
 
 void *iv_mem_malloc(uint32_t tam)
@@ -226,9 +236,9 @@ char *iv_mem_duplica_cadena(const char *cadena)
 
 wchar_t *iv_mem_duplica_cadena_u(const wchar_t *cadena)
 {
-    uint32_t longitud = iv_mem_longitud_u(cadena);
-    wchar_t *copia = static_cast<wchar_t *>(i_malloc((longitud + 1) * sizeof(wchar_t)));
-    iv_mem_copia(copia, cadena, longitud * sizeof(wchar_t));
+    uint32_t tam = iv_mem_longitud_u(cadena) * static_cast<uint32_t>(sizeof(wchar_t));
+    wchar_t *copia = static_cast<wchar_t *>(i_malloc(tam + static_cast<uint32_t>(sizeof(wchar_t))));
+    iv_mem_copia(copia, cadena, tam);
     return copia;
 }
 

@@ -43,7 +43,8 @@ inline void iv_mem_libera(registro **ptr)
 // Destroys the heap and its lock, if there is one. Every pointer into it is invalid afterwards.
 void iv_mem_cierra(void);
 
-// ---- Texts. New texts are the caller's. A null text counts as empty.
+// ---- Texts. New texts are the caller's. A null text counts as empty, but in the comparisons: it equals NULL only.
+// Sizes are 32-bit, so a text is shorter than 2 GiB.
 
 char *iv_mem_duplica_cadena(const char *cadena);
 wchar_t *iv_mem_duplica_cadena_u(const wchar_t *cadena);

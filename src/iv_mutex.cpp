@@ -84,11 +84,15 @@ void iv_mutex_destruye(iv_mutex **iv_mutex)
 
 // ---- The heap's lock
 
+// The handle is published once it is held: a thread that took it before would wait for the heap that is being made.
 void iv_mutex_heap_crea_y_bloquea(void)
 {
+    HANDLE mutex = s_mutex_heap;
     int16_t ya_existia;
-    s_mutex_heap = abre_por_nombre("ivrexa_iv_mem", &ya_existia);
-    iv_mutex_heap_bloquea();
+    if (mutex == NULL)
+        mutex = abre_por_nombre("ivrexa_iv_mem", &ya_existia);
+    WaitForSingleObject(mutex, INFINITE);
+    InterlockedExchangePointer(&s_mutex_heap, mutex);
 }
 
 void iv_mutex_heap_bloquea(void)

@@ -80,7 +80,7 @@ void iv_mutex_destruye(iv_mutex **iv_mutex);
 
 // The heap's plain lock "ivrexa_iv_mem": no record, no level. The handle is NULL while there is no heap, and waiting
 // on it or releasing it then fails at once, without a report.
-void iv_mutex_heap_crea_y_bloquea(void);
+void iv_mutex_heap_crea_y_bloquea(void);    // makes it where there is none
 void iv_mutex_heap_bloquea(void);
 void iv_mutex_heap_desbloquea(void);
 void iv_mutex_heap_destruye(void);      // releases it once, closes it

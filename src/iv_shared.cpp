@@ -71,14 +71,15 @@ static void iv_shared_cierra(void *sharedmem, HANDLE hmap)
     iv_assert(res != 0);
 }
 
-static uint32_t tam_legible(const iv_shared_cabecera *sharedmem)
+// The header is read once: another program may change it under us.
+static uint32_t tam_legible(const volatile iv_shared_cabecera *sharedmem)
 {
     uint32_t tam_datos = sharedmem->tam_datos;
     if (tam_datos <= TAM_PAGINA - TAM_CABECERA)
         return tam_datos;
 
     MEMORY_BASIC_INFORMATION vista;
-    if (VirtualQuery(sharedmem, &vista, sizeof vista) == 0)
+    if (VirtualQuery(const_cast<const iv_shared_cabecera *>(sharedmem), &vista, sizeof vista) == 0)
         return TAM_PAGINA - TAM_CABECERA;
     SIZE_T cabe = vista.RegionSize - TAM_CABECERA;
     return tam_datos <= cabe ? tam_datos : static_cast<uint32_t>(cabe);

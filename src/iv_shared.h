@@ -46,8 +46,8 @@ int16_t iv_shared_existe(const char *nombre);
 iv_shared_bloque *iv_shared_crea(const char *nombre, const char *tipo, uint32_t tam_memcomp,
                                  int16_t *ya_estaba_creado);
 
-// Makes a block that holds a copy of `datos`. A block that exists and is too small is closed and mapped once more,
-// which makes a fresh one unless somebody else has it open.
+// Makes a block that holds a copy of `datos`. A block that exists and is too small is closed and mapped once more. That
+// makes a fresh one if nobody has it open any more; the handle that found it stays open here, as everywhere.
 //   Returns  a new record; NULL without a mapping, or when the block is too small still: nothing is written then.
 //   Reports  "tam_datos_memlocal > 0", and as above.
 iv_shared_bloque *iv_shared_crea_con_datos(const char *nombre, uint32_t tam_datos_memlocal, const void *datos);
@@ -57,7 +57,8 @@ iv_shared_bloque *iv_shared_crea_con_datos(const char *nombre, uint32_t tam_dato
 //   Reports  "tam_datos > 0" and "ya_estaba_creado == CIERTO" when it does not exist; a block of no data then exists.
 iv_shared_bloque *iv_shared_abre(const char *nombre);
 
-// The same for a block that may not exist: NULL then, without a report, and nothing is created or left behind.
+// The same for a block that may not exist: NULL then, without a report, and nothing is created or left behind. One that
+// does exist is opened as everywhere, with the handle that stays.
 iv_shared_bloque *iv_shared_abre_si_existe(const char *nombre);
 
 // The block's data; NULL for a null record.

@@ -19,7 +19,7 @@
 // Shows the report and returns what the box returned. Allocates nothing, so that it can report the heap's failures.
 int iv_assert_mensaje(const char *expresion, const char *modulo, uint32_t linea);
 
-// ---- Primitives. Each but the last four tests the switch. A null text writes nothing.
+// ---- Primitives. Each but the last four tests the switch. A null text is left out.
 
 uint32_t iv_traza_activa(void);                     // not 0 when tracing is on
 void iv_traza_cadena(const char *texto);

@@ -98,7 +98,7 @@ void ivrexa_graba_arr_cadenas_unicode(comdat *comdat, const char *nombre_valor, 
     iv_comdat_graba_arr_cadenas_unicode(comdat, nombre_valor, cadenas, num_valores);
 }
 
-// The one export whose report changes the flow.
+// The one export whose argument check changes the flow.
 void ivrexa_destruye_datos_comando(comdat *comdat)
 {
     iv_assert_puntero(comdat);
