@@ -205,7 +205,8 @@ IVREXA_API uint32_t ivrexa_guarda_datos(comdat *comdat);
  *  Returns          a container for reading, yours until ivrexa_destruye_datos_comando; NULL without such a block.
  *  Reports          "(shared_MCCom) != 0" without such a block. For content that does not keep to the format, which an
  *                   array of wide texts makes too: "(comdat->offset + tam) <= comdat->ocupado" where it ends too early,
- *                   "valor->tipoDato != ivrexa_tipoDato_desconocido" once; what was read before stays readable.
+ *                   "valor->tipoDato != ivrexa_tipoDato_desconocido" for each such; what was read before stays
+ *                   readable.
  *                   "id_bloque_MCCom != 0" and "tam > 0" for a block 0 and for an empty one. */
 IVREXA_API comdat *ivrexa_lee_datos(const char *nombre_servicio, uint32_t id_bloque_MCCom, int16_t es_entrada);
 

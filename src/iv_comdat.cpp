@@ -164,6 +164,7 @@ static int16_t salta_arreglo(comdat *comdat)
 
 static int16_t salta_datos(comdat *comdat, const iv_comdat_valor *valor)
 {
+    iv_assert(valor->tipoDato != ivrexa_tipoDato_desconocido);
     switch (valor->tipoDato) {
     case ivrexa_tipoDato_byte:
         return salta(comdat, 1);
@@ -212,26 +213,14 @@ static uint32_t num_entradas_posibles(const comdat *comdat, uint32_t num_valores
     return num_valores < caben ? num_valores : caben;
 }
 
-// CIERTO when it was. Reported once for a content: a box for each value would keep whoever reads it busy for good.
-static int16_t informa_si_desconocido(const iv_comdat_valor *valor)
-{
-    iv_assert(valor->tipoDato != ivrexa_tipoDato_desconocido);
-    return valor->tipoDato == ivrexa_tipoDato_desconocido ? CIERTO : FALSO;
-}
-
 static void indexa(comdat *comdat, uint32_t num_valores)
 {
     uint32_t num = num_entradas_posibles(comdat, num_valores);
     uint32_t reservadas = num > 0 ? num : 1;
     comdat->valores = static_cast<iv_comdat_valor *>(iv_mem_calloc(reservadas, sizeof(iv_comdat_valor)));
-    int16_t hay_desconocido = FALSO;
-    for (uint32_t i = 0; i < num; i++) {
-        int16_t completo = indexa_valor(comdat, &comdat->valores[i]);
-        if (i < comdat->num_indexados && hay_desconocido != CIERTO)
-            hay_desconocido = informa_si_desconocido(&comdat->valores[i]);
-        if (completo != CIERTO)
+    for (uint32_t i = 0; i < num; i++)
+        if (indexa_valor(comdat, &comdat->valores[i]) != CIERTO)
             return;
-    }
     if (num < num_valores)
         hay_para_leer(comdat, TAM_MINIMO_VALOR);        // the content is at its end: this reports that
 }

@@ -70,7 +70,7 @@ comdat *iv_comdat_crea_para_grabar(const char *nombre_servicio, int16_t es_entra
 //   shared_MCCom  address of the open block's record, taken over; the caller's pointer becomes NULL.
 //   datos         private copy from the heap, taken over; followed by four zero bytes. tam_datos does not count them.
 //   Reports       "id_bloque_MCCom != 0", goes on; "shared_MCCom != NULL" for a null address, then NULL: `datos` stays
-//                 the caller's. "valor->tipoDato != ivrexa_tipoDato_desconocido" once; reads past the end.
+//                 the caller's. "valor->tipoDato != ivrexa_tipoDato_desconocido" for each such; reads past the end.
 comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom,
                                  iv_shared_bloque **shared_MCCom, uint8_t *datos, uint32_t tam_datos,
                                  int16_t es_entrada);

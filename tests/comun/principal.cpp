@@ -19,6 +19,13 @@ static int cuenta_rezagados()
     return num;
 }
 
+// A process that ends while its watcher sets up a window system that was loaded late hangs in Wine, which then kills it.
+static void espera_vigilante()
+{
+    if (!vigilante_en_reposo(5000))
+        fprintf(stderr, "the watcher did not come to rest\n");
+}
+
 namespace {
 
 // In a role there is no test to fail: the parent's has to.
@@ -37,7 +44,9 @@ int corre_papel(const orden_papel &orden)
     ::testing::TestEventListeners &oyentes = ::testing::UnitTest::GetInstance()->listeners();
     delete oyentes.Release(oyentes.default_result_printer());
     oyentes.Append(new oyente_de_papel);
-    return ejecuta_papel(orden);
+    int codigo = ejecuta_papel(orden);
+    espera_vigilante();
+    return codigo;
 }
 
 }
@@ -53,5 +62,6 @@ int main(int argc, char **argv)
     arranca_vigilante();
     instala_oyente_de_informes();
     int resultado = RUN_ALL_TESTS();
+    espera_vigilante();
     return cuenta_rezagados() > 0 ? 1 : resultado;
 }
