@@ -109,7 +109,8 @@ typedef struct comando {
  * ivrexa_set_datos_salida_comando, and puts the container into contexto->datos_salida, which keeps the block alive
  * until the service's next command. Texts too are answered with ivrexa_set_datos_salida_comando; what a command does
  * not answer stays as the command before left it. An exception that escapes gives ivrexa_resultado_ERROR in a server
- * without a window; in one with a window it is the host's.
+ * without a window; in one with a window it is the host's. Limit: a C++ exception of a host built with GCC's run-time
+ * must not escape past objects with destructors; the service's thread would hang.
  *
  * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
  * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server
@@ -294,7 +295,7 @@ IVREXA_API void ivrexa_anyade_servicio_net(const char *nombre_servicio, uint16_t
 IVREXA_API void ivrexa_terminado_registro(void);
 
 /** Waits, in steps of 400 ms, until no service of this program has a running thread: in a server without a window
- *  until it was told to end, in any other program not at all. */
+ *  until it was told to end or another thread closed the session, in any other program not at all. */
 IVREXA_API void ivrexa_espera_comando_terminar_servidor(void);
 
 /** Asks the server of a service to end. Nothing happens when there is no such service.
