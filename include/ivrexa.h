@@ -179,7 +179,8 @@ IVREXA_API void ivrexa_graba_arr_cadenas_ansi(comdat *comdat, const char *nombre
 IVREXA_API void ivrexa_graba_arr_cadenas_unicode(comdat *comdat, const char *nombre_valor,
                                                  const wchar_t *const *cadenas, uint32_t num_valores);
 
-/** Destroys a container and what its readers returned, and closes the shared block it keeps open.
+/** Destroys a container and what its readers returned, and closes the shared block it keeps open. A block that this
+ *  process opened to read stays in being until the process ends (see README, Limits).
  *  NULL reports "(comdat) != 0" and does nothing. */
 IVREXA_API void ivrexa_destruye_datos_comando(comdat *comdat);
 
@@ -443,7 +444,8 @@ IVREXA_API void ivrexa_procesada_notificacion(const char *nombre_servicio);
  *  hwnd_monitor            main window, subclassed; the callbacks run in its message loop.
  *  datos_externos_monitor  yours; last argument of every callback.
  *  Registering empties the desktop's service table: services come back as they are used or announced. Deliberate.
- *  ivrexa_cierra_sesion does not end a monitor: unregister it first. Call it on the window's thread.
+ *  ivrexa_cierra_sesion does not end a monitor: unregister it first. Call it on the window's thread. Unregistering ends
+ *  the desktop's monitor, also where another program is it.
  *  Reports  with a window "(funcionNotificacionActividad) != 0", "(funcionMonitorBuclesCliente) != 0",
  *           "(funcionMonitorBuclesServidor) != 0" (a null one is not called), "s_programa_monitor == NULL" when
  *           this program is the monitor already (nothing changes); without one "funcionNotificacionActividad ==

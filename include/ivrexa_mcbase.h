@@ -4,9 +4,10 @@
  * (a 32-bit count of data bytes); all zeros when new. Texts are ANSI with their NUL.
  *
  * WHO WRITES, under the mutex "Ivrexa_Mutex_MCB" unless said otherwise:
- *      0..21    the monitor at its registration; num_actividad_siguiente by whoever notes an activity.
+ *      0..21    the monitor at its registration; num_actividad_siguiente by whoever notes an activity; hwnd_monitor is
+ *               cleared by any program that unregisters a monitor.
  *               num_registros: by each process whose first opening is a registration, without the mutex. Deliberate.
- *     22..1429  whoever acts, and only while a monitor is ready
+ *     22..1429  the monitor at its registration; whoever acts, and only while a monitor is ready
  *   1430..5813  each program its own entry; a dead program's entry by the one that takes it over
  *   5814..8885  servers and clients of the service; the names are emptied by a monitor that registers
  *

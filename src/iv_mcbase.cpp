@@ -591,7 +591,9 @@ void iv_mcbase_quita_monitor(void)
     if (s_programa_monitor != NULL)
         cambia_procedimiento(s_programa_monitor->hwnd, s_programa_monitor->proc_ventana_anterior);
     s_programa_monitor = NULL;
+    iv_mcbase_retiene_apertura();
     s_mcbase_acceso = NULL;
+    iv_mcbase_suelta_apertura();
 }
 
 static void recibe_actividad(const iv_mcbase_monitor *monitor, iv_mcbase_vista *mcbase, uint32_t n)
@@ -636,7 +638,7 @@ static void recibe_aviso(WPARAM aviso, LPARAM lparam)
 
 LRESULT CALLBACK iv_mcbase_proc_monitor(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
 {
-    if (msg == s_registro_monitor.msg_monitor && s_programa_monitor != NULL) {
+    if (msg == s_registro_monitor.msg_monitor) {
         recibe_aviso(wparam, lparam);
         return 0;
     }

@@ -19,6 +19,7 @@ static const uint32_t ESPERA_TERMINAR_MS = 400;
 static const uint32_t VUELTA_NOTIFICACION_MS = 500;
 static const uint32_t NUM_VUELTAS_NOTIFICACION = 60;
 static const uint32_t ESPERA_NOTIFICADORES_MS = 2000;
+static const uint32_t ESPERA_SALIDA_MS = 5000;
 
 static volatile LONG s_num_notificadores = 0;       // threads of the host inside iv_reg_notifica_a_cliente
 
@@ -96,6 +97,32 @@ static void quita_wndproc(void)
     s_programa->wndproc_anterior = NULL;
 }
 
+// ---- How a thread of ours ends: by itself or by the close, never both at once. A thread that is ended while it leaves
+// would take a lock of the system's with it, and the process would hang.
+
+enum : LONG { SALIDA_NINGUNA = 0, SALIDA_PROPIA = 1, SALIDA_FORZADA = 2 };
+
+static volatile LONG s_salida_registro;
+static volatile LONG s_salida_servidor[i_NUM_MAX_SERVICIOS_PRESTADOS];
+static volatile LONG s_salida_cliente[i_NUM_MAX_SERVICIOS_SOLICITADOS];
+
+static volatile LONG *salida_de(const iv_reg_servicio_prestado *servicio)
+{
+    return &s_salida_servidor[servicio - s_registro_programa.servicios_prestados];
+}
+
+static volatile LONG *salida_de(const iv_reg_servicio_solicitado *solicitado)
+{
+    return &s_salida_cliente[solicitado - s_registro_programa.servicios_solicitados];
+}
+
+static DWORD sal_del_hilo(volatile LONG *salida)
+{
+    if (InterlockedCompareExchange(salida, SALIDA_PROPIA, SALIDA_NINGUNA) == SALIDA_FORZADA)
+        Sleep(INFINITE);                // the close is ending this thread
+    ExitThread(0);
+}
+
 // ---- Start of a registration
 
 static DWORD WINAPI bucle_registro(void *id_programa)
@@ -107,7 +134,7 @@ static DWORD WINAPI bucle_registro(void *id_programa)
             break;
         parar = iv_mcbase_estoy_vivo(*static_cast<const uint16_t *>(id_programa));
     }
-    ExitThread(0);
+    return sal_del_hilo(&s_salida_registro);
 }
 
 static const char *nombre_tipo(uint32_t tipo_programa)
@@ -140,6 +167,7 @@ static void inicia_registro(uint32_t tipo_programa, const char *ruta_ejecutable,
     programa->id_programa = iv_mcbase_registra_programa(tipo_programa, ruta_ejecutable, hwnd_programa);
     s_programa = programa;
     DWORD id_hilo = 0;
+    s_salida_registro = SALIDA_NINGUNA;
     programa->hilo_registro = CreateThread(NULL, TAM_PILA, bucle_registro, &programa->id_programa, 0, &id_hilo);
     programa->id_hilo_registro = id_hilo;
     iv_traza_cadena("*** Inicio registro ");
@@ -244,6 +272,7 @@ static void crea_canal(iv_reg_servicio_prestado *servicio)
 static void crea_hilo_servidor(iv_reg_servicio_prestado *servicio)
 {
     DWORD id_hilo = 0;
+    *salida_de(servicio) = SALIDA_NINGUNA;
     servicio->hilo_servidor = CreateThread(NULL, TAM_PILA, iv_reg_bucle_servidor, servicio, CREATE_SUSPENDED, &id_hilo);
     servicio->id_hilo_servidor = id_hilo;
     servicio->estado_hilo_servidor = servicio->hilo_servidor != NULL ? iv_reg_hilo_CREADO : iv_reg_hilo_NINGUNO;
@@ -560,7 +589,7 @@ DWORD WINAPI iv_reg_bucle_servidor(void *arg)
     if (mcserv != NULL)
         sirve(servicio, mcserv);
     servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;       // the last act: a close may follow at once
-    ExitThread(0);
+    return sal_del_hilo(salida_de(servicio));
 }
 
 // ---- Server: what hosts call while a command runs
@@ -734,7 +763,7 @@ static DWORD WINAPI bucle_notificaciones_cliente(void *arg)
     iv_mcserv_vista *mcserv = iv_mcserv_vista_de(solicitado->shared_MCServ);
     if (mcserv != NULL)
         atiende_notificaciones(solicitado, mcserv);
-    ExitThread(0);
+    return sal_del_hilo(salida_de(solicitado));
 }
 
 uint32_t iv_reg_obtener_id_datos_notificacion(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato)
@@ -785,6 +814,7 @@ static void anyade_solicitado(const char *nombre_servicio, ivrexa_funcion_notifi
     crea_objetos_cliente(solicitado);
     solicitado->terminar_hilo_cliente = 0;
     DWORD id_hilo = 0;
+    *salida_de(solicitado) = SALIDA_NINGUNA;
     solicitado->hilo_cliente = CreateThread(NULL, TAM_PILA, bucle_notificaciones_cliente, solicitado, 0, &id_hilo);
     solicitado->id_hilo_cliente = id_hilo;
 }
@@ -913,13 +943,16 @@ static void mata_hilo(HANDLE hilo, iv_mutex *mutex)
 }
 
 // `mutex` is the one that the thread may hold, NULL for none.
-static void para_hilo(HANDLE hilo, iv_mutex *mutex)
+static void para_hilo(HANDLE hilo, volatile LONG *salida, iv_mutex *mutex)
 {
     DWORD codigo = 0;
     GetExitCodeThread(hilo, &codigo);
     if (codigo == STILL_ACTIVE) {
         Sleep(GRACIA_HILO_MS);
-        mata_hilo(hilo, mutex);
+        if (InterlockedCompareExchange(salida, SALIDA_FORZADA, SALIDA_NINGUNA) == SALIDA_NINGUNA)
+            mata_hilo(hilo, mutex);
+        else
+            WaitForSingleObject(hilo, ESPERA_SALIDA_MS);
     }
     CloseHandle(hilo);
 }
@@ -928,7 +961,7 @@ static void para_latido(void)
 {
     if (s_programa->hilo_registro == NULL)
         return;
-    para_hilo(s_programa->hilo_registro, NULL);
+    para_hilo(s_programa->hilo_registro, &s_salida_registro, NULL);
     s_programa->hilo_registro = NULL;
     s_programa->id_hilo_registro = 0;
 }
@@ -952,7 +985,7 @@ static void retira_servicio(iv_reg_servicio_prestado *servicio)
     iv_mcbase_anota_actividad(iv_tipo_SERVIDOR, iv_actividad_SERVICIO, FALSO, servicio->nombre_servicio, 0, 0);
     if (servicio->hilo_servidor == NULL)
         return;
-    para_hilo(servicio->hilo_servidor, servicio->mutex_MCServ);
+    para_hilo(servicio->hilo_servidor, salida_de(servicio), servicio->mutex_MCServ);
     servicio->hilo_servidor = NULL;
     servicio->id_hilo_servidor = 0;
     servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;
@@ -963,7 +996,7 @@ static void para_notificaciones(iv_reg_servicio_solicitado *solicitado)
     if (solicitado->hilo_cliente == NULL)
         return;
     solicitado->terminar_hilo_cliente = 1;
-    para_hilo(solicitado->hilo_cliente, solicitado->mutex_interno);
+    para_hilo(solicitado->hilo_cliente, salida_de(solicitado), solicitado->mutex_interno);
     solicitado->hilo_cliente = NULL;
     solicitado->id_hilo_cliente = 0;
     solicitado->terminar_hilo_cliente = 0;
