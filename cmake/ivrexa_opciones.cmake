@@ -1,0 +1,90 @@
+# How the library, the tests and the examples are compiled and linked.
+
+set(CMAKE_C_STANDARD 11)
+set(CMAKE_CXX_STANDARD 17)
+foreach(lenguaje C CXX)
+    set(CMAKE_${lenguaje}_STANDARD_REQUIRED ON)
+    set(CMAKE_${lenguaje}_EXTENSIONS OFF)
+endforeach()
+
+if(MINGW)
+    # clang's driver names the system libraries that programs need, and the DLL names its own.
+    set(CMAKE_C_STANDARD_LIBRARIES "")
+    set(CMAKE_CXX_STANDARD_LIBRARIES "")
+    # Debug information goes into a .pdb beside each binary, which names it without its folder. No time stamps: a
+    # second build in the same place gives the same bytes.
+    add_compile_options($<$<AND:$<COMPILE_LANGUAGE:C,CXX>,$<CONFIG:Debug,RelWithDebInfo>>:-gcodeview>)
+    add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=>)
+    add_link_options(LINKER:--no-insert-timestamp
+        "$<$<CONFIG:Debug,RelWithDebInfo>:LINKER:--pdb=;LINKER:-Xlink=-pdbaltpath:%_PDB%>")
+elseif(MSVC)
+    # Exceptions are for tests and examples; ivrexa_opciones_prueba and ivrexa_opciones_ejemplo ask for them.
+    string(REPLACE "/EHsc" "" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
+    add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:/utf-8>)
+    add_link_options(LINKER:/Brepro)
+endif()
+
+function(ivrexa_avisos objetivo)
+    if(MSVC)
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:/W4;/WX>)
+    else()
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Werror>)
+    endif()
+endfunction()
+
+# Code of the library: it may count on nothing that a C or C++ runtime sets up, so it has no exceptions, no
+# RTTI and no object that is constructed at load time.
+function(ivrexa_opciones_biblioteca objetivo)
+    ivrexa_avisos(${objetivo})
+    if(MSVC)
+        set(opciones /GR- /GS- /Zc:threadSafeInit-)
+    else()
+        set(opciones -fno-exceptions -fno-rtti -fno-strict-aliasing -fms-extensions -fno-threadsafe-statics
+            -fno-stack-protector -Wglobal-constructors -Wexit-time-destructors)
+    endif()
+    target_compile_options(${objetivo} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${opciones}>")
+endfunction()
+
+# Links the DLL without a C runtime: kernel32 is the only library it imports.
+function(ivrexa_enlaza_sin_runtime objetivo)
+    if(MSVC)
+        # The static half of the compiler's own support library has the handler behind __try and imports
+        # nothing.
+        target_link_options(${objetivo} PRIVATE LINKER:/NODEFAULTLIB LINKER:/ENTRY:DllMain)
+        target_link_libraries(${objetivo} PRIVATE kernel32 libvcruntime)
+    else()
+        # A compiler may turn the loops of memcpy and memset into calls of themselves, unless told not to.
+        set_source_files_properties(src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
+        target_link_options(${objetivo} PRIVATE -nostdlib LINKER:--entry=DllMain)
+        target_link_libraries(${objetivo} PRIVATE kernel32)
+    endif()
+endfunction()
+
+# A program that needs no DLL of its compiler beside it. GCC's C++ library asks for threads.
+function(ivrexa_enlaza_estatico objetivo)
+    target_link_options(${objetivo} PRIVATE -static)
+    target_link_libraries(${objetivo} PRIVATE pthread)
+endfunction()
+
+# A test program: ordinary C++ and C.
+function(ivrexa_opciones_prueba objetivo)
+    ivrexa_avisos(${objetivo})
+    if(MSVC)
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:/EHsc>)
+    else()
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-fms-extensions>)
+        ivrexa_enlaza_estatico(${objetivo})
+    endif()
+endfunction()
+
+# An example: what any host may write, so plain C11 or C++17 and nothing beyond.
+function(ivrexa_opciones_ejemplo objetivo)
+    ivrexa_avisos(${objetivo})
+    if(MSVC)
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:/EHsc>
+            $<$<COMPILE_LANGUAGE:C,CXX>:/permissive->)
+    else()
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:-pedantic>)
+        ivrexa_enlaza_estatico(${objetivo})
+    endif()
+endfunction()
