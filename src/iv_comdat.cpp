@@ -24,7 +24,10 @@ static int16_t crece(comdat *comdat, uint64_t tam_minimo_nuevo)
     iv_assert(nuevo_tam >= tam_minimo_nuevo);
     if (nuevo_tam < tam_minimo_nuevo)
         return FALSO;
-    comdat->buffer = static_cast<uint8_t *>(iv_mem_realloc(comdat->buffer, nuevo_tam));
+    uint8_t *nuevo = static_cast<uint8_t *>(iv_mem_realloc(comdat->buffer, nuevo_tam));
+    if (nuevo == NULL)
+        return FALSO;                                       // a heap that does not raise; it has been reported
+    comdat->buffer = nuevo;
     comdat->num_valores = reinterpret_cast<uint32_t *>(comdat->buffer);
     comdat->tam = nuevo_tam;
     return CIERTO;
@@ -218,6 +221,8 @@ static void indexa(comdat *comdat, uint32_t num_valores)
     uint32_t num = num_entradas_posibles(comdat, num_valores);
     uint32_t reservadas = num > 0 ? num : 1;
     comdat->valores = static_cast<iv_comdat_valor *>(iv_mem_calloc(reservadas, sizeof(iv_comdat_valor)));
+    if (comdat->valores == NULL)
+        return;
     for (uint32_t i = 0; i < num; i++)
         if (indexa_valor(comdat, &comdat->valores[i]) != CIERTO)
             return;
@@ -293,6 +298,10 @@ comdat *iv_comdat_carga(const char *nombre_servicio, uint32_t id_bloque_MCCom, i
 {
     uint32_t tam_datos;
     uint8_t *datos = static_cast<uint8_t *>(iv_shared_copia_local(*shared_MCCom, &tam_datos));
+    if (datos == NULL) {
+        iv_shared_destruye(shared_MCCom);
+        return NULL;
+    }
     return iv_comdat_crea_para_leer(nombre_servicio, id_bloque_MCCom, shared_MCCom, datos, tam_datos, es_entrada);
 }
 
@@ -620,6 +629,8 @@ static const void **lee_tabla(comdat *comdat, iv_comdat_valor *valor, uint32_t *
         return NULL;
     }
     const void **tabla = static_cast<const void **>(i_malloc(*num * static_cast<uint32_t>(sizeof(void *))));
+    if (tabla == NULL)
+        *num = 0;
     valor->tabla_cadenas = tabla;           // Deliberate: the table of an earlier read is not freed
     llena_tabla(comdat, tabla, *num);
     return tabla;

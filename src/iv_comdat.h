@@ -75,7 +75,8 @@ comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque
                                  iv_shared_bloque **shared_MCCom, uint8_t *datos, uint32_t tam_datos,
                                  int16_t es_entrada);
 
-// Copies the data of an open block and makes a container for reading over the copy; takes the block over.
+// Copies the data of an open block and makes a container for reading over the copy; takes the block over. NULL, with
+// the block released, when there is no memory for the copy.
 comdat *iv_comdat_carga(const char *nombre_servicio, uint32_t id_bloque_MCCom, iv_shared_bloque **shared_MCCom,
                         int16_t es_entrada);
 

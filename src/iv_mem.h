@@ -8,7 +8,8 @@
 // turns. Deliberate.
 //
 // FAILURE. The heap raises a structured exception when memory runs out; the library does not catch it, and gives the
-// heap's lock back on the way out.
+// heap's lock back on the way out. A heap that gives NULL instead, as Wine's does, is reported; what asked for as much
+// as a peer or a host may name copes with the NULL.
 #ifndef IV_MEM_H
 #define IV_MEM_H
 

@@ -185,6 +185,8 @@ void *iv_shared_copia_local(const iv_shared_bloque *bloque, uint32_t *tam_datos)
     if (tam > UINT32_MAX - MARGEN_COPIA_LOCAL)
         tam = UINT32_MAX - MARGEN_COPIA_LOCAL;
     void *copia = iv_mem_malloc_con_margen(tam, MARGEN_COPIA_LOCAL);
+    if (copia == NULL)
+        tam = 0;                                    // a heap that does not raise; it has been reported
     iv_mem_copia(copia, iv_shared_datos(bloque), tam);
     *tam_datos = tam;
     return copia;
