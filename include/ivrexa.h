@@ -114,8 +114,8 @@ typedef struct comando {
  *
  * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
  * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server
- * without a window, besides: waiting for a thread that calls ivrexa_guarda_datos for this service, and
- * ivrexa_notifica_a_cliente, which a closing session cannot end there: the service's mutex is held meanwhile. */
+ * without a window, besides: waiting for a thread that calls ivrexa_guarda_datos for this service, whose mutex is held
+ * meanwhile. */
 typedef int32_t (*ivrexa_funcion_comando)(const char *nombre_servicio, uint32_t id_comando, comando *contexto,
                                           void *datos_externos);
 

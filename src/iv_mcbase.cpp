@@ -52,21 +52,28 @@ iv_mcbase_acceso *iv_mcbase_abre(uint32_t, int16_t registrando)
         return acceso;
 
     AcquireSRWLockExclusive(&s_apertura);
-    if (s_mcbase_acceso == NULL)
-        s_mcbase_acceso = crea_acceso(registrando);
-    acceso = s_mcbase_acceso;
-    ReleaseSRWLockExclusive(&s_apertura);
+    __try {
+        if (s_mcbase_acceso == NULL)
+            s_mcbase_acceso = crea_acceso(registrando);
+        acceso = s_mcbase_acceso;
+    } __finally {
+        ReleaseSRWLockExclusive(&s_apertura);       // the heap raises when memory runs out
+    }
     return acceso;
 }
 
 iv_mcbase_acceso *iv_mcbase_bloquea(uint32_t tipo_programa, int16_t registrando, iv_sitio sitio)
 {
+    iv_mcbase_acceso *acceso = NULL;
     InterlockedIncrement(&s_num_usos);
-    iv_mcbase_acceso *acceso = iv_mcbase_abre(tipo_programa, registrando);
+    __try {
+        acceso = iv_mcbase_abre(tipo_programa, registrando);
+    } __finally {
+        if (acceso == NULL)
+            InterlockedDecrement(&s_num_usos);
+    }
     if (acceso != NULL)
         iv_mutex_bloquea(acceso->mutex, sitio);
-    else
-        InterlockedDecrement(&s_num_usos);
     return acceso;
 }
 

@@ -154,7 +154,8 @@ comdat *iv_mcserv_lee_datos_entrada(const char *nombre_servicio, iv_shared_bloqu
 // ---- Mailbox
 
 // Both waits return with the internal mutex held; CIERTO when the state has come, FALSO when the server ends. They
-// sleep outside the mutex, and have no time-out but that. Deliberate.
+// sleep outside the mutex, and have no time-out but that. Deliberate. A session that closes ends them before it marks
+// the channel: a command function that notifies holds the mutex that the mark needs.
 static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, iv_sitio sitio,
                                    uint32_t estado)
 {
@@ -162,7 +163,7 @@ static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_inte
         iv_mutex_bloquea(mutex_interno, sitio);
         if (mcserv->estado_notificacion == estado)
             return CIERTO;
-        if (mcserv->servidor_terminado == 1)
+        if (mcserv->servidor_terminado == 1 || iv_reg_esta_cerrando() == CIERTO)
             return FALSO;
         iv_mutex_desbloquea(mutex_interno, sitio);
         Sleep(iv_mcserv_RONDA_MS);
@@ -194,7 +195,7 @@ void iv_mcserv_notifica(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, uint32
         escribe_notificacion(mcserv, dato1, dato2, dato3);
     int16_t terminado = mcserv->servidor_terminado != 0 ? CIERTO : FALSO;
     iv_mutex_desbloquea(mutex_interno, iv_sitio_NOTIFICA_ESCRIBE);
-    if (terminado == CIERTO)
+    if (terminado == CIERTO || libre != CIERTO)
         return;
 
     int16_t procesada = espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESPERA,

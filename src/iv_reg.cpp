@@ -21,7 +21,13 @@ static const uint32_t NUM_VUELTAS_NOTIFICACION = 60;
 static const uint32_t ESPERA_NOTIFICADORES_MS = 2000;
 static const uint32_t ESPERA_SALIDA_MS = 5000;
 
-static volatile LONG s_num_notificadores = 0;       // threads of the host inside iv_reg_notifica_a_cliente
+static volatile LONG s_num_notificadores = 0;       // threads inside iv_reg_notifica_a_cliente
+
+int16_t iv_reg_esta_cerrando(void)
+{
+    const iv_reg_programa *programa = s_programa;
+    return programa != NULL && programa->estado_registro >= iv_reg_CERRANDO ? CIERTO : FALSO;
+}
 
 // ---- Finding services
 
@@ -163,6 +169,7 @@ static void inicia_registro(uint32_t tipo_programa, const char *ruta_ejecutable,
     programa->siguiente_id_cliente = i_PRIMER_ID_CLIENTE;
     programa->num_servicios_solicitados = 0;
     programa->num_documentos = 0;
+    s_num_notificadores = 0;            // what the last session left are threads that it ended
 
     programa->id_programa = iv_mcbase_registra_programa(tipo_programa, ruta_ejecutable, hwnd_programa);
     s_programa = programa;
@@ -334,13 +341,18 @@ struct iv_reg_ejecucion {
     comando *contexto;
 };
 
+static void destruye_salida(iv_reg_servicio_prestado *servicio)
+{
+    if (servicio->iv_comdat_salida_postergada == NULL)
+        return;
+    iv_comdat_destruye(servicio->iv_comdat_salida_postergada);
+    servicio->iv_comdat_salida_postergada = NULL;
+}
+
 static void prepara_ejecucion(iv_reg_servicio_prestado *servicio, iv_mcserv_vista *mcserv, uint32_t id_bloque_entrada,
                               iv_reg_ejecucion *ejecucion)
 {
-    if (servicio->iv_comdat_salida_postergada != NULL) {
-        iv_comdat_destruye(servicio->iv_comdat_salida_postergada);
-        servicio->iv_comdat_salida_postergada = NULL;
-    }
+    destruye_salida(servicio);
     uint64_t hwnd_cliente = mcserv->hwnd_cliente;
     uint64_t hwnd_servidor = mcserv->hwnd_servidor;
     if (id_bloque_entrada != 0)
@@ -642,7 +654,7 @@ void iv_reg_espera_comando_terminar_servidor(void)
 void iv_reg_notifica_a_cliente(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato, uint32_t id_datos)
 {
     InterlockedIncrement(&s_num_notificadores);
-    iv_reg_servicio_prestado *servicio = busca_prestado(nombre_servicio);
+    iv_reg_servicio_prestado *servicio = iv_reg_esta_cerrando() != CIERTO ? busca_prestado(nombre_servicio) : NULL;
     iv_mcserv_vista *mcserv = servicio != NULL ? canal_de(servicio, NULL) : NULL;
     if (mcserv != NULL && servicio->mutex_interno != NULL)      // none before iv_reg_terminado_registro
         iv_mcserv_notifica(mcserv, servicio->mutex_interno, id_cliente, dato, id_datos);
@@ -936,6 +948,7 @@ static void mata_hilo(HANDLE hilo, iv_mutex *mutex)
     iv_mcbase_retiene_apertura();
     iv_mutex_heap_bloquea();
     TerminateThread(hilo, 0);
+    WaitForSingleObject(hilo, ESPERA_SALIDA_MS);        // it is asked to end, and runs until the system sees to that
     iv_mutex_heap_desbloquea();
     iv_mcbase_suelta_apertura();
     if (mutex != NULL)
@@ -971,10 +984,7 @@ static void cierra_canal(iv_reg_servicio_prestado *servicio)
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_CIERRA);
     if (servicio->shared_MCServ != NULL)
         iv_mcserv_servidor_terminado(iv_mcserv_vista_de(servicio->shared_MCServ));
-    if (servicio->iv_comdat_salida_postergada != NULL) {
-        iv_comdat_destruye(servicio->iv_comdat_salida_postergada);
-        servicio->iv_comdat_salida_postergada = NULL;
-    }
+    destruye_salida(servicio);
     iv_mutex_desbloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_CIERRA);
 }
 
@@ -986,6 +996,8 @@ static void retira_servicio(iv_reg_servicio_prestado *servicio)
     if (servicio->hilo_servidor == NULL)
         return;
     para_hilo(servicio->hilo_servidor, salida_de(servicio), servicio->mutex_MCServ);
+    if (*salida_de(servicio) == SALIDA_PROPIA)
+        destruye_salida(servicio);                      // of a command that it still ran after the mark
     servicio->hilo_servidor = NULL;
     servicio->id_hilo_servidor = 0;
     servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;

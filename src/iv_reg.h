@@ -146,6 +146,9 @@ void iv_reg_procesada_notificacion(const char *nombre_servicio);
 
 // ---- Close
 
+// CIERTO from the close's first step on.
+int16_t iv_reg_esta_cerrando(void);
+
 // Ends the registration. Not registered: nothing. The private heap is the caller's affair.
 void iv_reg_cierra_sesion(void);
 

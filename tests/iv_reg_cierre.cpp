@@ -307,6 +307,31 @@ TEST_F(iv_reg_cierre, quien_notifica_vuelve_cuando_el_servicio_acaba)
     EXPECT_EQ(canal.u32(2362), 1u);
 }
 
+static int32_t notifica_sin_que_nadie_acuse(const char *servicio, uint32_t, comando *, void *)
+{
+    ivrexa_notifica_a_cliente(servicio, 200, 7, 105);
+    return 1;
+}
+
+// The service's thread holds the channel's mutex while its function notifies, and the close needs it.
+TEST_F(iv_reg_cierre, funcion_sin_ventana_que_notifica_no_detiene_el_cierre)
+{
+    const char *servicio = nombre_unico("Calc");
+    ivrexa_registra_servidor("C:\\p.exe", nullptr, servicio, 1, nullptr, notifica_sin_que_nadie_acuse);
+    ivrexa_terminado_registro();
+    bloque_crudo canal = abre_canal(servicio);
+    canal.pon_u32(1202, 100);
+    canal.pon_u32(1198, 2);
+    canal.pon_u32(4, 1);
+    EXPECT_TRUE(espera_hasta([&] { return canal.u32(2362) == 1; }, 5000));
+
+    ivrexa_cierra_sesion();
+
+    EXPECT_EQ(s_programa, nullptr);
+    EXPECT_EQ(canal.u32(8), 1u);                    // the command was answered
+    EXPECT_EQ(canal.u16(28), 1u);
+}
+
 // A mutex that was never made: unlocking it reports, and so does freeing the name that is not there.
 TEST_F(iv_reg_cierre, antes_de_publicar_se_informa_de_lo_que_falta_y_se_cierra)
 {
