@@ -70,6 +70,7 @@ typedef struct anfitrion {
 } anfitrion;
 
 static anfitrion anfitrion_yo;
+static volatile LONG anfitrion_sigue;       /* the line "SIGUE" has come */
 
 /* ---- Texts ----------------------------------------------------------------------------------------------- */
 
@@ -292,10 +293,22 @@ static inline int32_t anfitrion_hace_resultado(anfitrion_peticion *p)
     return (int32_t)wcstol(t1, NULL, 10);
 }
 
+/* Without a window the command runs beside the main thread, which goes on reading the lines: it passes this one on. */
+static inline int anfitrion_espera_sigue(void)
+{
+    uint64_t limite = GetTickCount64() + anfitrion_PLAZO_MS;
+    while (!anfitrion_sigue && GetTickCount64() < limite)
+        Sleep(5);
+    return anfitrion_sigue;
+}
+
 static inline int32_t anfitrion_hace_espera(void)
 {
     char linea[32] = "";
+    anfitrion_sigue = 0;
     papel_c_di("DENTRO");
+    if (anfitrion_yo.hwnd == NULL)
+        return anfitrion_espera_sigue() ? 1 : 95;
     return papel_c_escucha(linea, sizeof linea, anfitrion_PLAZO_MS) && strcmp(linea, "SIGUE") == 0 ? 1 : 95;
 }
 
@@ -504,6 +517,8 @@ static inline int anfitrion_obedece(const char *linea)
     } else if (strncmp(linea, "SOLICITA ", 9) == 0) {
         ivrexa_registra_cliente_de_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, linea + 9);
         papel_c_di("SOLICITADO");
+    } else if (strcmp(linea, "SIGUE") == 0) {
+        anfitrion_sigue = 1;
     } else if (strcmp(linea, "ESPERA") == 0) {
         ivrexa_espera_comando_terminar_servidor();
         papel_c_di("ESPERADO");
