@@ -47,7 +47,7 @@ static uint8_t *ocupa(comdat *comdat, uint64_t tam)
 }
 
 // A value being written. A part that finds no room makes it incomplete: it is then taken back whole, also where the
-// heap raises.
+// heap raises. In a container that is read only the cursor goes back: what was written over stays written over.
 struct escritura {
     struct comdat *comdat;
     uint32_t       offset_inicial;
