@@ -9,12 +9,15 @@ HANDLE s_LocalHeap = NULL;
 
 static const SIZE_T TAM_INICIAL_HEAP = 16384;
 static SRWLOCK s_creacion = SRWLOCK_INIT;       // the first allocations of two threads make one heap
+static volatile DWORD s_hilo_creacion = 0;      // who makes it
 
 // ---- Heap
 
 static void crea_heap(void)
 {
     iv_mutex_heap_crea_y_bloquea();
+    if (s_LocalHeap != NULL)                    // made meanwhile, from inside the box of the lock's report
+        return;
     HANDLE heap = HeapCreate(HEAP_GENERATE_EXCEPTIONS, TAM_INICIAL_HEAP, 0);
     InterlockedExchangePointer(&s_LocalHeap, heap);
     iv_mutex_heap_desbloquea();
@@ -27,10 +30,16 @@ static HANDLE dame_heap(void)
     if (heap != NULL)
         return heap;
 
+    if (s_hilo_creacion == GetCurrentThreadId()) {      // back from inside the box of a report
+        crea_heap();
+        return s_LocalHeap;
+    }
     AcquireSRWLockExclusive(&s_creacion);
+    s_hilo_creacion = GetCurrentThreadId();
     if (s_LocalHeap == NULL)
         crea_heap();
     heap = s_LocalHeap;
+    s_hilo_creacion = 0;
     ReleaseSRWLockExclusive(&s_creacion);
     return heap;
 }
