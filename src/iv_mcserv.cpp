@@ -153,21 +153,32 @@ comdat *iv_mcserv_lee_datos_entrada(const char *nombre_servicio, iv_shared_bloqu
 
 // ---- Mailbox
 
-// Both waits return with the internal mutex held; CIERTO when the state has come, FALSO when the server ends. They
-// sleep outside the mutex, and have no time-out but that. Deliberate. A session that closes ends them before it marks
-// the channel: a command function that notifies holds the mutex that the mark needs.
+// FALSO when the session closes before the mutex is to be had: a client holds it for as long as its function runs, and
+// the close cannot wait for that.
+static int16_t bloquea_buzon(iv_mutex *mutex_interno, iv_sitio sitio)
+{
+    while (iv_mutex_bloquea_en(mutex_interno, sitio, iv_mcserv_RONDA_MS) != CIERTO)
+        if (iv_reg_esta_cerrando() == CIERTO)
+            return FALSO;
+    return CIERTO;
+}
+
+// CIERTO, with the internal mutex held, when the state has come; FALSO when the server ends. It sleeps outside the
+// mutex, and has no time-out but that. Deliberate. A session that closes ends it before it marks the channel: a command
+// function that notifies holds the mutex that the mark needs.
 static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, iv_sitio sitio,
                                    uint32_t estado)
 {
-    for (;;) {
-        iv_mutex_bloquea(mutex_interno, sitio);
+    while (bloquea_buzon(mutex_interno, sitio) == CIERTO) {
         if (mcserv->estado_notificacion == estado)
             return CIERTO;
-        if (mcserv->servidor_terminado == 1 || iv_reg_esta_cerrando() == CIERTO)
-            return FALSO;
+        int16_t acaba = mcserv->servidor_terminado == 1 ? CIERTO : iv_reg_esta_cerrando();
         iv_mutex_desbloquea(mutex_interno, sitio);
+        if (acaba == CIERTO)
+            return FALSO;
         Sleep(iv_mcserv_RONDA_MS);
     }
+    return FALSO;
 }
 
 static void escribe_notificacion(iv_mcserv_vista *mcserv, uint32_t dato1, uint32_t dato2, uint32_t dato3)
@@ -191,17 +202,19 @@ void iv_mcserv_notifica(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, uint32
 {
     int16_t libre = espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESCRIBE,
                                         iv_mcserv_estadoNotificacion_LIBRE);
-    if (libre == CIERTO)
-        escribe_notificacion(mcserv, dato1, dato2, dato3);
+    if (libre != CIERTO)
+        return;
+    escribe_notificacion(mcserv, dato1, dato2, dato3);
     int16_t terminado = mcserv->servidor_terminado != 0 ? CIERTO : FALSO;
     iv_mutex_desbloquea(mutex_interno, iv_sitio_NOTIFICA_ESCRIBE);
-    if (terminado == CIERTO || libre != CIERTO)
+    if (terminado == CIERTO)
         return;
 
     int16_t procesada = espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESPERA,
                                             iv_mcserv_estadoNotificacion_PROCESADA);
-    if (procesada == CIERTO)
-        vacia_buzon(mcserv);
+    if (procesada != CIERTO)
+        return;
+    vacia_buzon(mcserv);
     iv_mutex_desbloquea(mutex_interno, iv_sitio_NOTIFICA_ESPERA);
 }
 

@@ -32,18 +32,28 @@ iv_mutex *iv_mutex_crea(const char *nombre, int16_t recrea)
     return registro;                            // level and codes are 0: blocks are zero
 }
 
-void iv_mutex_bloquea(iv_mutex *iv_mutex, uint32_t codigo)
+static int16_t espera_y_cuenta(iv_mutex *iv_mutex, uint32_t codigo, uint32_t plazo_ms)
 {
-    if (iv_mutex == NULL)
-        return;
-
     iv_assert_puntero(iv_mutex->mutex);                 // the wait then fails at once
-    WaitForSingleObject(iv_mutex->mutex, INFINITE);     // an abandoned mutex counts as acquired
+    if (WaitForSingleObject(iv_mutex->mutex, plazo_ms) == WAIT_TIMEOUT)
+        return FALSO;                                   // any other result counts as acquired: an abandoned mutex does
     int32_t nivel = iv_mutex->nivel_bloqueo;
     iv_assert(iv_mutex->nivel_bloqueo < i_NUM_NIVELES_BLOQUEO);
     if (0 <= nivel && nivel < i_NUM_NIVELES_BLOQUEO)    // the table has no other entries
         iv_mutex->codigos_bloqueo[nivel] = codigo;
     iv_mutex->nivel_bloqueo = nivel + 1;
+    return CIERTO;
+}
+
+void iv_mutex_bloquea(iv_mutex *iv_mutex, uint32_t codigo)
+{
+    if (iv_mutex != NULL)
+        espera_y_cuenta(iv_mutex, codigo, INFINITE);
+}
+
+int16_t iv_mutex_bloquea_en(iv_mutex *iv_mutex, uint32_t codigo, uint32_t plazo_ms)
+{
+    return espera_y_cuenta(iv_mutex, codigo, plazo_ms);
 }
 
 static void suelta(iv_mutex *iv_mutex)
@@ -92,7 +102,7 @@ void iv_mutex_heap_crea_y_bloquea(void)
     if (mutex == NULL)
         mutex = abre_por_nombre("ivrexa_iv_mem", &ya_existia);
     WaitForSingleObject(mutex, INFINITE);
-    InterlockedExchangePointer(&s_mutex_heap, mutex);
+    InterlockedCompareExchangePointer(&s_mutex_heap, mutex, NULL);
 }
 
 void iv_mutex_heap_bloquea(void)

@@ -1,8 +1,8 @@
 // iv_mutex.h - named mutexes that count how deep this process holds them. One guards each shared block.
 //
 // ORDER. A service's mutex first, then the registry's; never the reverse. A mutex may be taken again by the thread
-// that holds it. Nothing locks at load time. No wait has a time-out: a holder that died leaves its mutex abandoned,
-// and the next to wait has it.
+// that holds it. Nothing locks at load time. No lock is given up after a time, but a notifier's when its own session
+// closes: a holder that died leaves its mutex abandoned, and the next to wait has it.
 //
 // Each place in the code that locks has its own code, a lock site. It is kept beside the hold it made, so that a
 // debugger shows who holds what; it is never compared. New codes go at the end; none is renumbered.
@@ -68,6 +68,9 @@ iv_mutex *iv_mutex_crea(const char *nombre, int16_t recrea);
 // Waits for the mutex and counts the hold. A null record: nothing at all, not even a report.
 //   Reports  "(iv_mutex->mutex) != 0"; "iv_mutex->nivel_bloqueo < i_NUM_NIVELES_BLOQUEO" at a fifth hold. Goes on.
 void iv_mutex_bloquea(iv_mutex *iv_mutex, uint32_t codigo);
+
+// The same, for no longer than plazo_ms: FALSO, with nothing locked, when it was not to be had. The record is not null.
+int16_t iv_mutex_bloquea_en(iv_mutex *iv_mutex, uint32_t codigo, uint32_t plazo_ms);
 
 // Uncounts a hold and releases it. The second form is for a place that unlocks what either of two sites locked.
 //   Reports  "iv_mutex != NULL", then nothing; "(iv_mutex->mutex) != 0"; "iv_mutex->nivel_bloqueo > 0". Goes on.
