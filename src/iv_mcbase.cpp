@@ -16,6 +16,8 @@ static const uint32_t LATIDO_MS = 2000;
 static const uint32_t ESPERA_USOS_MS = 500;
 
 static SRWLOCK s_apertura = SRWLOCK_INIT;               // the first opens of two threads make one access record
+static volatile DWORD s_hilo_apertura = 0;              // who holds it: the box of a report lets that thread come back
+static uint32_t s_veces_apertura = 0;
 static volatile LONG s_num_usos = 0;                    // operations under way in this process
 
 // ---- Access
@@ -45,19 +47,38 @@ static iv_mcbase_acceso *crea_acceso(int16_t registrando)
     return acceso;
 }
 
+void iv_mcbase_retiene_apertura(void)
+{
+    if (s_hilo_apertura != GetCurrentThreadId()) {
+        AcquireSRWLockExclusive(&s_apertura);
+        s_hilo_apertura = GetCurrentThreadId();
+    }
+    s_veces_apertura++;
+}
+
+void iv_mcbase_suelta_apertura(void)
+{
+    s_veces_apertura--;
+    if (s_veces_apertura > 0)
+        return;
+    s_hilo_apertura = 0;
+    ReleaseSRWLockExclusive(&s_apertura);
+}
+
+// A host that asks from inside the box of a report of the first open finds no registry yet.
 iv_mcbase_acceso *iv_mcbase_abre(uint32_t, int16_t registrando)
 {
     iv_mcbase_acceso *acceso = s_mcbase_acceso;
     if (acceso != NULL)
         return acceso;
 
-    AcquireSRWLockExclusive(&s_apertura);
+    iv_mcbase_retiene_apertura();
     __try {
-        if (s_mcbase_acceso == NULL)
+        if (s_mcbase_acceso == NULL && s_veces_apertura == 1)
             s_mcbase_acceso = crea_acceso(registrando);
         acceso = s_mcbase_acceso;
     } __finally {
-        ReleaseSRWLockExclusive(&s_apertura);       // the heap raises when memory runs out
+        iv_mcbase_suelta_apertura();                // the heap raises when memory runs out
     }
     return acceso;
 }
@@ -83,16 +104,6 @@ void iv_mcbase_desbloquea(iv_mcbase_acceso *acceso, iv_sitio sitio)
     InterlockedDecrement(&s_num_usos);
 }
 
-void iv_mcbase_retiene_apertura(void)
-{
-    AcquireSRWLockExclusive(&s_apertura);
-}
-
-void iv_mcbase_suelta_apertura(void)
-{
-    ReleaseSRWLockExclusive(&s_apertura);
-}
-
 // A thread of ours may still be in the middle of an operation: it is given a moment to leave, since the block and the
 // mutex vanish under it otherwise. A thread that was ended inside one never leaves; hence the bound.
 static void espera_usos(void)
@@ -103,10 +114,10 @@ static void espera_usos(void)
 
 static void olvida_acceso(void)
 {
-    AcquireSRWLockExclusive(&s_apertura);
+    iv_mcbase_retiene_apertura();
     iv_mcbase_acceso *acceso = s_mcbase_acceso;
     s_mcbase_acceso = NULL;
-    ReleaseSRWLockExclusive(&s_apertura);
+    iv_mcbase_suelta_apertura();
     if (acceso == NULL)
         return;
     espera_usos();
@@ -293,13 +304,14 @@ uint32_t iv_mcbase_busca_servicio(iv_mcbase_vista *mcbase, const char *nombre_se
 {
     uint32_t libre = iv_mcbase_NUM_MAX_SERVICIOS;
     uint32_t ind_datServ = iv_mcbase_NUM_MAX_SERVICIOS;
-    for (uint32_t i = 0; i < iv_mcbase_NUM_MAX_SERVICIOS && ind_datServ == iv_mcbase_NUM_MAX_SERVICIOS; i++) {
+    for (uint32_t i = 0; i < iv_mcbase_NUM_MAX_SERVICIOS; i++) {
         char nombre[iv_mcbase_TAM_NOMBRE_SERVICIO];
         copia_nombre(mcbase->servicios[i].nombre, nombre);
         if (nombre[0] == '\0') {
             if (libre == iv_mcbase_NUM_MAX_SERVICIOS)
                 libre = i;
-        } else if (iv_mem_cadenas_iguales(nombre, nombre_servicio) == CIERTO) {
+        } else if (ind_datServ == iv_mcbase_NUM_MAX_SERVICIOS
+                   && iv_mem_cadenas_iguales(nombre, nombre_servicio) == CIERTO) {
             ind_datServ = i;
         }
     }
@@ -601,6 +613,16 @@ void iv_mcbase_quita_monitor(void)
     iv_mcbase_retiene_apertura();
     s_mcbase_acceso = NULL;
     iv_mcbase_suelta_apertura();
+}
+
+WNDPROC iv_mcbase_deja_ventana(WNDPROC quitado, WNDPROC hallado)
+{
+    iv_mcbase_monitor *monitor = &s_registro_monitor;
+    if (hallado == iv_mcbase_proc_monitor && s_programa_monitor == NULL)
+        hallado = monitor->proc_ventana_anterior;
+    if (monitor->proc_ventana_anterior == quitado)
+        monitor->proc_ventana_anterior = hallado;
+    return hallado;
 }
 
 static void recibe_actividad(const iv_mcbase_monitor *monitor, iv_mcbase_vista *mcbase, uint32_t n)

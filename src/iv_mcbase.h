@@ -63,7 +63,7 @@ void iv_mcbase_libera_si_vacio(void);
 // Closes this process's access, at the end of a session: the library's threads are stopped. Without one: nothing.
 void iv_mcbase_cierra(void);
 
-// Keeps the opening and closing of the access to this thread, for as long as it ends another.
+// Keeps the opening and closing of the access to this thread, for as long as it ends another. A thread may do it again.
 void iv_mcbase_retiene_apertura(void);
 void iv_mcbase_suelta_apertura(void);
 
@@ -145,6 +145,10 @@ void iv_mcbase_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_activid
 // Ends that. Where programs remain, the access record is forgotten with its handles open. Deliberate: the next open
 // makes fresh ones.
 void iv_mcbase_quita_monitor(void);
+
+// What a window gets back from `quitado`, the program's procedure, which found `hallado` there. A window may be both
+// the monitor's and the program's, and either may go first: nobody may be left with the procedure of one that has gone.
+WNDPROC iv_mcbase_deja_ventana(WNDPROC quitado, WNDPROC hallado);
 
 // The procedure of the monitor's window.
 LRESULT CALLBACK iv_mcbase_proc_monitor(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);

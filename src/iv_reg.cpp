@@ -98,7 +98,8 @@ static void quita_wndproc(void)
 {
     if (s_programa->wndproc_anterior == NULL)
         return;
-    LONG_PTR anterior = reinterpret_cast<LONG_PTR>(s_programa->wndproc_anterior);
+    s_wndproc_ultima = iv_mcbase_deja_ventana(iv_reg_wndproc_programa, s_programa->wndproc_anterior);
+    LONG_PTR anterior = reinterpret_cast<LONG_PTR>(s_wndproc_ultima);
     iv_ventana()->SetWindowLongPtrW(s_programa->hwnd_programa, GWLP_WNDPROC, anterior);
     s_programa->wndproc_anterior = NULL;
 }
@@ -1015,7 +1016,7 @@ static void para_notificaciones(iv_reg_servicio_solicitado *solicitado)
 }
 
 // A thread of the host that notifies gives up on the termination flag: it is given the time to see it, since mutex and
-// channel go next. The bound is for one whose client holds the mailbox's mutex and does not run.
+// channel go next. The bound is for one that does not run.
 static void espera_notificadores(void)
 {
     for (uint32_t ms = 0; ms < ESPERA_NOTIFICADORES_MS; ms++) {
@@ -1066,6 +1067,7 @@ void iv_reg_cierra_sesion(void)
         return;
     programa->estado_registro = iv_reg_CERRANDO;
     para_latido();
+    iv_mcbase_abre(iv_tipo_SERVIDOR, FALSO);            // a monitor that has gone took the access with it
     iv_mcbase_quita_programa(programa->id_programa);
     for (uint32_t i = 0; i < programa->num_servicios_prestados; i++)
         retira_servicio(&programa->servicios_prestados[i]);
