@@ -10,6 +10,10 @@
  *   client   ivrexa_registra_cliente_de_servicio; ivrexa_crea_datos_comando_entrada, ivrexa_graba_*,
  *            ivrexa_guarda_datos, ivrexa_ejecuta_comando, ivrexa_lee_datos, ivrexa_dame_*,
  *            ivrexa_destruye_datos_comando for both containers; ivrexa_cierra_sesion
+ *   notified   a client with ivrexa_registra_cliente_notificaciones_servicio, ivrexa_abierto_documento_de_cliente for
+ *   client     its id, and a command that tells the server the id; the server's ivrexa_notifica_a_cliente calls its
+ *              function, which ends with ivrexa_procesada_notificacion
+ *   monitor    ivrexa_registra_monitor with a window; its message loop; the same with NULL; ivrexa_cierra_sesion
  *
  * WHAT HOLDS FOR EVERY FUNCTION
  *   Texts      `const char *` is ANSI, `const wchar_t *` is UTF-16, both with their NUL. What you pass is copied
@@ -344,7 +348,10 @@ IVREXA_API int16_t ivrexa_set_datos_salida_comando(const char *nombre_servicio, 
  *  id_cliente  the client's id, which it got from ivrexa_abierto_documento_de_cliente.
  *  dato        yours.
  *  id_datos    id of a stored block for the client, from ivrexa_guarda_datos; 0 = none.
- *  Limit       with several clients the first whose thread looks takes it, also when it is another's.
+ *  Limits      with several clients the first whose thread looks takes it, also when it is another's; so does one that
+ *              has no id yet. This server then waits until it ends the service, and so it does when a client ends
+ *              without its answer. A server killed meanwhile leaves the mailbox full: the service notifies nobody
+ *              until every program that uses it has ended.
  *  Reports     "(nombre_servicio) != 0". */
 IVREXA_API void ivrexa_notifica_a_cliente(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato,
                                           uint32_t id_datos);
@@ -409,7 +416,8 @@ IVREXA_API int16_t ivrexa_hay_servicio_registrado_empiece_por(const char *prefij
                                                               char *buffer_nombre_servicio_registrado64,
                                                               uint16_t *version_servicio);
 
-/** Tells that this program opened a document for a service that it uses. Main thread.
+/** Records that this program has opened a document for a service that it uses. No other program hears of it: send the
+ *  id that it returns to the server by a command. Main thread.
  *
  *  ruta_documento, id_documento  of the document; the id is yours, not 0. At most 32 documents, a further one is
  *                                not recorded.
@@ -421,7 +429,7 @@ IVREXA_API int16_t ivrexa_hay_servicio_registrado_empiece_por(const char *prefij
 IVREXA_API uint32_t ivrexa_abierto_documento_de_cliente(const char *nombre_servicio, const wchar_t *ruta_documento,
                                                         uint32_t id_documento);
 
-/** Tells that the document is closed, for every service. An unknown id does nothing. Main thread.
+/** Records that the document is closed, for every service. An unknown id does nothing. Main thread.
  *  Reports  "(ruta_documento) != 0", "id_documento != 0", "s_programa != NULL", and another path as above. */
 IVREXA_API void ivrexa_cerrado_documento_de_cliente(const wchar_t *ruta_documento, uint32_t id_documento);
 
@@ -443,9 +451,12 @@ IVREXA_API void ivrexa_procesada_notificacion(const char *nombre_servicio);
  *
  *  hwnd_monitor            main window, subclassed; the callbacks run in its message loop.
  *  datos_externos_monitor  yours; last argument of every callback.
- *  Registering empties the desktop's service table: services come back as they are used or announced. Deliberate.
+ *  Registering takes the place of another program's monitor, and empties the desktop's service table: a service is seen
+ *  again once its server announces it or a client registers for it. Deliberate.
  *  ivrexa_cierra_sesion does not end a monitor: unregister it first. Call it on the window's thread. Unregistering ends
- *  the desktop's monitor, also where another program is it.
+ *  the desktop's monitor, also where another program is it, if this program has the registry open; otherwise it does
+ *  nothing. Where the window is also that of a registered program, register the monitor last: each of the two puts back
+ *  the window procedure that it found.
  *  Reports  with a window "(funcionNotificacionActividad) != 0", "(funcionMonitorBuclesCliente) != 0",
  *           "(funcionMonitorBuclesServidor) != 0" (a null one is not called), "s_programa_monitor == NULL" when
  *           this program is the monitor already (nothing changes); without one "funcionNotificacionActividad ==
