@@ -39,7 +39,7 @@ static void comprueba_salida(const char *servicio, uint32_t id_salida, const std
     uint32_t tam = 0;
     const auto *al_reves = static_cast<const unsigned char *>(ivrexa_dame_buffer(salida, 2, &tam));
     printf("got  suma=%g bytes=%u ", suma, static_cast<unsigned>(tam));
-    eco_imprime("saludo=", saludo);
+    imprime_texto("saludo=", saludo);
     comprueba(suma == 42.5, "suma");
     comprueba(saludo != nullptr && std::wstring(saludo) == L"Hola, mundo", "saludo");
     comprueba(tam == bytes.size() && std::vector<unsigned char>(bytes.rbegin(), bytes.rend())
@@ -58,16 +58,16 @@ static void ejecuta(const char *servicio)
     printf("sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block %u\n",
            static_cast<unsigned>(id_entrada));
     for (int i = 0; i < 3; i++)
-        eco_imprime("sent text ", textos[i]);
+        imprime_texto("sent text ", textos[i]);
 
     wchar_t texto1[64], texto2[256], texto3[256];
     uint32_t id_salida = 0;
     uint32_t resultado = ivrexa_ejecuta_comando(servicio, ECO_COMANDO, 0, id_entrada, textos[0], textos[1],
                                                 textos[2], &id_salida, texto1, texto2, texto3);
     printf("got  result %u, output block %u\n", static_cast<unsigned>(resultado), static_cast<unsigned>(id_salida));
-    eco_imprime("got  text 1 ", texto1);
-    eco_imprime("got  text 2 ", texto2);
-    eco_imprime("got  text 3 ", texto3);
+    imprime_texto("got  text 1 ", texto1);
+    imprime_texto("got  text 2 ", texto2);
+    imprime_texto("got  text 3 ", texto3);
     comprueba(resultado == ivrexa_resultado_OK, "result");
     comprueba(wcscmp(texto1, textos[0]) == 0 && wcscmp(texto2, textos[1]) == 0 && wcscmp(texto3, textos[2]) == 0,
               "texts");
@@ -84,7 +84,10 @@ int main(int argc, char **argv)
     }
     const char *servicio = argv[1];
     uint16_t version = 0;
-    comprueba(ivrexa_hay_servicio_registrado(servicio, &version) == CIERTO && version == ECO_VERSION, "the service");
+    if (ivrexa_hay_servicio_registrado(servicio, &version) != CIERTO || version != ECO_VERSION) {
+        printf("nobody offers %s in version %d\n", servicio, ECO_VERSION);
+        return 1;
+    }
     ivrexa_registra_cliente_de_servicio(argv[0], nullptr, servicio);
     Sleep(2500);        // a server without a window may take a client whose heartbeat has not begun for a dead one
     ejecuta(servicio);

@@ -13,17 +13,10 @@
 
 #include <windows.h>
 
+#include "imprime.h"
 #include "ivrexa.h"
 
 enum { ECO_COMANDO = 100, ECO_VERSION = 3 };
-
-/* Prints one wide text as UTF-8. */
-static inline void eco_imprime(const char *rotulo, const wchar_t *texto)
-{
-    char utf8[1024];
-    WideCharToMultiByte(CP_UTF8, 0, texto, -1, utf8, (int)sizeof utf8, NULL, NULL);
-    printf("%s\"%s\"\n", rotulo, utf8);
-}
 
 /* Builds the answer from the input. */
 static inline comdat *eco_calcula(const char *servicio, comdat *entrada)
@@ -52,7 +45,7 @@ static inline comdat *eco_calcula(const char *servicio, comdat *entrada)
     ivrexa_graba_buffer(salida, "bytes", al_reves, tam);
     free(al_reves);
     printf("sent suma=%g bytes=%u ", a + b, (unsigned)tam);
-    eco_imprime("saludo=", saludo);
+    imprime_texto("saludo=", saludo);
     return salida;
 }
 
@@ -64,9 +57,9 @@ static inline int32_t eco_contesta(const char *servicio, uint32_t id_comando, co
         return ivrexa_resultado_ERROR;
     if (ivrexa_get_datos_entrada_comando(servicio, id_comando, NULL, texto1, texto2, texto3) != CIERTO)
         return ivrexa_resultado_ERROR;
-    eco_imprime("got  text 1 ", texto1);
-    eco_imprime("got  text 2 ", texto2);
-    eco_imprime("got  text 3 ", texto3);
+    imprime_texto("got  text 1 ", texto1);
+    imprime_texto("got  text 2 ", texto2);
+    imprime_texto("got  text 3 ", texto3);
 
     *salida = eco_calcula(servicio, entrada);
     uint32_t id_salida = ivrexa_guarda_datos(*salida);
