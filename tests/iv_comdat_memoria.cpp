@@ -31,6 +31,14 @@ void *WINAPI niega_crecer(HANDLE, DWORD, void *, SIZE_T)
     return nullptr;
 }
 
+std::vector<SIZE_T> s_pedidos;
+
+void *WINAPI niega_y_apunta(HANDLE, DWORD, void *, SIZE_T tam)
+{
+    s_pedidos.push_back(tam);
+    return nullptr;
+}
+
 void *WINAPI lanza_al_crecer(HANDLE, DWORD, void *, SIZE_T)
 {
     RaiseException(static_cast<DWORD>(STATUS_NO_MEMORY), 0, 0, nullptr);
@@ -102,6 +110,24 @@ TEST_F(iv_comdat_memoria, valor_por_el_que_el_heap_lanza_se_retira_entero)
         EXPECT_EQ(graba_y_atrapa(m_comdat, m_grande.data(), 5000), CIERTO);
     }
 
+    comprueba_intacto();
+}
+
+// The largest size that 32 bits round down to. One byte more comes round to 0, and the heap is not asked.
+TEST_F(iv_comdat_memoria, ultimo_tam_que_no_da_la_vuelta_se_pide_y_el_siguiente_se_informa)
+{
+    const uint32_t cabe = 0xFFFFFBFF - 9 - 13;  // behind 9 bytes of before, 13 of type, name and length
+    {
+        importacion_cambiada<decltype(&HeapReAlloc)> cambio(__imp_HeapReAlloc, niega_y_apunta);
+        EXPECT_EQ(graba_y_atrapa(m_comdat, m_grande.data(), cabe), FALSO);
+        EXPECT_INFORME("iv_mem", "(memlocal) != 0");
+        EXPECT_SIN_INFORMES();
+        EXPECT_EQ(graba_y_atrapa(m_comdat, m_grande.data(), cabe + 1), FALSO);
+        EXPECT_INFORME("iv_comdat", "nuevo_tam >= tam_minimo_nuevo");
+        EXPECT_SIN_INFORMES();
+    }
+
+    EXPECT_EQ(s_pedidos, std::vector<SIZE_T>{0xFFFFFC00});
     comprueba_intacto();
 }
 
