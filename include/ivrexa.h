@@ -20,10 +20,11 @@
  *              or used up before the call returns; it stays yours.
  *   Truth      16-bit CIERTO (1) or FALSO (0). Compare with 1.
  *   Reports    a broken precondition shows a message box "Assert ivrexa" with module, line and expression, and then
- *              the call goes on to the failure result named here. A report never ends the program.
+ *              the call goes on as is said here. A report never ends the program.
  *              "Reports E" below says which expression is shown. A null text goes on as an empty one.
  *   Memory     you free nothing that the library returns. Command data is yours from its creation to
- *              ivrexa_destruye_datos_comando; what its readers return lives as long as it does.
+ *              ivrexa_destruye_datos_comando; what its readers return lives as long as it does. When memory runs out,
+ *              any call may raise the system's exception for that.
  *   Threads    any thread, unless said otherwise. Registration and ivrexa_cierra_sesion belong to the main thread;
  *              one container of command data belongs to one thread at a time.
  *
@@ -84,10 +85,12 @@ typedef enum tipoDato {
 
 /* Result of a command. A command function may return other numbers; they reach the client as they are. */
 typedef enum ivrexa_resultado {
-    ivrexa_resultado_NINGUNO = 0,               /* no answer; also: no channel, or the server's window is gone */
+    ivrexa_resultado_NINGUNO = 0,               /* no answer; also: no channel, or the server's window is gone. Where a
+                                                   server closed and its window lives on, that answers: mostly 0 */
     ivrexa_resultado_OK = 1,                    /* the only result with which texts and output data arrive */
     ivrexa_resultado_CANCELADO = 2,
-    ivrexa_resultado_ERROR = 3                  /* also: not a client of the service, server gone or dead */
+    ivrexa_resultado_ERROR = 3                  /* also: not a client of the service; a server without a window that
+                                                   is gone or dead */
 } ivrexa_resultado;
 
 /* Command ids. 1 to 99 are the library's own; 1 ends the server. */
@@ -125,6 +128,7 @@ typedef int32_t (*ivrexa_funcion_comando)(const char *nombre_servicio, uint32_t 
 
 /* A client's notification function. A client with a window is called twice for each notification: on the service's
  * notification thread with the datum as `dato`, then on the window's thread with the client's id as `dato`. Deliberate.
+ * (A _net server that is a client too is called once: the message goes to its own window procedure.)
  * Call ivrexa_obtener_id_datos_notificacion and ivrexa_procesada_notificacion in the first of the two, once. */
 typedef void (*ivrexa_funcion_notificacion)(const char *nombre_servicio, uint32_t id_cliente, uint32_t dato);
 
@@ -155,7 +159,8 @@ IVREXA_API comdat *ivrexa_crea_datos_comando_salida(const char *nombre_servicio)
  *  comdat        from ivrexa_crea_datos_comando_*. NULL reports "(comdat) != 0" and writes nothing.
  *  nombre_valor  up to 254 characters. A longer one reports "len < 256" and is written, but the content cannot be
  *                read back. Deliberate.
- *  Reports       "comdat->tipo == iv_comdat_tipo_ESCRITURA" for a container that is being read;
+ *  Reports       "comdat->tipo == iv_comdat_tipo_ESCRITURA" for a container that is being read, and writes over its
+ *                content where the last reading ended: never do that;
  *                "nuevo_tam >= tam_minimo_nuevo" where the content would pass 4 GiB, then writes nothing. */
 
 /** Appends a number or a window handle. */
@@ -217,7 +222,7 @@ IVREXA_API uint32_t ivrexa_guarda_datos(comdat *comdat);
 IVREXA_API comdat *ivrexa_lee_datos(const char *nombre_servicio, uint32_t id_bloque_MCCom, int16_t es_entrada);
 
 /*  The readers take a position from 0. A position that does not exist, another type, or a container that is not
- *  being read gives the neutral result: 0, 0.0 or NULL.
+ *  being read gives the neutral result: 0, 0.0 or NULL, and "?" for a name.
  *
  *  comdat   from ivrexa_lee_datos, or a command's datos_entrada. NULL reports "(comdat) != 0"; neutral result.
  *  Reports  "comdat->tipo == iv_comdat_tipo_LECTURA" for a container that is being written;
@@ -229,7 +234,7 @@ IVREXA_API comdat *ivrexa_lee_datos(const char *nombre_servicio, uint32_t id_blo
 /** How many values; works on both kinds of container. NULL reports "(comdat) != 0" twice and gives 0. */
 IVREXA_API uint32_t ivrexa_numero_valores(comdat *comdat);
 
-/** Name of a value; "?" for a position that does not exist. NULL reports "(comdat) != 0" twice. */
+/** Name of a value; "?" where there is none. NULL reports "(comdat) != 0" twice. */
 IVREXA_API const char *ivrexa_nombre_valor(comdat *comdat, uint32_t indice);
 
 /** Type of a value, a tipoDato; 0 for a position that does not exist. NULL reports "(comdat) != 0" twice. */
@@ -263,9 +268,10 @@ IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat,
 
 /** Registers this program as a server and adds its first service. Main thread.
  *
- *  ruta_ejecutable        path of the executable; the program's name in the registry, 255 characters kept.
+ *  ruta_ejecutable        path of the executable; the program's name in the registry, 255 characters kept. Not empty: an
+ *                         entry without a name counts as free.
  *  hwnd_programa          main window: commands arrive in its message loop. NULL: a thread for each service polls.
- *  nombre_servicio        up to 63 characters; clients use it as it stands, case included.
+ *  nombre_servicio        1 to 63 characters; clients use it as it stands, case included.
  *  version                yours; ivrexa_hay_servicio_registrado hands it to clients.
  *  datos_externos         yours; last argument of every call of the command function.
  *  procesaComandoExterno  the command function; NULL makes this the same as the _net variant.
@@ -303,7 +309,8 @@ IVREXA_API void ivrexa_terminado_registro(void);
  *  until it was told to end or another thread closed the session, in any other program not at all. */
 IVREXA_API void ivrexa_espera_comando_terminar_servidor(void);
 
-/** Asks the server of a service to end. Nothing happens when there is no such service.
+/** Asks the server of a service to end. Nothing happens when there is no such service; where a server closed its session
+ *  and its window lives on, that gets the message.
  *  With a window: any program may ask, and does not wait; the server gets command 1 posted, and so WM_QUIT with 1, or,
  *  in a _net server, the message with wParam 1 in its own procedure.
  *  Without one: this program must be a client of the service; that service's thread ends. A server that offers several
@@ -361,7 +368,8 @@ IVREXA_API void ivrexa_notifica_a_cliente(const char *nombre_servicio, uint32_t 
 /** Registers this program as a client of a service; at most 16, a further one is dropped silently. Main thread.
  *
  *  ruta_ejecutable  path of the executable, as for servers; used by the program's first registration only.
- *  hwnd_programa    main window, subclassed by the first registration, on whose thread that is called; may be NULL.
+ *  hwnd_programa    main window, subclassed by the program's first registration if that is this one, on whose thread it
+ *                   is called; may be NULL.
  *  nombre_servicio  need not be offered yet. One client at a time has the service's entry in the registry: the last
  *                   one to register. Clients of one service must take turns in running commands.
  *  A second registration for the same service changes nothing.
@@ -370,7 +378,7 @@ IVREXA_API void ivrexa_notifica_a_cliente(const char *nombre_servicio, uint32_t 
  *           service has closed its session.
  *           Notifications end with the server: after its restart, ivrexa_cierra_sesion and register anew.
  *  Reports  "(ruta_ejecutable) != 0", "(nombre_servicio) != 0"; "hwnd_programa == s_programa->hwnd_programa" for
- *           another window than the program's; the two full tables, as for servers. */
+ *           another window than the program's; the two full tables, as for servers, the services' once. */
 IVREXA_API void ivrexa_registra_cliente_de_servicio(const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa,
                                                     const char *nombre_servicio);
 
@@ -402,7 +410,8 @@ IVREXA_API uint32_t ivrexa_ejecuta_comando(const char *nombre_servicio, uint32_t
                                            uint32_t *id_datos_salida_comando, wchar_t *serv_buffer_64,
                                            wchar_t *serv_buffer_256, wchar_t *serv_buffer2_256);
 
-/** Is a server attached to the service? Any program may ask.
+/** Is a server attached to the service? Any program may ask. One that died without closing its session counts as
+ *  attached for as long as a program holds the service's channel, or until a client found it dead.
  *  version_servicio  out, may be NULL; written whenever the channel exists, also with FALSO.
  *  Reports           "(nombre_servicio) != 0". */
 IVREXA_API int16_t ivrexa_hay_servicio_registrado(const char *nombre_servicio, uint16_t *version_servicio);
