@@ -28,3 +28,6 @@ foreach(nombre IN ITEMS leeme_servidor leeme_cliente)
         target_link_options(${nombre} PRIVATE -static)
     endif()
 endforeach()
+
+# The test starts them.
+add_dependencies(dll_leeme leeme_servidor leeme_cliente)
