@@ -36,12 +36,14 @@ static HANDLE dame_heap(void)
     }
     AcquireSRWLockExclusive(&s_creacion);
     s_hilo_creacion = GetCurrentThreadId();
-    if (s_LocalHeap == NULL)
-        crea_heap();
-    heap = s_LocalHeap;
-    s_hilo_creacion = 0;
-    ReleaseSRWLockExclusive(&s_creacion);
-    return heap;
+    __try {
+        if (s_LocalHeap == NULL)
+            crea_heap();
+    } __finally {
+        s_hilo_creacion = 0;
+        ReleaseSRWLockExclusive(&s_creacion);           // what the host does inside that box may raise
+    }
+    return s_LocalHeap;
 }
 
 static void valida(HANDLE heap)

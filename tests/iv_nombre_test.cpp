@@ -114,6 +114,17 @@ TEST(iv_nombre, pasos_de_texto_y_numero_anyaden_siempre_su_texto)
     iv_mem_libera(&nombre);
 }
 
+TEST(iv_nombre, servicio_nulo_es_el_nombre_vacio)
+{
+    EXPECT_EQ(toma(iv_nombre_mutex_servicio(nullptr, 0)), "Mutex_Ivrexa_");
+    EXPECT_EQ(toma(iv_nombre_mutex_servicio(nullptr, 2)), "Mutex_Ivrexa__Inst2");
+    EXPECT_EQ(toma(iv_nombre_mutex_servicio_interno(nullptr)), "Mutex_Ivrexa_Interno");
+    EXPECT_EQ(toma(iv_nombre_MCServ(nullptr)), "Ivrexa_MCB_Serv_");
+    EXPECT_EQ(toma(iv_nombre_MCCom(nullptr, 7)), "Ivrexa_MCB_Serv__Com__comdat7");
+    EXPECT_EQ(toma(iv_nombre_MSG_servicio(nullptr)), "Ivrexa_MSG_Serv_");
+    EXPECT_SIN_INFORMES();
+}
+
 // Longer than any object name that the system takes: composing checks no length.
 TEST(iv_nombre, nombre_largo_no_se_corta)
 {
