@@ -572,7 +572,8 @@ static inline void anfitrion_lee_servicios(const char *lista)
     }
 }
 
-static inline int anfitrion_servidor(const char *clase, const char *servicios)
+/* The same with an answer of the caller's own to each line. */
+static inline int anfitrion_servidor_que(const char *clase, const char *servicios, int (*obedece)(const char *linea))
 {
     anfitrion_lee_servicios(servicios);
     anfitrion_yo.con_funcion = strcmp(clase, "net") != 0;
@@ -581,9 +582,14 @@ static inline int anfitrion_servidor(const char *clase, const char *servicios)
     anfitrion_prepara();
     anfitrion_publica();
     papel_c_di("LISTO");
-    anfitrion_vive(anfitrion_obedece);
+    anfitrion_vive(obedece);
     anfitrion_cierra();
     return 0;
+}
+
+static inline int anfitrion_servidor(const char *clase, const char *servicios)
+{
+    return anfitrion_servidor_que(clase, servicios, anfitrion_obedece);
 }
 
 /* ---- Client ---------------------------------------------------------------------------------------------- */

@@ -3,11 +3,11 @@
 #include <set>
 
 #include "comun/hilo.h"
+#include "comun/manejadores.h"
 
 #include "dll_cierre.h"
 
 #include <tlhelp32.h>
-#include <winternl.h>
 
 // ---- This process as others would see it from inside
 
@@ -22,37 +22,6 @@ static std::set<DWORD> hilos_del_proceso()
             hilos.insert(hilo.th32ThreadID);
     CloseHandle(foto);
     return hilos;
-}
-
-// What kind of object a handle is, "" for none: "Section", "Mutant", "Thread"...
-static std::wstring tipo_de(HANDLE manejador)
-{
-    using consulta = LONG(WINAPI *)(HANDLE, int, void *, ULONG, ULONG *);
-    static const consulta pregunta = reinterpret_cast<consulta>(
-        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryObject")));
-    alignas(8) uint8_t datos[512];
-    DWORD marcas;
-    if (!GetHandleInformation(manejador, &marcas) || pregunta(manejador, 2, datos, sizeof datos, nullptr) < 0)
-        return L"";
-    const UNICODE_STRING *nombre = reinterpret_cast<const UNICODE_STRING *>(datos);
-    return std::wstring(nombre->Buffer, nombre->Length / 2);
-}
-
-// How many handles there are of the kinds that the library makes. The window system and the run-time make others.
-struct manejadores {
-    uint32_t bloques = 0, mutexes = 0, hilos = 0;
-};
-
-static manejadores cuenta_por_tipo()
-{
-    manejadores num;
-    for (uintptr_t i = 1; i < 4096; i++) {
-        std::wstring tipo = tipo_de(reinterpret_cast<HANDLE>(i * 4));
-        num.bloques += tipo == L"Section";
-        num.mutexes += tipo == L"Mutant";
-        num.hilos += tipo == L"Thread";
-    }
-    return num;
 }
 
 class cierre_de_todo : public todo, public ::testing::WithParamInterface<forma>
@@ -338,6 +307,22 @@ TEST(una_ventana, monitor_que_se_quita_antes_del_cierre_no_vuelve_con_el)
 TEST(una_ventana, cierre_antes_de_quitar_el_monitor_deja_registrarse_otra_vez)
 {
     da_dos_veces({{"servidor", "PROC 55"}, {"monitor", "PROC 55"}, {"cierra", "PROC 55 propia"}, {"quita", "PROC 55"}});
+}
+
+// Under the program's procedure lay the monitor's, and that is another window's by now.
+TEST_F(todo, monitor_que_se_muda_de_la_ventana_del_programa_no_deja_en_ella_su_procedimiento)
+{
+    ivrexa_registra_monitor(m_ventana, apunta_actividad, apunta_ronda, apunta_ronda, &s_actividades);
+    registra_servidor(FORMAS[0]);
+    ivrexa_terminado_registro();
+    ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(proc_de(m_ventana), reinterpret_cast<LONG_PTR>(proc_propia));
+    registra_monitor();
+    ivrexa_cierra_sesion();
+    EXPECT_EQ(proc_de(m_ventana), reinterpret_cast<LONG_PTR>(proc_propia));
+    ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(proc_de(m_ventana_monitor), reinterpret_cast<LONG_PTR>(proc_propia));
+    EXPECT_SIN_INFORMES();
 }
 
 // The header asks for this order. The monitor forgets the registry as it goes, and the program's entry is still there.

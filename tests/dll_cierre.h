@@ -35,16 +35,7 @@ static int obedece_socio(const char *linea)
 
 PAPEL(socio)
 {
-    anfitrion_yo.con_funcion = 1;
-    anfitrion_yo.version = 300;
-    anfitrion_lee_servicios(args[1].c_str());
-    anfitrion_nace(args[0] != "sin_ventana");
-    anfitrion_prepara();
-    anfitrion_publica();
-    yo.di("LISTO");
-    anfitrion_vive(obedece_socio);
-    anfitrion_cierra();
-    return 0;
+    return anfitrion_servidor_que(args[0].c_str(), args[1].c_str(), obedece_socio);
 }
 
 // ---- The callbacks

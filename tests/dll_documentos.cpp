@@ -97,16 +97,7 @@ PAPEL(servidor_atento)
 {
     anfitrion_yo.al_nacer = pon_miras;
     anfitrion_yo.otros = dice_comando;
-    anfitrion_yo.con_funcion = args[0] != "net";
-    anfitrion_yo.version = 300;
-    anfitrion_lee_servicios(args[1].c_str());
-    anfitrion_nace(args[0] != "sin_ventana");
-    anfitrion_prepara();
-    anfitrion_publica();
-    yo.di("LISTO");
-    anfitrion_vive(obedece_atento);
-    anfitrion_cierra();
-    return 0;
+    return anfitrion_servidor_que(args[0].c_str(), args[1].c_str(), obedece_atento);
 }
 
 // ---- Another client

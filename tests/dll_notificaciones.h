@@ -55,8 +55,7 @@ static uint32_t aviso_num_guardados;
 static UINT aviso_mensajes[anfitrion_MAX_SERVICIOS];
 static uint32_t aviso_num_mensajes;
 
-/* ---- Texts -----------------------------------------------------------------------------------------------
- */
+/* ---- Texts ----------------------------------------------------------------------------------------------- */
 
 /* Reads `num` numbers and gives what stands behind them and a blank. */
 static inline const char *aviso_numeros(const char *texto, uint32_t *numeros, uint32_t num)
@@ -88,8 +87,7 @@ static inline aviso_orden aviso_lee_orden(const char *texto, const char *servici
     return o;
 }
 
-/* ---- Notifying -------------------------------------------------------------------------------------------
- */
+/* ---- Notifying ------------------------------------------------------------------------------------------- */
 
 static inline void aviso_notifica(const aviso_orden *o)
 {
@@ -151,8 +149,7 @@ static inline void aviso_destruye(void)
     papel_c_di("DESTRUIDO");
 }
 
-/* ---- Being notified --------------------------------------------------------------------------------------
- */
+/* ---- Being notified -------------------------------------------------------------------------------------- */
 
 static inline void aviso_lee(uint32_t id, const char *servicio)
 {
@@ -234,8 +231,7 @@ static inline void aviso_escucha(const char *servicio, int con_funcion)
         ivrexa_registra_cliente_de_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, servicio);
 }
 
-/* ---- Lines -----------------------------------------------------------------------------------------------
- */
+/* ---- Lines ----------------------------------------------------------------------------------------------- */
 
 static inline void aviso_comando(const char *texto)
 {
@@ -321,23 +317,13 @@ static inline int aviso_obedece(const char *linea)
     return 1;
 }
 
-/* ---- Lives -----------------------------------------------------------------------------------------------
- */
+/* ---- Lives ----------------------------------------------------------------------------------------------- */
 
 static inline int aviso_servidor(const char *clase, const char *servicios)
 {
-    anfitrion_lee_servicios(servicios);
-    anfitrion_yo.con_funcion = strcmp(clase, "net") != 0;
-    anfitrion_yo.version = 300;
     anfitrion_yo.otros = aviso_otros;
     anfitrion_yo.al_nacer = aviso_al_nacer;
-    anfitrion_nace(strcmp(clase, "sin_ventana") != 0);
-    anfitrion_prepara();
-    anfitrion_publica();
-    papel_c_di("LISTO");
-    anfitrion_vive(aviso_obedece);
-    anfitrion_cierra();
-    return 0;
+    return anfitrion_servidor_que(clase, servicios, aviso_obedece);
 }
 
 static inline int aviso_cliente(const char *clase, const char *funcion, const char *servicios)

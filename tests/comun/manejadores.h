@@ -1,0 +1,74 @@
+// manejadores.h - the handles of this process, by the kind of their object. The library makes three kinds; of
+// those neither the window system nor the run-time makes any once it is loaded, so differences are exact.
+#ifndef COMUN_MANEJADORES_H
+#define COMUN_MANEJADORES_H
+
+#include <cstdint>
+#include <ostream>
+#include <sstream>
+#include <string>
+
+#include "sistema.h"
+#include "vigilante.h"
+
+#include <winternl.h>
+
+struct manejadores {
+    int32_t bloques = 0, mutexes = 0, hilos = 0;
+
+    bool operator==(const manejadores &otros) const
+    {
+        return bloques == otros.bloques && mutexes == otros.mutexes && hilos == otros.hilos;
+    }
+    manejadores operator-(const manejadores &otros) const
+    {
+        return {bloques - otros.bloques, mutexes - otros.mutexes, hilos - otros.hilos};
+    }
+};
+
+inline std::ostream &operator<<(std::ostream &salida, const manejadores &m)
+{
+    return salida << m.bloques << " blocks, " << m.mutexes << " mutexes, " << m.hilos << " threads";
+}
+
+// What kind of object a handle is, "" for none: "Section", "Mutant", "Thread"...
+inline std::wstring tipo_de_manejador(HANDLE manejador)
+{
+    using consulta = LONG(WINAPI *)(HANDLE, int, void *, ULONG, ULONG *);
+    static const consulta pregunta = reinterpret_cast<consulta>(
+        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryObject")));
+    alignas(8) uint8_t datos[512];
+    DWORD marcas;
+    if (!GetHandleInformation(manejador, &marcas) || pregunta(manejador, 2, datos, sizeof datos, nullptr) < 0)
+        return L"";
+    const UNICODE_STRING *nombre = reinterpret_cast<const UNICODE_STRING *>(datos);
+    return std::wstring(nombre->Buffer, nombre->Length / 2);
+}
+
+inline manejadores cuenta_por_tipo()
+{
+    manejadores num;
+    vigilante_en_reposo(5000);
+    for (uintptr_t i = 1; i < 4096; i++) {
+        std::wstring tipo = tipo_de_manejador(reinterpret_cast<HANDLE>(i * 4));
+        num.bloques += tipo == L"Section";
+        num.mutexes += tipo == L"Mutant";
+        num.hilos += tipo == L"Thread";
+    }
+    return num;
+}
+
+// As a role says it, and back.
+inline std::string en_linea(const manejadores &m)
+{
+    return std::to_string(m.bloques) + " " + std::to_string(m.mutexes) + " " + std::to_string(m.hilos);
+}
+
+inline manejadores de_linea(const std::string &linea)
+{
+    manejadores m;
+    std::istringstream(linea) >> m.bloques >> m.mutexes >> m.hilos;
+    return m;
+}
+
+#endif
