@@ -268,8 +268,8 @@ IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat,
 
 /** Registers this program as a server and adds its first service. Main thread.
  *
- *  ruta_ejecutable        path of the executable; the program's name in the registry, 255 characters kept. Not empty: an
- *                         entry without a name counts as free.
+ *  ruta_ejecutable        path of the executable; the program's name in the registry, 255 characters kept. Not empty:
+ *                         an entry without a name counts as free.
  *  hwnd_programa          main window: commands arrive in its message loop. NULL: a thread for each service polls.
  *  nombre_servicio        1 to 63 characters; clients use it as it stands, case included.
  *  version                yours; ivrexa_hay_servicio_registrado hands it to clients.
@@ -309,8 +309,8 @@ IVREXA_API void ivrexa_terminado_registro(void);
  *  until it was told to end or another thread closed the session, in any other program not at all. */
 IVREXA_API void ivrexa_espera_comando_terminar_servidor(void);
 
-/** Asks the server of a service to end. Nothing happens when there is no such service; where a server closed its session
- *  and its window lives on, that gets the message.
+/** Asks the server of a service to end. Nothing happens when there is no such service; where a server closed its
+ *  session and its window lives on, that gets the message.
  *  With a window: any program may ask, and does not wait; the server gets command 1 posted, and so WM_QUIT with 1, or,
  *  in a _net server, the message with wParam 1 in its own procedure.
  *  Without one: this program must be a client of the service; that service's thread ends. A server that offers several
@@ -479,8 +479,9 @@ IVREXA_API void ivrexa_registra_monitor(ivrexa_hwnd hwnd_monitor,
 
 /** Ends this program's registration: threads, services, window procedure, everything the library holds. Main thread,
  *  once at the program's end; afterwards the program may register anew. Every pointer the library handed out is
- *  invalid. No other thread may be inside the library, but in ivrexa_notifica_a_cliente, which then returns. Takes half
- *  a second for each thread that still sleeps. Without registration only memory is released. */
+ *  invalid. No other thread may be inside the library, but in ivrexa_notifica_a_cliente, which then returns; nor may
+ *  this one be: not from a callback, nor from inside the box of a report. Takes half a second for each thread that
+ *  still sleeps. Without registration only memory is released. */
 IVREXA_API void ivrexa_cierra_sesion(void);
 
 #ifdef __cplusplus

@@ -2,6 +2,7 @@
 
 #include "iv_mem.h"
 #include "iv_nombre.h"
+#include "iv_reg.h"
 #include "iv_traza.h"
 
 #define IV_MODULO "iv_mcbase"
@@ -47,7 +48,7 @@ static iv_mcbase_acceso *crea_acceso(int16_t registrando)
     return acceso;
 }
 
-void iv_mcbase_retiene_apertura(void)
+static void retiene_apertura(void)
 {
     if (s_hilo_apertura != GetCurrentThreadId()) {
         AcquireSRWLockExclusive(&s_apertura);
@@ -56,7 +57,7 @@ void iv_mcbase_retiene_apertura(void)
     s_veces_apertura++;
 }
 
-void iv_mcbase_suelta_apertura(void)
+static void suelta_apertura(void)
 {
     s_veces_apertura--;
     if (s_veces_apertura > 0)
@@ -72,13 +73,13 @@ iv_mcbase_acceso *iv_mcbase_abre(uint32_t, int16_t registrando)
     if (acceso != NULL)
         return acceso;
 
-    iv_mcbase_retiene_apertura();
+    retiene_apertura();
     __try {
         if (s_mcbase_acceso == NULL && s_veces_apertura == 1)
             s_mcbase_acceso = crea_acceso(registrando);
         acceso = s_mcbase_acceso;
     } __finally {
-        iv_mcbase_suelta_apertura();                // the heap raises when memory runs out
+        suelta_apertura();                          // the heap raises when memory runs out
     }
     return acceso;
 }
@@ -104,6 +105,21 @@ void iv_mcbase_desbloquea(iv_mcbase_acceso *acceso, iv_sitio sitio)
     InterlockedDecrement(&s_num_usos);
 }
 
+// The mutex is taken bare: this is no operation, and has no site.
+void iv_mcbase_retiene(void)
+{
+    retiene_apertura();
+    if (s_mcbase_acceso != NULL)
+        WaitForSingleObject(s_mcbase_acceso->mutex->mutex, INFINITE);
+}
+
+void iv_mcbase_suelta(void)
+{
+    if (s_mcbase_acceso != NULL)
+        ReleaseMutex(s_mcbase_acceso->mutex->mutex);
+    suelta_apertura();
+}
+
 // A thread of ours may still be in the middle of an operation: it is given a moment to leave, since the block and the
 // mutex vanish under it otherwise. A thread that was ended inside one never leaves; hence the bound.
 static void espera_usos(void)
@@ -114,10 +130,10 @@ static void espera_usos(void)
 
 static void olvida_acceso(void)
 {
-    iv_mcbase_retiene_apertura();
+    retiene_apertura();
     iv_mcbase_acceso *acceso = s_mcbase_acceso;
     s_mcbase_acceso = NULL;
-    iv_mcbase_suelta_apertura();
+    suelta_apertura();
     if (acceso == NULL)
         return;
     espera_usos();
@@ -607,22 +623,20 @@ void iv_mcbase_quita_monitor(void)
         }
         iv_mcbase_libera_si_vacio();
     }
-    if (s_programa_monitor != NULL)
+    if (s_programa_monitor != NULL) {
         cambia_procedimiento(s_programa_monitor->hwnd, s_programa_monitor->proc_ventana_anterior);
+        iv_reg_monitor_deja_ventana(iv_mcbase_proc_monitor, s_programa_monitor->proc_ventana_anterior);
+    }
     s_programa_monitor = NULL;
-    iv_mcbase_retiene_apertura();
+    retiene_apertura();
     s_mcbase_acceso = NULL;
-    iv_mcbase_suelta_apertura();
+    suelta_apertura();
 }
 
-WNDPROC iv_mcbase_deja_ventana(WNDPROC quitado, WNDPROC hallado)
+void iv_mcbase_programa_deja_ventana(WNDPROC quitado, WNDPROC hallado)
 {
-    iv_mcbase_monitor *monitor = &s_registro_monitor;
-    if (hallado == iv_mcbase_proc_monitor && s_programa_monitor == NULL)
-        hallado = monitor->proc_ventana_anterior;
-    if (monitor->proc_ventana_anterior == quitado)
-        monitor->proc_ventana_anterior = hallado;
-    return hallado;
+    if (s_registro_monitor.proc_ventana_anterior == quitado)
+        s_registro_monitor.proc_ventana_anterior = hallado;
 }
 
 static void recibe_actividad(const iv_mcbase_monitor *monitor, iv_mcbase_vista *mcbase, uint32_t n)

@@ -5,7 +5,7 @@
 // ACCESS. A process opens the registry once and keeps one access record until no program is registered any more, or
 // until its session closes. Every operation below locks "Ivrexa_Mutex_MCB" at a site of its own (iv_mutex.h) and is
 // harmless where the registry cannot be opened: it then gives the neutral result. Operations that take a block are
-// called with the lock held. No other mutex is taken while the registry's is held.
+// called with the lock held. No other mutex is taken while the registry's is held, but the heap's by who ends a thread.
 //
 // Texts in the block are other programs' words: they are read through bounded copies. A program index of 16 or more has
 // no heartbeat: its counter reads as 0. A service index of 32 or more is ignored everywhere.
@@ -63,9 +63,10 @@ void iv_mcbase_libera_si_vacio(void);
 // Closes this process's access, at the end of a session: the library's threads are stopped. Without one: nothing.
 void iv_mcbase_cierra(void);
 
-// Keeps the opening and closing of the access to this thread, for as long as it ends another. A thread may do it again.
-void iv_mcbase_retiene_apertura(void);
-void iv_mcbase_suelta_apertura(void);
+// Keeps the opening and closing of the access, and the registry's mutex, to this thread while it ends another: that is
+// inside of neither then.
+void iv_mcbase_retiene(void);
+void iv_mcbase_suelta(void);
 
 // ---- Programs
 
@@ -146,9 +147,9 @@ void iv_mcbase_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_activid
 // makes fresh ones.
 void iv_mcbase_quita_monitor(void);
 
-// What a window gets back from `quitado`, the program's procedure, which found `hallado` there. A window may be both
-// the monitor's and the program's, and either may go first: nobody may be left with the procedure of one that has gone.
-WNDPROC iv_mcbase_deja_ventana(WNDPROC quitado, WNDPROC hallado);
+// A window may be both the monitor's and the program's, and either may go first. The one that goes takes its procedure,
+// `quitado`, out from under the other, which then keeps the one that `quitado` had found.
+void iv_mcbase_programa_deja_ventana(WNDPROC quitado, WNDPROC hallado);
 
 // The procedure of the monitor's window.
 LRESULT CALLBACK iv_mcbase_proc_monitor(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);

@@ -1,8 +1,8 @@
 // iv_mutex.h - named mutexes that count how deep this process holds them. One guards each shared block.
 //
-// ORDER. A service's mutex first, then the registry's; never the reverse. A mutex may be taken again by the thread
-// that holds it. Nothing locks at load time. No lock is given up after a time, but a notifier's when its own session
-// closes: a holder that died leaves its mutex abandoned, and the next to wait has it.
+// ORDER. A service's mutex first, then the registry's, then the heap's; never the reverse. A mutex may be taken again
+// by the thread that holds it. Nothing locks at load time. No lock is given up after a time, but a notifier's when its
+// own session closes: a holder that died leaves its mutex abandoned, and the next to wait has it.
 //
 // Each place in the code that locks has its own code, a lock site. It is kept beside the hold it made, so that a
 // debugger shows who holds what; it is never compared. New codes go at the end; none is renumbered.

@@ -98,10 +98,18 @@ static void quita_wndproc(void)
 {
     if (s_programa->wndproc_anterior == NULL)
         return;
-    s_wndproc_ultima = iv_mcbase_deja_ventana(iv_reg_wndproc_programa, s_programa->wndproc_anterior);
-    LONG_PTR anterior = reinterpret_cast<LONG_PTR>(s_wndproc_ultima);
+    LONG_PTR anterior = reinterpret_cast<LONG_PTR>(s_programa->wndproc_anterior);
     iv_ventana()->SetWindowLongPtrW(s_programa->hwnd_programa, GWLP_WNDPROC, anterior);
+    iv_mcbase_programa_deja_ventana(iv_reg_wndproc_programa, s_programa->wndproc_anterior);
     s_programa->wndproc_anterior = NULL;
+}
+
+void iv_reg_monitor_deja_ventana(WNDPROC quitado, WNDPROC hallado)
+{
+    if (s_registro_programa.wndproc_anterior == quitado)
+        s_registro_programa.wndproc_anterior = hallado;
+    if (s_wndproc_ultima == quitado)
+        s_wndproc_ultima = hallado;
 }
 
 // ---- How a thread of ours ends: by itself or by the close, never both at once. A thread that is ended while it leaves
@@ -946,12 +954,12 @@ void iv_reg_cerrado_documento_de_cliente(const wchar_t *ruta_documento, uint32_t
 // would stay locked. What it held of a named mutex is abandoned, and the next to wait has it.
 static void mata_hilo(HANDLE hilo, iv_mutex *mutex)
 {
-    iv_mcbase_retiene_apertura();
+    iv_mcbase_retiene();
     iv_mutex_heap_bloquea();
     TerminateThread(hilo, 0);
     WaitForSingleObject(hilo, ESPERA_SALIDA_MS);        // it is asked to end, and runs until the system sees to that
     iv_mutex_heap_desbloquea();
-    iv_mcbase_suelta_apertura();
+    iv_mcbase_suelta();
     if (mutex != NULL)
         mutex->nivel_bloqueo = 0;
 }
@@ -1066,8 +1074,8 @@ void iv_reg_cierra_sesion(void)
     if (programa == NULL)
         return;
     programa->estado_registro = iv_reg_CERRANDO;
-    para_latido();
     iv_mcbase_abre(iv_tipo_SERVIDOR, FALSO);            // a monitor that has gone took the access with it
+    para_latido();
     iv_mcbase_quita_programa(programa->id_programa);
     for (uint32_t i = 0; i < programa->num_servicios_prestados; i++)
         retira_servicio(&programa->servicios_prestados[i]);

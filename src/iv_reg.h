@@ -116,6 +116,9 @@ void iv_reg_registra_cliente(const char *ruta_ejecutable, ivrexa_hwnd hwnd_progr
 int16_t iv_reg_dame_servicio_solicitado(const char *nombre_servicio, uint32_t *ind_datServ,
                                         ivrexa_hwnd *hwnd_programa);
 
+// The monitor's procedure leaves a window that may be this program's: see iv_mcbase_programa_deja_ventana.
+void iv_reg_monitor_deja_ventana(WNDPROC quitado, WNDPROC hallado);
+
 // ---- Server
 
 LRESULT CALLBACK iv_reg_wndproc_programa(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);

@@ -213,6 +213,72 @@ TEST_F(iv_reg_cierre, hilo_que_duerme_recibe_500_ms_y_el_acabado_ninguno)
                                                  "close heartbeat", "code service", "close service"}));
 }
 
+// Keeps the heartbeat, once it touches the registry's block, where it has counted its hold of the mutex, until 200 ms
+// after the grace that a close gives it.
+class latido_parado {
+public:
+    latido_parado()
+    {
+        s_dentro = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+        m_manejador = AddVectoredExceptionHandler(1, para);
+        protege(PAGE_NOACCESS);
+    }
+    ~latido_parado()
+    {
+        RemoveVectoredExceptionHandler(m_manejador);
+        CloseHandle(s_dentro);
+    }
+    latido_parado(const latido_parado &) = delete;
+    latido_parado &operator=(const latido_parado &) = delete;
+    bool espera() { return WaitForSingleObject(s_dentro, 5000) == WAIT_OBJECT_0; }
+
+private:
+    static void protege(DWORD proteccion)
+    {
+        DWORD antes;
+        VirtualProtect(s_mcbase_acceso->bloque->sharedmem, 8890, proteccion, &antes);
+    }
+    static LONG CALLBACK para(EXCEPTION_POINTERS *p)
+    {
+        if (p->ExceptionRecord->ExceptionCode != EXCEPTION_ACCESS_VIOLATION)
+            return EXCEPTION_CONTINUE_SEARCH;
+        protege(PAGE_READWRITE);
+        SetEvent(s_dentro);
+        const iv_reg_programa *programa = s_programa;
+        for (int ms = 0; ms < 5000 && programa->estado_registro < iv_reg_CERRANDO; ms++)
+            Sleep(1);
+        Sleep(700);
+        return EXCEPTION_CONTINUE_EXECUTION;
+    }
+
+    static inline HANDLE s_dentro;
+    void *m_manejador;
+};
+
+// Ended inside the registry it would leave a hold counted that nobody has.
+TEST_F(iv_reg_cierre, latido_no_se_acaba_dentro_del_registro_ni_del_heap)
+{
+    static std::vector<bool> s_libres;
+    static decltype(&TerminateThread) s_mata;
+    s_mata = __imp_TerminateThread;
+    importacion_cambiada<decltype(&TerminateThread)> mata(__imp_TerminateThread, [](HANDLE h, DWORD n) -> BOOL {
+        for (const char *nombre : {"Ivrexa_Mutex_MCB", "ivrexa_iv_mem"})
+            s_libres.push_back(mutex_crudo(nombre).libre());
+        return s_mata(h, n);
+    });
+    ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, nombre_unico("Calc"));
+    mutex_crudo registro("Ivrexa_Mutex_MCB"), heap("ivrexa_iv_mem");
+    latido_parado parado;
+    ASSERT_TRUE(parado.espera());
+    EXPECT_FALSE(registro.libre());
+    ivrexa_cierra_sesion();
+    ASSERT_GE(s_libres.size(), 2u);                 // the heartbeat, and a notification thread that slept too long
+    EXPECT_EQ(s_libres, std::vector<bool>(s_libres.size(), false));
+    EXPECT_TRUE(registro.libre());
+    EXPECT_TRUE(heap.libre());
+    EXPECT_SIN_INFORMES();
+}
+
 TEST_F(iv_reg_cierre, no_deja_manejadores)
 {
     auto sesion = [&] {
@@ -330,6 +396,95 @@ TEST_F(iv_reg_cierre, funcion_sin_ventana_que_notifica_no_detiene_el_cierre)
     EXPECT_EQ(s_programa, nullptr);
     EXPECT_EQ(canal.u32(8), 1u);                    // the command was answered
     EXPECT_EQ(canal.u16(28), 1u);
+}
+
+// The command's mutex is held while its function runs, and site 25 waits for it.
+TEST_F(iv_reg_cierre, canal_se_marca_cuando_la_orden_en_curso_ha_acabado)
+{
+    const char *servicio = nombre_unico("Calc");
+    sirve(servicio, nullptr);
+    bloque_crudo canal = abre_canal(servicio), mcb = abre_registro();
+    HANDLE sigue = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    s_trabajo = [&](uint32_t, comando *contexto) {
+        pon_salida(servicio, contexto);
+        return WaitForSingleObject(sigue, 20000) == WAIT_OBJECT_0 ? 42 : 3;
+    };
+    escribe_orden(&canal, {});
+    EXPECT_TRUE(espera_hasta([] { return num_llamadas() == 1; }, 5000));
+    hilo cierra_en_otro([] { ivrexa_cierra_sesion(); });
+    EXPECT_TRUE(espera_hasta([&] { return mcb.texto(1430, 256) == ""; }, 5000));
+    EXPECT_FALSE(cierra_en_otro.acaba(100));
+    EXPECT_EQ(canal.u16(28), 0u);
+    EXPECT_EQ(canal.u32(30), 2u);
+    SetEvent(sigue);
+
+    EXPECT_TRUE(cierra_en_otro.acaba(10000));
+    CloseHandle(sigue);
+    EXPECT_EQ(canal.u32(8), 42u);
+    EXPECT_EQ(canal.u16(28), 1u);
+    EXPECT_EQ(canal.u32(30), 0u);
+    EXPECT_FALSE(existen_datos(servicio, 100));     // the output that it left went too
+}
+
+static void aviso_que_no_vuelve(const char *servicio, uint32_t id_cliente, uint32_t dato)
+{
+    funcion_aviso(servicio, id_cliente, dato);
+    Sleep(INFINITE);
+}
+
+// A thread that does not come back is ended after its 500 ms, with code 0, and what it held is held no more.
+TEST_F(iv_reg_cierre, hilo_que_no_vuelve_se_acaba_con_codigo_0_y_su_mutex_queda_libre)
+{
+    std::string servicio = nombre_unico("Calc");
+    iv_reg_registra_cliente("C:\\p.exe", nullptr, servicio.c_str(), aviso_que_no_vuelve);
+    bloque_crudo canal = abre_canal(servicio);
+    mutex_crudo mutex(("Mutex_Ivrexa_" + servicio + "Interno").c_str());
+    canal.pon_u32(2362, 1);
+    EXPECT_TRUE(espera_hasta([] { return num_avisos() == 1; }, 5000));
+    EXPECT_FALSE(mutex.libre());
+    DWORD derechos = SYNCHRONIZE | THREAD_QUERY_INFORMATION;
+    HANDLE avisos = OpenThread(derechos, FALSE, solicitado(0).u32(52));
+    HANDLE latido = OpenThread(derechos, FALSE, programa().u32(3320));
+    ivrexa_cierra_sesion();
+
+    EXPECT_SIN_INFORMES();
+    for (HANDLE h : {avisos, latido}) {
+        DWORD codigo = 259;
+        EXPECT_EQ(WaitForSingleObject(h, 5000), WAIT_OBJECT_0);
+        EXPECT_TRUE(GetExitCodeThread(h, &codigo));
+        EXPECT_EQ(codigo, 0u);
+        CloseHandle(h);
+    }
+    EXPECT_TRUE(mutex.retiene(5000));
+    EXPECT_EQ(canal.u32(2362), 2u);                 // as the thread left it
+}
+
+// Everything that the record and its calls held; the private heap is looked at before the caller destroys it.
+TEST_F(iv_reg_cierre, no_deja_nada_en_el_heap)
+{
+    const char *usado = nombre_unico("Usado"), *servicio = nombre_unico("Calc");
+    auto sesion = [&](HWND hwnd) {
+        ivrexa_registra_servidor("C:\\p.exe", hwnd, servicio, 1, nullptr, funcion_comando);
+        ivrexa_anyade_servicio(nombre_unico("Otro"), 1, nullptr, funcion_comando);
+        ivrexa_terminado_registro();
+        ivrexa_registra_cliente_de_servicio("C:\\p.exe", hwnd, usado);
+        for (uint32_t n = 0; n < 33; n++)           // one of them of id 0, one too many
+            iv_reg_abierto_documento_de_cliente(usado, L"uno", n);
+        uint32_t id = 0;
+        s_trabajo = [&](uint32_t, comando *contexto) { return (id = pon_salida(servicio, contexto)) != 0; };
+        EXPECT_EQ(iv_reg_procesa_comando(&s_programa->servicios_prestados[0], 100, 0), 1u);
+        EXPECT_TRUE(existen_datos(servicio, id));
+        termina_canales();
+        iv_reg_cierra_sesion();
+        iv_mcbase_cierra();
+        EXPECT_FALSE(existen_datos(servicio, id));
+    };
+    i_free(i_malloc(1));                            // the heap is there from now on
+    uint32_t vivos = bloques_vivos();
+    for (HWND hwnd : {ventana(), static_cast<HWND>(nullptr)}) {
+        sesion(hwnd);
+        EXPECT_EQ(bloques_vivos(), vivos);
+    }
 }
 
 // A mutex that was never made: unlocking it reports, and so does freeing the name that is not there.
