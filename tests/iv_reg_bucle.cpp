@@ -380,6 +380,36 @@ TEST_F(iv_reg_bucle, marca_de_fin_acaba_la_espera_de_una_orden)
     EXPECT_EQ(mutex_en(prestado(0), 50)->nivel_bloqueo, 0);
 }
 
+// The command is looked at before the flag: it is carried out, answered, and only then the thread ends.
+TEST_F(iv_reg_bucle, orden_que_llega_con_la_marca_de_fin_se_cumple_todavia)
+{
+    prepara();
+    EXPECT_TRUE(espera_hasta([&] { return m_mcb->u32(en_servicio(prestado(0).u32(8), 68)) == 1; }, 5000));
+    mutex_crudo mutex((std::string("Mutex_Ivrexa_") + m_servicio).c_str());
+    ASSERT_TRUE(mutex.retiene(5000));               // between two rounds of its wait
+    escribe_orden(m_canal.get(), {});
+    m_canal->pon_u16(28, 1);
+    mutex.suelta();
+
+    EXPECT_TRUE(acaba_hilo());
+    EXPECT_EQ(num_llamadas(), 1u);
+    EXPECT_EQ(m_canal->u32(8), 1u);
+    EXPECT_EQ(m_canal->u32(4), 5u);                 // without a receipt
+    EXPECT_EQ(m_canal->u32(30), 0u);
+}
+
+// Only 1 ends a wait.
+TEST_F(iv_reg_bucle, otro_valor_de_la_marca_de_fin_no_acaba_nada)
+{
+    prepara();
+    m_canal->pon_u16(28, 2);
+    EXPECT_EQ(ejecuta({}), 1u);
+    EXPECT_EQ(ejecuta({101, 0, 0, {}}), 1u);
+    EXPECT_EQ(num_llamadas(), 2u);
+    EXPECT_EQ(m_canal->u16(28), 2u);
+    EXPECT_EQ(prestado(0).u32(78), 2u);
+}
+
 // ---- Dead clients
 
 TEST_F(iv_reg_bucle, cliente_muerto_mientras_se_espera_una_orden_acaba_el_servicio)
@@ -438,6 +468,18 @@ TEST_F(iv_reg_bucle, orden_1_acaba_el_hilo_y_la_espera_de_su_fin)
     EXPECT_EQ(num_llamadas(), 0u);
     EXPECT_EQ(WaitForSingleObject(acabado, 2000), WAIT_OBJECT_0);
     CloseHandle(acabado);
+}
+
+TEST_F(iv_reg_bucle, ordenes_2_a_99_dan_1_y_no_hacen_nada)
+{
+    prepara();
+    for (uint32_t id : {2u, 99u})
+        EXPECT_EQ(ejecuta({id, 0, 0, {}}), 1u) << id;
+    EXPECT_EQ(num_llamadas(), 0u);
+    EXPECT_EQ(m_canal->u16(28), 0u);
+    EXPECT_EQ(prestado(0).u32(78), 2u);
+    EXPECT_EQ(ejecuta({0, 0, 0, {}}), 1u);          // 0 is the host's: the window alone passes it on
+    EXPECT_EQ(num_llamadas(), 1u);
 }
 
 TEST_F(iv_reg_bucle, orden_1_acaba_solo_su_servicio)

@@ -1,6 +1,10 @@
 // A program as client: its services, its documents, and the notifications between a server and its clients.
 #include "iv_reg_apoyo.h"
 
+#include "comun/importacion.h"
+
+IMPORTACION(Sleep);
+
 namespace {
 
 int s_num_subclases;
@@ -415,6 +419,37 @@ TEST_F(iv_reg_notificacion, sin_acuse_el_mutex_se_suelta_a_los_30_segundos_y_el_
     EXPECT_EQ(WaitForSingleObject(solicitado(0).puntero(44), 0), static_cast<DWORD>(WAIT_TIMEOUT));
 }
 
+// The same by the thread's own sleeps, which here cost nothing: 60 of 500 ms with the mutex held, and the
+// next, without it, for its turn.
+TEST_F(iv_reg_notificacion, espera_del_acuse_son_60_vueltas_de_500_ms)
+{
+    static decltype(&Sleep) s_duerme;
+    static volatile uint32_t s_hilo, s_con_mutex, s_sin_mutex, s_otros;
+    s_duerme = __imp_Sleep;
+    s_hilo = s_con_mutex = s_sin_mutex = s_otros = 0;
+    importacion_cambiada<decltype(&Sleep)> cambio(__imp_Sleep, [](DWORD ms) {
+        if (GetCurrentThreadId() != s_hilo || s_sin_mutex > 0)
+            return s_duerme(ms);
+        if (ms != 500)
+            s_otros = s_otros + 1;
+        else if (mutex_en(solicitado(0), 28)->nivel_bloqueo == 1)
+            s_con_mutex = s_con_mutex + 1;
+        else if (s_con_mutex > 0)                   // turns before the notification do not count
+            s_sin_mutex = s_sin_mutex + 1;
+        s_duerme(1);
+    });
+    prepara();
+    mutex_crudo mutex(interno(m_servicio).c_str());
+    ASSERT_TRUE(mutex.retiene(5000));
+    s_hilo = solicitado(0).u32(52);
+    notifica(201, 7, 105);
+    mutex.suelta();
+    EXPECT_TRUE(espera_hasta([] { return s_sin_mutex > 0; }, 10000));
+    EXPECT_EQ(s_con_mutex, 60u);
+    EXPECT_EQ(s_otros, 0u);
+    EXPECT_EQ(m_canal->u32(2362), 2u);
+}
+
 TEST_F(iv_reg_notificacion, sin_funcion_solo_va_a_la_ventana_y_sin_ventana_solo_a_la_funcion)
 {
     ventana_cambiada cambiada;
@@ -488,6 +523,16 @@ TEST_F(iv_reg_notificacion, mensaje_llama_a_la_funcion_y_el_primer_lparam_es_el_
     // The id stays, and no other is handed out for it.
     EXPECT_EQ(iv_reg_abierto_documento_de_cliente(m_servicio, L"x", 1), 555u);
     EXPECT_EQ(programa().u32(1476), 200u);
+}
+
+TEST_F(iv_reg_notificacion, mensaje_se_toma_de_32_bits)
+{
+    prepara(ventana());
+    SendMessageW(ventana(), ivrexa_dame_id_MSG_servicio(m_servicio), 0x5FEDCBA98u, 0x7F0000001);
+    ASSERT_EQ(num_avisos(), 1u);
+    EXPECT_EQ(s_avisos[0].id_cliente, 0xF0000001u);
+    EXPECT_EQ(s_avisos[0].dato, 0xFEDCBA98u);
+    EXPECT_EQ(solicitado(0).u32(16), 0xF0000001u);
 }
 
 TEST_F(iv_reg_notificacion, mensaje_sin_funcion_da_0_y_no_guarda_nada)

@@ -118,6 +118,29 @@ TEST_F(iv_reg_ventana, argumentos_se_toman_de_32_bits)
     EXPECT_EQ(s_llamadas[0].contexto[0], 0u);       // input block 0: none
 }
 
+// wParam decides whether the message is a command, its low half which one; 0 is none of the library's.
+TEST_F(iv_reg_ventana, wparam_con_la_mitad_baja_0_es_la_orden_0)
+{
+    prepara();
+    EXPECT_EQ(manda(0x700000000u), 1);
+    ASSERT_EQ(num_llamadas(), 1u);
+    EXPECT_EQ(s_llamadas[0].id_comando, 0u);
+    EXPECT_TRUE(s_mensajes.empty());
+}
+
+// What still comes when the session is closed, from a window that somebody else subclassed on top, goes on.
+TEST_F(iv_reg_ventana, mensaje_que_llega_tras_el_cierre_pasa_al_procedimiento_del_programa)
+{
+    prepara();
+    cierra();
+    EXPECT_EQ(iv_reg_wndproc_programa(ventana(), m_msg, 100, 8), 77);
+    ASSERT_EQ(s_mensajes.size(), 1u);
+    EXPECT_EQ(s_mensajes[0].msg, m_msg);
+    EXPECT_EQ(s_mensajes[0].wparam, 100u);
+    EXPECT_EQ(s_mensajes[0].lparam, 8);
+    EXPECT_EQ(num_llamadas(), 0u);
+}
+
 TEST_F(iv_reg_ventana, resultado_con_signo_llega_sin_signo)
 {
     prepara();
@@ -294,6 +317,41 @@ TEST_F(iv_reg_comando, datos_de_entrada_se_leen_una_vez_y_se_destruyen)
     EXPECT_EQ(bloques_vivos(), vivos);
 }
 
+TEST_F(iv_reg_comando, contexto_son_32_bytes_del_heap_privado)
+{
+    prepara();
+    bool del_heap = false;
+    uint32_t tam = 0, vivos = bloques_vivos(), durante = 0;
+    s_trabajo = [&](uint32_t, comando *contexto) {
+        del_heap = HeapValidate(s_LocalHeap, 0, contexto);
+        tam = del_heap ? tam_de(contexto) : 0;
+        durante = bloques_vivos();
+        return 1;
+    };
+    manda(100);
+    EXPECT_TRUE(del_heap);
+    EXPECT_EQ(tam, 32u);
+    EXPECT_EQ(durante, vivos + 1);
+    EXPECT_EQ(bloques_vivos(), vivos);
+}
+
+// The window's answer is the result: of the channel, only the input's number is touched.
+TEST_F(iv_reg_comando, canal_queda_como_estaba_menos_la_entrada)
+{
+    prepara();
+    bloque_crudo canal = abre_canal(m_servicio), datos = crea_datos(m_servicio, 100);
+    escribe_orden(&canal, {100, 100, 0x5555, {L"uno", L"dos", L"tres"}});
+    canal.pon_u32(8, 88);
+    canal.pon_u32(34, 99);
+    canal.pon_texto_u(38, L"before");
+    std::vector<uint8_t> esperados = canal.bytes(0, 2378);
+    EXPECT_EQ(esperados[1206], 100u);
+    esperados[1206] = 0;
+    s_trabajo = [](uint32_t, comando *) { return 2; };
+    EXPECT_EQ(manda(100, 100), 2);
+    EXPECT_TRUE(bytes_iguales(esperados, canal.bytes(0, 2378)));
+}
+
 TEST_F(iv_reg_comando, entrada_que_no_es_la_del_canal_se_informa)
 {
     prepara();
@@ -375,6 +433,49 @@ TEST_F(iv_reg_comando, salida_vive_hasta_el_comando_siguiente)
     manda(101);
     EXPECT_FALSE(existia);
     EXPECT_EQ(postergada, nullptr);
+    EXPECT_EQ(prestado(0).puntero(82), nullptr);
+    EXPECT_EQ(bloques_vivos(), vivos);
+}
+
+TEST_F(iv_reg_comando, salida_se_destruye_con_el_sitio_35_tomado_y_antes_de_leer_la_entrada)
+{
+    prepara();
+    bloque_crudo canal = abre_canal(m_servicio);
+    s_trabajo = [&](uint32_t, comando *contexto) { return pon_salida(m_servicio, contexto) == 100 ? 1 : 3; };
+    manda(100);
+    s_trabajo = nullptr;
+    mutex_crudo mutex((std::string("Mutex_Ivrexa_") + m_servicio).c_str());
+    ASSERT_TRUE(mutex.retiene(5000));
+    hilo ejecuta([&] { iv_reg_procesa_comando(&s_programa->servicios_prestados[0], 101, 100); });
+    EXPECT_FALSE(ejecuta.acaba(50));
+    EXPECT_TRUE(existen_datos(m_servicio, 100));
+    canal.pon_u32(1206, 100);                       // its own last output, as input: gone by then
+    mutex.suelta();
+    EXPECT_TRUE(ejecuta.acaba(5000));
+    EXPECT_INFORME("iv_mcserv", "(shared_MCCom) != 0");
+    EXPECT_EQ(s_llamadas.at(1).contexto[0], 0u);
+    EXPECT_FALSE(existen_datos(m_servicio, 100));
+}
+
+// A host that hands its input back as output keeps it: it is destroyed once, with the next command.
+TEST_F(iv_reg_comando, entrada_devuelta_como_salida_vive_hasta_el_comando_siguiente)
+{
+    prepara();
+    bloque_crudo canal = abre_canal(m_servicio);
+    uint32_t vivos = bloques_vivos();
+    {
+        bloque_crudo datos = crea_datos(m_servicio, 100);
+        escribe_orden(&canal, {100, 100, 0, {}});
+        s_trabajo = [](uint32_t, comando *contexto) {
+            contexto->datos_salida = contexto->datos_entrada;
+            return 1;
+        };
+        EXPECT_EQ(manda(100, 100), 1);
+    }
+    ASSERT_NE(prestado(0).puntero(82), nullptr);
+    EXPECT_EQ(reinterpret_cast<uint64_t>(prestado(0).puntero(82)), s_llamadas.at(0).contexto[0]);
+    s_trabajo = nullptr;
+    EXPECT_EQ(manda(101), 1);
     EXPECT_EQ(prestado(0).puntero(82), nullptr);
     EXPECT_EQ(bloques_vivos(), vivos);
 }
