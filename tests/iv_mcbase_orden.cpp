@@ -4,6 +4,7 @@
 #include "comun/importacion.h"
 
 IMPORTACION(Sleep);
+IMPORTACION(WaitForSingleObject);
 
 using campos_t = std::vector<size_t>;
 
@@ -89,5 +90,54 @@ TEST_F(iv_mcbase, cada_operacion_escribe_sus_campos_una_vez_y_en_orden)
         vigia_bloque vigia;
         caso.operacion();
         EXPECT_EQ(vigia.campos_escritos(), caso.escritos);
+    }
+}
+
+// The registry's mutex is the last in the order of locks: whoever has it waits for nothing else, nor for the
+// heap.
+TEST_F(iv_mcbase, con_el_mutex_tomado_no_se_espera_a_ningun_otro)
+{
+    static decltype(&WaitForSingleObject) espera = __imp_WaitForSingleObject;
+    static DWORD hilo_de_la_prueba;
+    static uint32_t tomas;
+    hilo_de_la_prueba = GetCurrentThreadId();
+    m_ventana->SetWindowLongPtrW = [](HWND, int, LONG_PTR) -> LONG_PTR { return 0; };
+    pon_programa(0, "programa", 0x1111);
+    pon_programa(1, "otro", 0x1111);
+    iv_mcserv_t canal = {};
+    struct {
+        const char *nombre;
+        std::function<void()> operacion;
+    } const casos[] = {
+        {"program", [] { iv_mcbase_registra_programa(1, "nuevo", ventana_num(0x2222)); }},
+        {"server of a service", [] { iv_mcbase_registra_servidor_de_servicio(0, "Texto", nullptr); }},
+        {"client of a service", [] { iv_mcbase_registra_cliente_de_servicio(1, "Texto", nullptr); }},
+        {"command begins", [] { iv_mcbase_inicia_comando(0, 100); }},
+        {"command ends", [] { iv_mcbase_termina_comando(0, 100); }},
+        {"client round", [&] { iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE(0, &canal); }},
+        {"server round", [&] { iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO(0, &canal); }},
+        {"prefix", [] { char nombre[64]; iv_mcbase_hay_servicio_registrado_empiece_por("Te", nombre); }},
+        {"monitor", [] { registra_monitor(ventana_num(0x1234)); }},
+        {"monitor there?", [] { iv_mcbase_hay_monitor(0); }},
+        {"service announced", [] { iv_mcbase_anota_actividad(0, 1, 1, "Lista", 0, 0); }},
+        {"activity", [] { iv_mcbase_anota_actividad(1, 2, 1, "Lista", 100, 7); }},
+        {"release", [] { iv_mcbase_libera_si_vacio(); }},
+        {"removal", [] { iv_mcbase_quita_programa(0); }},
+        {"monitor's end", [] { iv_mcbase_quita_monitor(); }},
+    };
+    iv_mcbase_abre(0, FALSO);
+    importacion_cambiada<decltype(&WaitForSingleObject)> cambio(
+        __imp_WaitForSingleObject, [](HANDLE objeto, DWORD ms) -> DWORD {
+            if (GetCurrentThreadId() == hilo_de_la_prueba) {
+                EXPECT_EQ(sitio_actual(), 0u) << "waits with the registry locked";
+                tomas += s_mcbase_acceso != nullptr && objeto == s_mcbase_acceso->mutex->mutex ? 1 : 0;
+            }
+            return espera(objeto, ms);
+        });
+    for (const auto &caso : casos) {
+        SCOPED_TRACE(caso.nombre);
+        tomas = 0;
+        caso.operacion();
+        EXPECT_GE(tomas, 1u);
     }
 }

@@ -49,6 +49,22 @@ TEST_F(iv_mcbase, de_dos_servicios_de_un_nombre_vale_el_primero)
     EXPECT_EQ(iv_mcbase_busca_servicio(vista(), "Calc", nullptr), 9u);
 }
 
+// The platform says what is the same text, and not the bytes: a soft hyphen, for one, does not count.
+TEST_F(iv_mcbase, nombres_son_iguales_si_lo_son_para_la_plataforma)
+{
+    const bool iguales = lstrcmpA("Ca\xADlco", "Calco") == 0;
+    char nombre[64];
+    pon_programa(3, "Calco", 0);
+    pon_servicio(9, "Calco");
+    EXPECT_EQ(iv_mcbase_registra_programa(0, "Ca\xADlco", nullptr), iguales ? 3 : 0);
+    EXPECT_EQ(iv_mcbase_busca_servicio(vista(), "Ca\xADlco", nullptr), iguales ? 9u : 32u);
+    // Of a prefix the bytes count: five of the name are another text, and six are more than it has.
+    EXPECT_EQ(iv_mcbase_hay_servicio_registrado_empiece_por("Ca\xADlc", nombre), 0);
+    EXPECT_EQ(iv_mcbase_hay_servicio_registrado_empiece_por("Calco\xAD", nombre), 0);
+    pon_servicio(9, "Ca\xADlco");
+    EXPECT_EQ(iv_mcbase_hay_servicio_registrado_empiece_por("Cal\xAD", nombre), iguales ? 1 : 0);
+}
+
 TEST_F(iv_mcbase, busqueda_alta_y_baja_dejan_el_mutex_a_quien_llama)
 {
     iv_mcbase_vista *mcbase = vista();

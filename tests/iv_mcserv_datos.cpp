@@ -1,6 +1,8 @@
 // Blocks of command data: a container stored, and a command's input handed to its server.
 #include "iv_mcserv_apoyo.h"
 
+#include "comun/monton.h"
+
 namespace {
 
 const char *const HEX_UN_ULONG = "01000000 03 02 6e00 2a000000";    // one value: ulong "n" = 42
@@ -177,4 +179,28 @@ TEST_F(iv_mcserv_datos, contenedor_vacio_ocupa_4_bytes)
     EXPECT_EQ(guardado.cabecera(), 4u);
     EXPECT_EQ(guardado.u32(0), 0u);
     iv_comdat_destruye(vacio);
+}
+
+// The block's name lives only as long as the call.
+TEST_F(iv_mcserv_datos, guardar_y_leer_no_dejan_nada_en_el_monton)
+{
+    auto guarda_y_lee = [&] {
+        comdat *datos = crea_datos();
+        iv_mcserv_guarda_datos(datos, 100);
+        canal.pon_u32(C_ID_ENTRADA, 100);
+        comdat *entrada = lee(100);
+        EXPECT_NE(entrada, nullptr);
+        iv_comdat_destruye(entrada);
+        iv_comdat_destruye(datos);
+    };
+    guarda_y_lee();
+    uint32_t vivos = bloques_vivos();
+
+    guarda_y_lee();
+    EXPECT_EQ(bloques_vivos(), vivos);
+
+    canal.pon_u32(C_ID_ENTRADA, 101);
+    EXPECT_EQ(lee(101), nullptr);
+    EXPECT_INFORME("iv_mcserv", "(shared_MCCom) != 0");
+    EXPECT_EQ(bloques_vivos(), vivos);
 }
