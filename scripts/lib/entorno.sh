@@ -47,6 +47,7 @@ x86_64-w64-mingw32-windres                                  binutils-mingw-w64-x
 Xvfb                                                        xvfb
 flock                                                       util-linux
 setpriv                                                     util-linux
+setarch                                                     util-linux
 '
 
 cerrojos=()         # descriptors of the locks that this run holds
@@ -55,6 +56,7 @@ num_prefijos=0      # how many prefixes this run holds
 prefijos=()         # their folders, and that of the template once this run makes it
 sesion_propia=      # the session's folder, when this run has opened it
 como_root=()        # what runs a command as root; nothing when we are root or need not be
+sin_azar=()         # what runs a command with its memory in fixed places
 
 # ---- Progress ----------------------------------------------------------------------------------------------
 
@@ -71,6 +73,19 @@ muere()
 
 # ---- Processes ---------------------------------------------------------------------------------------------
 
+# Linux begins a program's heap somewhere in the gigabyte behind the program, and for Wine's loader that is where Wine
+# maps data at fixed addresses. Where the two meet, one start in some thousands, the Windows program ends at once with
+# code 1 and not a word, or crashes in a DLL of Wine's that lacks its data. Without that randomness they never meet.
+# A container may forbid to switch it off; then it stays.
+fija_direcciones()
+{
+    if [[ $(<"/proc/$BASHPID/personality") != *4???? ]] && setarch -R true 2>/dev/null; then
+        sin_azar=(setarch -R)
+    fi
+}
+
+fija_direcciones
+
 # Replaces this subshell by a command that inherits none of the run's locks.
 sustituye()
 {
@@ -78,7 +93,7 @@ sustituye()
     for descriptor in "${cerrojos[@]}"; do
         exec {descriptor}>&-
     done
-    exec "$@"
+    exec "${sin_azar[@]}" "$@"
 }
 
 # The same, in a session of its own (setsid), so that a Ctrl-C reaches this run alone, which then ends the
