@@ -213,7 +213,7 @@ TEST_F(iv_reg_cierre, hilo_que_duerme_recibe_500_ms_y_el_acabado_ninguno)
                                                  "close heartbeat", "code service", "close service"}));
 }
 
-// Keeps the heartbeat, once it touches the registry's block, where it has counted its hold of the mutex, until 200 ms
+// Keeps the heartbeat, once it touches the registry's block, where it has counted its hold of the mutex, until long
 // after the grace that a close gives it.
 class latido_parado {
 public:
@@ -247,7 +247,7 @@ private:
         const iv_reg_programa *programa = s_programa;
         for (int ms = 0; ms < 5000 && programa->estado_registro < iv_reg_CERRANDO; ms++)
             Sleep(1);
-        Sleep(700);
+        Sleep(2000);
         return EXCEPTION_CONTINUE_EXECUTION;
     }
 
