@@ -1,28 +1,10 @@
 // The end of a session of a program that is everything at once. What it leaves, what others see, that it can come back
 // as everything, and what happens at odd moments.
-#include <set>
-
 #include "comun/hilo.h"
+#include "comun/hilos_de.h"
 #include "comun/manejadores.h"
 
 #include "dll_cierre.h"
-
-#include <tlhelp32.h>
-
-// ---- This process as others would see it from inside
-
-static std::set<DWORD> hilos_del_proceso()
-{
-    std::set<DWORD> hilos;
-    HANDLE foto = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
-    THREADENTRY32 hilo = {};
-    hilo.dwSize = sizeof hilo;
-    for (BOOL hay = Thread32First(foto, &hilo); hay; hay = Thread32Next(foto, &hilo))
-        if (hilo.th32OwnerProcessID == GetCurrentProcessId())
-            hilos.insert(hilo.th32ThreadID);
-    CloseHandle(foto);
-    return hilos;
-}
 
 class cierre_de_todo : public todo, public ::testing::WithParamInterface<forma>
 {
@@ -176,10 +158,10 @@ protected:
             if (vez > 0) {
                 EXPECT_EQ(despues.mutexes, antes.mutexes);
                 EXPECT_EQ(despues.hilos, antes.hilos);
-                EXPECT_TRUE(espera_hasta([&] { return hilos_del_proceso() == hilos; }, 5000));
+                EXPECT_TRUE(espera_hasta([&] { return hilos_de(GetCurrentProcessId()) == hilos; }, 5000));
             }
             antes = despues;
-            hilos = hilos_del_proceso();
+            hilos = hilos_de(GetCurrentProcessId());
         }
         // Blocks that others made before leave a handle each time they are opened; no more of them each session.
         EXPECT_EQ(bloques[2], bloques[1]);

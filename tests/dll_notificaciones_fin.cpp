@@ -1,5 +1,7 @@
 // Notifications and ends: a client that dies or closes, a server that closes, is told to end or is killed
 // while it notifies, and who hears of what afterwards.
+#include "comun/hilos_de.h"
+
 #include "dll_notificaciones_apoyo.h"
 
 static const bool C = true;
@@ -325,12 +327,14 @@ TEST_P(segunda_sesion, notifica_de_nuevo_a_quien_se_registra_de_nuevo)
 {
     arranca(GetParam());
     llega(7);
+    const size_t num_hilos = hilos_de(cliente->pid()).size();
     manda(*servidor, "CIERRA", "CERRADO");
     manda(*servidor, orden("AVISA", 200, 8, 0, servicio), "AVISANDO");
     espera_avisado(*servidor, 8); // no program
     EXPECT_EQ(b->lee(), (palabras{0, 0, 0, 0}));
     EXPECT_TRUE(espera_hasta([&] { return b->libre(); }, 5000));
-    Sleep(600); // a turn of the client's thread, which has ended then
+    EXPECT_TRUE(espera_hasta([&] { return hilos_de(cliente->pid()).size() < num_hilos; }, 5000))
+        << "the client's notification thread ends with the session";
     vuelve();
 
     notifica(9);
