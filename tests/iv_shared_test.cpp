@@ -635,6 +635,7 @@ TEST(iv_shared, cierre_que_el_sistema_niega_se_informa_paso_a_paso_y_el_registro
     b = iv_shared_crea(nombre, "t", 10, nullptr);
     UnmapViewOfFile(b->sharedmem);
     CloseHandle(b->hmap);
+    b->hmap = reinterpret_cast<HANDLE>(0x0BAD0BAC);     // never one; a closed one's number is soon given out again
     iv_shared_destruye(&b);
     EXPECT_INFORME("iv_shared", "res != 0");
     EXPECT_INFORME("iv_shared", "res != 0");
