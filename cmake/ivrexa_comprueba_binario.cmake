@@ -8,9 +8,11 @@ if(NOT IVREXA_READOBJ)
     return()
 endif()
 
-foreach(caso IN ITEMS importa_solo_kernel32 exporta_los_50_nombres_del_def lleva_recurso_de_version)
+foreach(caso IN ITEMS importa_solo_kernel32 exporta_los_50_nombres_del_def lleva_recurso_de_version
+        no_lleva_lugares_de_fallo)
     add_test(NAME binario.${caso}
-        COMMAND ${CMAKE_COMMAND} -D CASO=${caso} -D DLL=$<TARGET_FILE:ivrexa> -D READOBJ=${IVREXA_READOBJ}
+        COMMAND ${CMAKE_COMMAND} -D CASO=${caso} -D DLL=$<TARGET_FILE:ivrexa>
+            -D DLL_FALLOS=$<TARGET_FILE:ivrexa_fallos> -D READOBJ=${IVREXA_READOBJ}
             -D DEF=${CMAKE_SOURCE_DIR}/src/ivrexa.def -D VERSION=${PROJECT_VERSION}
             -P ${CMAKE_SOURCE_DIR}/cmake/comprueba_binario.cmake)
     set_tests_properties(binario.${caso} PROPERTIES TIMEOUT 60 LABELS binario)

@@ -54,7 +54,7 @@ function(ivrexa_enlaza_sin_runtime objetivo)
         target_link_libraries(${objetivo} PRIVATE kernel32 libvcruntime)
     else()
         # A compiler may turn the loops of memcpy and memset into calls of themselves, unless told not to.
-        set_source_files_properties(src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
+        set_source_files_properties(${CMAKE_SOURCE_DIR}/src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
         target_link_options(${objetivo} PRIVATE -nostdlib LINKER:--entry=DllMain)
         target_link_libraries(${objetivo} PRIVATE kernel32)
     endif()

@@ -1,5 +1,6 @@
 #include "iv_mcbase.h"
 
+#include "iv_fallo.h"
 #include "iv_mem.h"
 #include "iv_nombre.h"
 #include "iv_reg.h"
@@ -219,7 +220,9 @@ static uint32_t busca_programa(iv_mcbase_vista *mcbase, const char *nombre_progr
 static void ocupa_entrada(volatile iv_mcbase_programa_t *programa, const char *nombre_programa, uint64_t hwnd)
 {
     pon_nombre(programa->nombre, nombre_programa);
+    iv_fallo("programa nombre");
     programa->hwnd = hwnd;
+    iv_fallo("programa hwnd");
     programa->es_servidor = 0;
     programa->es_cliente = 0;
     programa->es_monitor = 0;
@@ -272,10 +275,12 @@ uint16_t iv_mcbase_registra_programa(uint32_t tipo_programa, const char *nombre_
 static void vacia_entrada(volatile iv_mcbase_programa_t *programa)
 {
     programa->nombre[0] = '\0';
+    iv_fallo("programa quita nombre");
     programa->hwnd = 0;
     programa->es_servidor = 0;
     programa->es_cliente = 0;
     programa->es_monitor = 0;
+    iv_fallo("programa quita es_monitor");
     programa->contador_vivo = 0;
 }
 
@@ -347,6 +352,7 @@ uint32_t iv_mcbase_busca_o_anyade_servicio(uint32_t, iv_mcbase_vista *mcbase, co
     iv_assert(ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS);
     if (ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS)
         pon_nombre(mcbase->servicios[ind_datServ].nombre, nombre_servicio);
+    iv_fallo("servicio nombre");
     return ind_datServ;
 }
 
@@ -402,15 +408,19 @@ static void pon_tipo_de(iv_mcbase_vista *mcbase, uint16_t id_programa, uint32_t 
 static void pon_servidor(volatile datServ *servicio, uint16_t id_programa)
 {
     servicio->id_programa_servidor = id_programa;
+    iv_fallo("servicio id_programa_servidor");
     servicio->bucle_servidor_estado = 0;
     servicio->bucle_servidor_vueltas = 0;
+    iv_fallo("servicio bucle_servidor_vueltas");
     servicio->bucle_servidor_vivo_cliente = 0;
 }
 
 static void pon_cliente(volatile datServ *servicio, uint16_t id_programa)
 {
     servicio->id_programa_cliente = id_programa;
+    iv_fallo("servicio id_programa_cliente");
     servicio->id_comando_en_curso = 0;
+    iv_fallo("servicio id_comando_en_curso");
     servicio->bucle_cliente_estado = 0;
     servicio->bucle_cliente_vueltas = 0;
     servicio->bucle_cliente_vivo_servidor = 0;
@@ -455,6 +465,7 @@ static void marca_comando(iv_sitio sitio, uint32_t ind_datServ, uint32_t id_coma
     if (acceso == NULL)
         return;
     acceso->mcbase->servicios[ind_datServ].bucle_servidor_vivo_cliente = 0;
+    iv_fallo("comando bucle_servidor_vivo_cliente");
     acceso->mcbase->servicios[ind_datServ].id_comando_en_curso = id_comando;
     iv_mcbase_desbloquea(acceso, sitio);
 }
@@ -511,10 +522,12 @@ static uint32_t servicio_anunciado(iv_mcbase_vista *mcbase, uint32_t tipo_progra
 static uint32_t escribe_actividad(iv_mcbase_vista *mcbase, const iv_mcbase_actividad_t *actividad)
 {
     uint32_t n = siguiente_actividad(mcbase);
+    iv_fallo("actividad num_actividad_siguiente");
     volatile iv_mcbase_actividad_t *hueco = &mcbase->actividades[n - 1];
     hueco->ind_datServ = actividad->ind_datServ;
     hueco->dato1 = actividad->dato1;
     hueco->dato2 = actividad->dato2;
+    iv_fallo("actividad dato2");
     hueco->tipo_programa = actividad->tipo_programa;
     hueco->tipo_actividad = actividad->tipo_actividad;
     hueco->indicador = actividad->indicador;
@@ -569,8 +582,10 @@ static void inicia_registro(iv_mcbase_vista *mcbase, const iv_mcbase_monitor *mo
 {
     mcbase->tam_bloque = sizeof(iv_mcbase_t);
     mcbase->version = iv_mcbase_VERSION;
+    iv_fallo("monitor version");
     mcbase->hwnd_monitor = reinterpret_cast<uint64_t>(monitor->hwnd);
     mcbase->msg_monitor = monitor->msg_monitor;
+    iv_fallo("monitor msg_monitor");
     mcbase->num_actividad_siguiente = 1;
     for (uint32_t i = 0; i < iv_mcbase_NUM_ACTIVIDADES; i++) {
         mcbase->actividades[i].ind_datServ = iv_mcbase_NUM_MAX_SERVICIOS;
@@ -578,8 +593,11 @@ static void inicia_registro(iv_mcbase_vista *mcbase, const iv_mcbase_monitor *mo
         mcbase->actividades[i].dato2 = 0;
         mcbase->actividades[i].tipo_actividad = 0;
     }
-    for (uint32_t i = 0; i < iv_mcbase_NUM_MAX_SERVICIOS; i++)
+    iv_fallo("monitor actividades");
+    for (uint32_t i = 0; i < iv_mcbase_NUM_MAX_SERVICIOS; i++) {
         mcbase->servicios[i].nombre[0] = '\0';
+        iv_fallo("monitor servicio");
+    }
 }
 
 static WNDPROC cambia_procedimiento(ivrexa_hwnd hwnd, WNDPROC proc)

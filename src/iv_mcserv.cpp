@@ -1,5 +1,6 @@
 #include "iv_mcserv.h"
 
+#include "iv_fallo.h"
 #include "iv_mcbase.h"
 #include "iv_mem.h"
 #include "iv_nombre.h"
@@ -68,10 +69,12 @@ void iv_mcserv_inicia(iv_mcserv_vista *mcserv, uint16_t version_servicio, int16_
 {
     mcserv->tam_bloque = sizeof(iv_mcserv_t);
     mcserv->version_servicio = version_servicio;
+    iv_fallo("canal version_servicio");
     mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
     mcserv->resultado = 0;
     if (ya_existia != CIERTO || mcserv->id_bloque_MCCom_siguiente < iv_mcserv_PRIMER_ID_BLOQUE)
         mcserv->id_bloque_MCCom_siguiente = iv_mcserv_PRIMER_ID_BLOQUE;
+    iv_fallo("canal id_bloque_MCCom_siguiente");
     mcserv->estado_servidor = iv_mcserv_estadoServidor_PARADO;
     mcserv->id_resultado = 0;
     mcserv->serv_buffer_64[0] = L'\0';
@@ -82,14 +85,18 @@ void iv_mcserv_inicia(iv_mcserv_vista *mcserv, uint16_t version_servicio, int16_
 void iv_mcserv_servidor_listo(iv_mcserv_vista *mcserv, ivrexa_hwnd hwnd_servidor, uint32_t msg_servidor)
 {
     mcserv->hwnd_servidor = reinterpret_cast<uint64_t>(hwnd_servidor);
+    iv_fallo("canal hwnd_servidor");
     mcserv->msg_servidor = msg_servidor;
+    iv_fallo("canal msg_servidor");
     mcserv->estado_servidor = iv_mcserv_estadoServidor_ESPERA;
+    iv_fallo("canal estado_servidor espera");
     mcserv->servidor_terminado = 0;
 }
 
 void iv_mcserv_servidor_terminado(iv_mcserv_vista *mcserv)
 {
     mcserv->servidor_terminado = 1;
+    iv_fallo("canal servidor_terminado");
     mcserv->estado_servidor = iv_mcserv_estadoServidor_PARADO;
 }
 
@@ -123,6 +130,7 @@ int16_t iv_mcserv_pon_resultado(iv_mcserv_vista *mcserv, uint32_t id_comando, ui
     if (esta_en_curso(mcserv, id_comando) != CIERTO)
         return FALSO;
     mcserv->id_resultado = id_resultado;
+    iv_fallo("canal id_resultado");
     pon_texto(mcserv->serv_buffer_64, TAM_TEXTO_CORTO, resultado_64);
     pon_texto(mcserv->serv_buffer_256, TAM_TEXTO_LARGO, resultado_256);
     pon_texto(mcserv->serv_buffer2_256, TAM_TEXTO_LARGO, resultado_256_2);
@@ -184,14 +192,17 @@ static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_inte
 static void escribe_notificacion(iv_mcserv_vista *mcserv, uint32_t dato1, uint32_t dato2, uint32_t dato3)
 {
     mcserv->estado_notificacion = iv_mcserv_estadoNotificacion_ESCRITA;
+    iv_fallo("buzon escrita");
     mcserv->notificacion_dato1 = dato1;
     mcserv->notificacion_dato2 = dato2;
+    iv_fallo("buzon dato2");
     mcserv->notificacion_dato3 = dato3;
 }
 
 static void vacia_buzon(iv_mcserv_vista *mcserv)
 {
     mcserv->estado_notificacion = iv_mcserv_estadoNotificacion_LIBRE;
+    iv_fallo("buzon libre");
     mcserv->notificacion_dato1 = 0;
     mcserv->notificacion_dato2 = 0;
     mcserv->notificacion_dato3 = 0;
@@ -237,6 +248,7 @@ uint32_t iv_mcserv_siguiente_id_bloque(iv_mcserv_vista *mcserv)
 {
     uint32_t id_bloque_MCCom = mcserv->id_bloque_MCCom_siguiente;
     mcserv->id_bloque_MCCom_siguiente = id_bloque_MCCom + 1;
+    iv_fallo("datos id_bloque_MCCom_siguiente");
     return id_bloque_MCCom;
 }
 
@@ -417,13 +429,18 @@ static void escribe_comando(const iv_intercambio *x)
 {
     iv_mcserv_vista *mcserv = x->mcserv;
     mcserv->ocupacion = iv_mcserv_ocupacion_ESCRIBE;
+    iv_fallo("comando ocupacion escribe");
     mcserv->hwnd_cliente = reinterpret_cast<uint64_t>(x->hwnd_cliente);
     mcserv->id_bloque_MCCom_entrada = x->id_bloque_MCCom_entrada;
+    iv_fallo("comando hwnd_cliente");
     pon_texto(mcserv->buffer_cliente_64, TAM_TEXTO_CORTO, x->textos[0]);
+    iv_fallo("comando buffer_cliente_64");
     pon_texto(mcserv->buffer_cliente_256, TAM_TEXTO_LARGO, x->textos[1]);
     pon_texto(mcserv->buffer_cliente2_256, TAM_TEXTO_LARGO, x->textos[2]);
     mcserv->info_estadoComando = iv_mcserv_estadoComando_ESCRITO;
+    iv_fallo("comando escrito");
     mcserv->ocupacion = iv_mcserv_ocupacion_EN_CURSO;
+    iv_fallo("comando en curso");
 }
 
 // A server with a window: its window procedure's return value is the result. No lock is held meanwhile; it is
@@ -433,6 +450,7 @@ static uint32_t ejecuta_con_mensaje(const iv_intercambio *x)
     HWND hwnd_servidor = reinterpret_cast<HWND>(x->mcserv->hwnd_servidor);
     LRESULT respuesta = iv_ventana()->SendMessageW(hwnd_servidor, x->mcserv->msg_servidor, x->id_comando,
                                                    static_cast<LPARAM>(x->id_bloque_MCCom_entrada));
+    iv_fallo("comando respondido");
     uint32_t resultado = static_cast<uint32_t>(respuesta);
     iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_TOMA);
     x->mcserv->resultado = resultado;
@@ -523,6 +541,7 @@ static void despide(const iv_intercambio *x)
         iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
     }
     mcserv->ocupacion = iv_mcserv_ocupacion_LIBRE;
+    iv_fallo("comando libre");
     mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
     iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
 }
@@ -547,6 +566,7 @@ static uint32_t intercambia(const iv_intercambio *x)
     vacia_resultados(x);
     if (resultado == ivrexa_resultado_OK)
         resultado = recoge_resultado(x);
+    iv_fallo("comando recogido");
     mcserv->info_estadoComando = iv_mcserv_estadoComando_RECIBIDO_POR_CLIENTE;
     iv_mutex_desbloquea_2(x->mutex, iv_sitio_CLIENTE_ESPERA_TOMA, iv_sitio_CLIENTE_ESPERA_FIN);
 
@@ -561,6 +581,7 @@ static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio,
     x->mutex = iv_mutex_crea(nombre_mutex, FALSO);
     x->mcserv = iv_mcserv_vista_de(shared_MCServ);
     x->mcserv->id_comando = x->id_comando;
+    iv_fallo("comando id_comando");
     x->mcserv->id_bloque_MCCom_entrada = x->id_bloque_MCCom_entrada;
     iv_mcbase_inicia_comando(x->ind_datServ, x->id_comando);
 
@@ -568,6 +589,7 @@ static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio,
 
     iv_mcbase_termina_comando(x->ind_datServ, x->id_comando);
     x->mcserv->id_comando = 0;
+    iv_fallo("comando quita id_comando");
     x->mcserv->id_bloque_MCCom_entrada = 0;
     iv_mem_libera(&nombre_mutex);
     iv_mutex_destruye(&x->mutex);

@@ -1,11 +1,15 @@
 #include "iv_mutex.h"
 
+#include "iv_fallo.h"
 #include "iv_mem.h"
 #include "iv_traza.h"
 
 #define IV_MODULO "iv_mutex"
 
 static HANDLE s_mutex_heap = NULL;
+
+// The site of the hold at that level, for the places of iv_fallo.h.
+#define SITIO_TOMADO(iv_mutex, nivel) (iv_mutex)->codigos_bloqueo[(nivel) & (i_NUM_NIVELES_BLOQUEO - 1)]
 
 // *ya_existia is told from the last error, which must be read before anything else is called.
 static HANDLE abre_por_nombre(const char *nombre, int16_t *ya_existia)
@@ -35,6 +39,7 @@ iv_mutex *iv_mutex_crea(const char *nombre, int16_t recrea)
 static int16_t espera_y_cuenta(iv_mutex *iv_mutex, uint32_t codigo, uint32_t plazo_ms)
 {
     iv_assert_puntero(iv_mutex->mutex);                 // the wait then fails at once
+    iv_fallo_cerrojo("espera", codigo);
     if (WaitForSingleObject(iv_mutex->mutex, plazo_ms) == WAIT_TIMEOUT)
         return FALSO;                                   // any other result counts as acquired: an abandoned mutex does
     int32_t nivel = iv_mutex->nivel_bloqueo;
@@ -42,6 +47,7 @@ static int16_t espera_y_cuenta(iv_mutex *iv_mutex, uint32_t codigo, uint32_t pla
     if (0 <= nivel && nivel < i_NUM_NIVELES_BLOQUEO)    // the table has no other entries
         iv_mutex->codigos_bloqueo[nivel] = codigo;
     iv_mutex->nivel_bloqueo = nivel + 1;
+    iv_fallo_cerrojo("entra", codigo);
     return CIERTO;
 }
 
@@ -60,8 +66,10 @@ static void suelta(iv_mutex *iv_mutex)
 {
     iv_assert_puntero(iv_mutex->mutex);
     iv_assert(iv_mutex->nivel_bloqueo > 0);
+    iv_fallo_cerrojo("sale", SITIO_TOMADO(iv_mutex, iv_mutex->nivel_bloqueo - 1));
     iv_mutex->nivel_bloqueo--;
     ReleaseMutex(iv_mutex->mutex);
+    iv_fallo_cerrojo("fuera", SITIO_TOMADO(iv_mutex, iv_mutex->nivel_bloqueo));
 }
 
 void iv_mutex_desbloquea(iv_mutex *iv_mutex, uint32_t)
@@ -103,15 +111,18 @@ void iv_mutex_heap_crea_y_bloquea(void)
         mutex = abre_por_nombre("ivrexa_iv_mem", &ya_existia);
     WaitForSingleObject(mutex, INFINITE);
     InterlockedCompareExchangePointer(&s_mutex_heap, mutex, NULL);
+    iv_fallo("heap crea");
 }
 
 void iv_mutex_heap_bloquea(void)
 {
     WaitForSingleObject(s_mutex_heap, INFINITE);
+    iv_fallo("heap entra");
 }
 
 void iv_mutex_heap_desbloquea(void)
 {
+    iv_fallo("heap sale");
     ReleaseMutex(s_mutex_heap);
 }
 

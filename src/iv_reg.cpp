@@ -1,5 +1,6 @@
 #include "iv_reg.h"
 
+#include "iv_fallo.h"
 #include "iv_mcbase.h"
 #include "iv_mcserv.h"
 #include "iv_mem.h"
@@ -554,10 +555,14 @@ static uint32_t despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t 
 static void atiende_comando(iv_reg_servicio_prestado *servicio, iv_mcserv_vista *mcserv)
 {
     mcserv->estado_servidor = iv_mcserv_estadoServidor_EJECUTA;
+    iv_fallo("servidor ejecuta");
     mcserv->info_estadoComando = iv_mcserv_estadoComando_EN_EJECUCION;
+    iv_fallo("servidor en ejecucion");
     mcserv->resultado = 0;
     mcserv->resultado = despacha_protegido(servicio, mcserv->id_comando, mcserv->id_bloque_MCCom_entrada);
+    iv_fallo("servidor resultado");
     mcserv->info_estadoComando = iv_mcserv_estadoComando_TERMINADO_POR_SERVIDOR;
+    iv_fallo("servidor terminado");
     mcserv->estado_servidor = iv_mcserv_estadoServidor_TERMINADO;
     iv_mutex_desbloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_RECIBE);
 }
@@ -754,6 +759,7 @@ static int16_t acaba_notificaciones(const iv_reg_servicio_solicitado *solicitado
 static void toma_notificacion(const iv_reg_servicio_solicitado *solicitado, iv_mcserv_vista *mcserv)
 {
     mcserv->estado_notificacion = iv_mcserv_estadoNotificacion_TOMADA;
+    iv_fallo("buzon tomada");
     if (mcserv->notificacion_dato1 == solicitado->id_cliente)
         entrega(solicitado, mcserv->notificacion_dato2);
     for (uint32_t n = 0; n < NUM_VUELTAS_NOTIFICACION; n++) {

@@ -1,5 +1,6 @@
 #include "iv_shared.h"
 
+#include "iv_fallo.h"
 #include "iv_mem.h"
 #include "iv_traza.h"
 
@@ -31,7 +32,9 @@ static HANDLE crea_o_abre(const char *nombre, uint32_t tam_datos, int16_t *ya_es
 static void anota_tam_nuevo(iv_shared_cabecera *sharedmem, uint32_t tam_datos)
 {
     iv_assert(tam_datos > 0);
+    iv_fallo("bloque creado");
     sharedmem->tam_datos = tam_datos;
+    iv_fallo("bloque tam_datos");
 }
 
 // An existing block is never resized and its header never rewritten: its size is only told.
@@ -136,6 +139,7 @@ iv_shared_bloque *iv_shared_crea_con_datos(const char *nombre, uint32_t tam_dato
     iv_shared_cabecera *sharedmem = mapea_con_sitio(nombre, tam_datos_memlocal, &hmap);
     if (sharedmem == NULL)
         return NULL;
+    iv_fallo("bloque sin datos");
     iv_mem_copia(sharedmem + 1, datos, tam_datos_memlocal);
     return crea_registro(nombre, NULL, hmap, sharedmem);
 }
