@@ -1,4 +1,4 @@
-# entorno.sh - what scripts/test, scripts/demo and scripts/wine share. To be sourced.
+# entorno.sh - what scripts/test, scripts/demo, scripts/fuzz and scripts/wine share. To be sourced.
 #
 # A SESSION is what one run holds: a folder in /tmp and, in the cache folder, some Wine prefixes that nobody
 # else uses meanwhile. Two prefixes are two Windows desktops that see nothing of each other, so what runs in
@@ -234,21 +234,34 @@ instala_lo_que_falta()
 
 # ---- Build -------------------------------------------------------------------------------------------------
 
-# Configures, builds these targets (none: all), and keeps the build folder to this run until its end.
-construye()
+# configura SOURCES PRESET FOLDER: configures, and keeps the build folder to this run until its end.
+configura()
 {
-    local registro=$CONSTRUCCION/configuracion.txt
-    mkdir -p "$CONSTRUCCION"
-    espera_cerrojo "$CONSTRUCCION.cerrojo" "Waiting for another run to be done with $CONSTRUCCION"
+    local registro=$3/configuracion.txt
+    mkdir -p "$3"
+    espera_cerrojo "$3.cerrojo" "Waiting for another run to be done with $3"
 
-    paso "Configuring $CONSTRUCCION"
-    if ! lanza cmake -S "$RAIZ" --preset mingw -B "$CONSTRUCCION" >"$registro" 2>&1; then
+    paso "Configuring $3"
+    if ! lanza cmake -S "$1" --preset "$2" -B "$3" >"$registro" 2>&1; then
         cat "$registro" >&2
         muere "cmake could not configure the project"
     fi
+}
+
+# compila FOLDER [TARGET...]: builds these targets, or all.
+compila()
+{
+    local carpeta=$1
+    shift
     paso "Building"
-    lanza env NINJA_STATUS="[%f/%t] " cmake --build "$CONSTRUCCION" ${1:+--target "$@"} ||
-        muere "the build failed"
+    lanza env NINJA_STATUS="[%f/%t] " cmake --build "$carpeta" ${1:+--target "$@"} || muere "the build failed"
+}
+
+# Configures and builds these targets of the project, or all.
+construye()
+{
+    configura "$RAIZ" mingw "$CONSTRUCCION"
+    compila "$CONSTRUCCION" "$@"
 }
 
 # ---- Wine --------------------------------------------------------------------------------------------------
