@@ -116,8 +116,8 @@ typedef struct comando {
  * ivrexa_set_datos_salida_comando, and puts the container into contexto->datos_salida, which keeps the block alive
  * until the service's next command. Texts too are answered with ivrexa_set_datos_salida_comando; what a command does
  * not answer stays as the command before left it. An exception that escapes gives ivrexa_resultado_ERROR in a server
- * without a window; in one with a window it is the host's. Limit: a C++ exception of a host built with GCC's run-time
- * must not escape past objects with destructors; the service's thread would hang.
+ * without a window, whatever its kind; output that the function made stays the host's, also where it was put into
+ * datos_salida. In a server with a window it is the host's: catch it inside the function.
  *
  * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
  * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server

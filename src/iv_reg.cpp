@@ -1,5 +1,6 @@
 #include "iv_reg.h"
 
+#include "iv_excepcion.h"
 #include "iv_fallo.h"
 #include "iv_mcbase.h"
 #include "iv_mcserv.h"
@@ -537,16 +538,20 @@ static int16_t espera_comando(iv_reg_servicio_prestado *servicio, iv_mcserv_vist
 }
 
 // An exception that escapes the command function gives 3, and the mutex goes back to the depth it had.
-static uint32_t despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t id_comando, uint32_t id_bloque_entrada)
+static __declspec(noinline) uint32_t despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t id_comando,
+                                                        uint32_t id_bloque_entrada)
 {
     uint32_t resultado;
     int32_t nivel = servicio->mutex_MCServ->nivel_bloqueo;
+    iv_excepcion_guarda guarda;
+    iv_excepcion_prepara(&guarda);
     __try {
         resultado = despacha(servicio, id_comando, id_bloque_entrada);
-    } __except (EXCEPTION_EXECUTE_HANDLER) {
+    } __except (iv_excepcion_filtra(&guarda, GetExceptionInformation())) {
         resultado = ivrexa_resultado_ERROR;
         while (servicio->mutex_MCServ->nivel_bloqueo > nivel)
             iv_mutex_desbloquea(servicio->mutex_MCServ, iv_sitio_PROCESA_COMANDO);
+        iv_excepcion_acaba(&guarda);
     }
     return resultado;
 }

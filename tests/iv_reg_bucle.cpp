@@ -119,8 +119,7 @@ int32_t lanza_con_mutex(uint32_t, comando *)
     return 1;
 }
 
-// A command function by itself: the compiler's C++ run-time cannot take an exception through frames that have
-// destructors to run when somebody else than C++ code catches it.
+// A command function by itself, without the noting one between it and the library.
 bool s_lanza;
 
 int32_t lanza_cpp(const char *, uint32_t, comando *, void *)
