@@ -13,6 +13,8 @@ static const uint32_t RONDAS_SIN_LATIDO = 25;
 static const uint32_t PRIMER_COMANDO_PROPIO = ivrexa_comando_PRIMERO_PROPIO;
 static const uint32_t TAM_TEXTO_CORTO = 64;         // characters, NUL included
 static const uint32_t TAM_TEXTO_LARGO = 256;
+static const uint32_t PRIMER_MENSAJE_REGISTRADO = 0xC000;
+static const uint32_t ULTIMO_MENSAJE_REGISTRADO = 0xFFFF;
 
 // ---- Texts of the block: always bounded by their field, since they are the other side's words
 
@@ -408,6 +410,8 @@ struct iv_intercambio {
     ivrexa_hwnd      hwnd_cliente;
     iv_mcserv_vista *mcserv;
     iv_mutex        *mutex;
+    int16_t          reclamado;             // the channel is ours until it is freed
+    int16_t          completo;
 };
 
 // Waits until no other client uses the channel. CIERTO when it is ours. Either way the mutex is held.
@@ -443,13 +447,23 @@ static void escribe_comando(const iv_intercambio *x)
     iv_fallo("comando en curso");
 }
 
+// The service's message, to whatever window the channel names. A number that the system never gives to a registered
+// message is no service's: many of its own make a window write where lParam points, which here would be our memory.
+static LRESULT manda_mensaje(const iv_intercambio *x)
+{
+    HWND hwnd_servidor = reinterpret_cast<HWND>(x->mcserv->hwnd_servidor);
+    uint32_t msg_servidor = x->mcserv->msg_servidor;
+    if (msg_servidor < PRIMER_MENSAJE_REGISTRADO || msg_servidor > ULTIMO_MENSAJE_REGISTRADO)
+        return 0;
+    return iv_ventana()->SendMessageW(hwnd_servidor, msg_servidor, x->id_comando,
+                                      static_cast<LPARAM>(x->id_bloque_MCCom_entrada));
+}
+
 // A server with a window: its window procedure's return value is the result. No lock is held meanwhile; it is
 // afterwards.
 static uint32_t ejecuta_con_mensaje(const iv_intercambio *x)
 {
-    HWND hwnd_servidor = reinterpret_cast<HWND>(x->mcserv->hwnd_servidor);
-    LRESULT respuesta = iv_ventana()->SendMessageW(hwnd_servidor, x->mcserv->msg_servidor, x->id_comando,
-                                                   static_cast<LPARAM>(x->id_bloque_MCCom_entrada));
+    LRESULT respuesta = manda_mensaje(x);
     iv_fallo("comando respondido");
     uint32_t resultado = static_cast<uint32_t>(respuesta);
     iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_TOMA);
@@ -525,6 +539,13 @@ static uint32_t recoge_resultado(const iv_intercambio *x)
     return resultado;
 }
 
+static void libera_canal(iv_mcserv_vista *mcserv)
+{
+    mcserv->ocupacion = iv_mcserv_ocupacion_LIBRE;
+    iv_fallo("comando libre");
+    mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
+}
+
 // Waits until the server has seen the receipt, and frees the channel. A server with a window never leaves
 // estado_servidor 1, so this ends at once for it.
 static void despide(const iv_intercambio *x)
@@ -540,17 +561,16 @@ static void despide(const iv_intercambio *x)
             break;
         iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
     }
-    mcserv->ocupacion = iv_mcserv_ocupacion_LIBRE;
-    iv_fallo("comando libre");
-    mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
+    libera_canal(mcserv);
     iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
 }
 
 // Deliberate: a channel that could not be claimed runs the later steps all the same.
-static uint32_t intercambia(const iv_intercambio *x)
+static uint32_t intercambia(iv_intercambio *x)
 {
     iv_mcserv_vista *mcserv = x->mcserv;
-    if (reclama(x) == CIERTO)
+    x->reclamado = reclama(x);
+    if (x->reclamado == CIERTO)
         escribe_comando(x);
     iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_RECLAMA);
 
@@ -571,7 +591,21 @@ static uint32_t intercambia(const iv_intercambio *x)
     iv_mutex_desbloquea_2(x->mutex, iv_sitio_CLIENTE_ESPERA_TOMA, iv_sitio_CLIENTE_ESPERA_FIN);
 
     despide(x);
+    x->completo = CIERTO;
     return resultado;
+}
+
+// An exception leaves the exchange, of the heap or of a window procedure of this very thread: a program that lives does
+// not leave its channel claimed.
+static void abandona(const iv_intercambio *x)
+{
+    while (x->mutex->nivel_bloqueo > 0)
+        iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_RECLAMA);
+    if (x->reclamado != CIERTO)
+        return;
+    iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
+    libera_canal(x->mcserv);
+    iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
 }
 
 // Deliberate: the ids are written before the channel is claimed and cleared after it is freed, without the mutex.
@@ -585,14 +619,19 @@ static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio,
     x->mcserv->id_bloque_MCCom_entrada = x->id_bloque_MCCom_entrada;
     iv_mcbase_inicia_comando(x->ind_datServ, x->id_comando);
 
-    uint32_t resultado = intercambia(x);
-
-    iv_mcbase_termina_comando(x->ind_datServ, x->id_comando);
-    x->mcserv->id_comando = 0;
-    iv_fallo("comando quita id_comando");
-    x->mcserv->id_bloque_MCCom_entrada = 0;
-    iv_mem_libera(&nombre_mutex);
-    iv_mutex_destruye(&x->mutex);
+    uint32_t resultado = ivrexa_resultado_ERROR;
+    __try {
+        resultado = intercambia(x);
+    } __finally {
+        if (x->completo != CIERTO)
+            abandona(x);
+        iv_mcbase_termina_comando(x->ind_datServ, x->id_comando);
+        x->mcserv->id_comando = 0;
+        iv_fallo("comando quita id_comando");
+        x->mcserv->id_bloque_MCCom_entrada = 0;
+        iv_mem_libera(&nombre_mutex);
+        iv_mutex_destruye(&x->mutex);
+    }
     return resultado;
 }
 
@@ -601,14 +640,17 @@ static uint32_t ejecuta_si_hay_canal(iv_intercambio *x, const char *nombre_servi
 {
     uint32_t resultado = ivrexa_resultado_NINGUNO;
     char *nombre_MCServ = iv_nombre_MCServ(nombre_servicio);
-    if (iv_shared_existe(nombre_MCServ) == CIERTO) {
+    iv_shared_bloque *shared_MCServ = NULL;
+    __try {
         int16_t ya_estaba_creado;
-        iv_shared_bloque *shared_MCServ = iv_mcserv_crea_bloque(nombre_MCServ, &ya_estaba_creado);
+        if (iv_shared_existe(nombre_MCServ) == CIERTO)
+            shared_MCServ = iv_mcserv_crea_bloque(nombre_MCServ, &ya_estaba_creado);
         if (shared_MCServ != NULL)
             resultado = ejecuta_en_canal(x, nombre_servicio, shared_MCServ);
+    } __finally {
         iv_shared_destruye(&shared_MCServ);
+        iv_mem_libera(&nombre_MCServ);
     }
-    iv_mem_libera(&nombre_MCServ);
     return resultado;
 }
 

@@ -37,12 +37,30 @@ static void anota_tam_nuevo(iv_shared_cabecera *sharedmem, uint32_t tam_datos)
     iv_fallo("bloque tam_datos");
 }
 
+// A call of its own: clang guards calls, not single reads.
+static __declspec(noinline) uint32_t lee_tam(const volatile iv_shared_cabecera *sharedmem)
+{
+    return sharedmem->tam_datos;
+}
+
+// What stands in the header; 0 where its page cannot be read: whoever made the block has not given it out.
+static uint32_t lee_cabecera(const volatile iv_shared_cabecera *sharedmem)
+{
+    uint32_t tam_datos = 0;
+    __try {
+        tam_datos = lee_tam(sharedmem);
+    } __except (EXCEPTION_EXECUTE_HANDLER) {
+    }
+    return tam_datos;
+}
+
 // An existing block is never resized and its header never rewritten: its size is only told.
 static void traza_tam_existente(const iv_shared_cabecera *sharedmem, uint32_t tam_datos)
 {
+    uint32_t tam_existente = lee_cabecera(sharedmem);
     if (tam_datos == 0)
-        tam_datos = sharedmem->tam_datos;
-    iv_traza_cadena_numero("sharedmem->tam_datos = ", sharedmem->tam_datos, FALSO);
+        tam_datos = tam_existente;
+    iv_traza_cadena_numero("sharedmem->tam_datos = ", tam_existente, FALSO);
     iv_traza_cadena_numero("  ---  tam_datos = ", tam_datos, CIERTO);
 }
 
@@ -74,16 +92,19 @@ static void iv_shared_cierra(void *sharedmem, HANDLE hmap)
     iv_assert(res != 0);
 }
 
-// The header is read once: another program may change it under us.
+// The header is read once: another program may change it under us. What is mapped there may be no block at all, but a
+// file that cannot be written: its first bytes make a size beyond a page.
 static uint32_t tam_legible(const volatile iv_shared_cabecera *sharedmem)
 {
-    uint32_t tam_datos = sharedmem->tam_datos;
+    uint32_t tam_datos = lee_cabecera(sharedmem);
     if (tam_datos <= TAM_PAGINA - TAM_CABECERA)
         return tam_datos;
 
     MEMORY_BASIC_INFORMATION vista;
     if (VirtualQuery(const_cast<const iv_shared_cabecera *>(sharedmem), &vista, sizeof vista) == 0)
         return TAM_PAGINA - TAM_CABECERA;
+    if (vista.State != MEM_COMMIT || vista.Protect != PAGE_READWRITE)
+        return 0;
     SIZE_T cabe = vista.RegionSize - TAM_CABECERA;
     return tam_datos <= cabe ? tam_datos : static_cast<uint32_t>(cabe);
 }
@@ -178,7 +199,7 @@ uint32_t iv_shared_tam_datos(const iv_shared_bloque *bloque)
 int16_t iv_shared_contiene(const iv_shared_bloque *bloque, uint32_t tam_datos)
 {
     const volatile iv_shared_cabecera *cabecera = static_cast<iv_shared_cabecera *>(bloque->sharedmem);
-    for (uint32_t n = 0; n < NUM_ESPERAS_CABECERA && cabecera->tam_datos == 0; n++)
+    for (uint32_t n = 0; n < NUM_ESPERAS_CABECERA && lee_cabecera(cabecera) == 0; n++)
         Sleep(1);
     return iv_shared_tam_datos(bloque) >= tam_datos ? CIERTO : FALSO;
 }

@@ -6,11 +6,53 @@ static char s_texto_numero[64];
 
 // ---- Reports
 
+static const uintptr_t MAX_CAJAS_ANIDADAS = 16;
+
+// The slot in which each thread counts the boxes that stand on it, one inside the other.
+static DWORD indice_cajas(void)
+{
+    static volatile LONG s_indice = static_cast<LONG>(TLS_OUT_OF_INDEXES);
+    LONG indice = InterlockedCompareExchange(&s_indice, 0, 0);
+    if (static_cast<DWORD>(indice) != TLS_OUT_OF_INDEXES)
+        return static_cast<DWORD>(indice);
+    LONG nuevo = static_cast<LONG>(TlsAlloc());
+    indice = InterlockedCompareExchange(&s_indice, nuevo, static_cast<LONG>(TLS_OUT_OF_INDEXES));
+    if (static_cast<DWORD>(indice) == TLS_OUT_OF_INDEXES)
+        return static_cast<DWORD>(nuevo);
+    TlsFree(static_cast<DWORD>(nuevo));         // another thread was first
+    return static_cast<DWORD>(indice);
+}
+
+static void pon_cajas(DWORD indice, uintptr_t num_cajas)
+{
+    TlsSetValue(indice, reinterpret_cast<void *>(num_cajas));
+}
+
+// A box dispatches messages: what comes in meanwhile may report in turn, and the boxes would pile up until the stack
+// ends. From the 17th on a thread, one inside the other, a report goes to the trace alone.
+static int muestra_caja(const char *texto)
+{
+    DWORD indice = indice_cajas();
+    uintptr_t num_cajas = reinterpret_cast<uintptr_t>(TlsGetValue(indice));
+    if (num_cajas >= MAX_CAJAS_ANIDADAS) {
+        iv_traza_linea(texto);
+        return 0;
+    }
+    int respuesta = 0;
+    pon_cajas(indice, num_cajas + 1);
+    __try {
+        respuesta = iv_ventana()->MessageBoxA(NULL, texto, "Assert ivrexa", 0);
+    } __finally {
+        pon_cajas(indice, num_cajas);           // what the host does inside the box may raise
+    }
+    return respuesta;
+}
+
 int iv_assert_mensaje(const char *expresion, const char *modulo, uint32_t linea)
 {
     char texto[2048];
     iv_ventana()->wsprintfA(texto, "Error in %s - lin %d\n\nExpr: %s", modulo, linea, expresion);
-    return iv_ventana()->MessageBoxA(NULL, texto, "Assert ivrexa", 0);
+    return muestra_caja(texto);
 }
 
 // ---- Primitives

@@ -151,7 +151,8 @@ private:
     {
         rondas_sin_servidor = 0;
         sustituto::al_dormir([&](uint32_t) { un_turno_del_otro(); });
-        sustituto::al_enviar([&](const sustituto::mensaje &) {
+        sustituto::al_enviar([&](const sustituto::mensaje &m) {
+            COMPRUEBA(m.msg >= 0xC000 && m.msg <= 0xFFFF);
             un_turno_del_otro();
             return static_cast<int64_t>(e.u8());
         });
@@ -333,6 +334,8 @@ private:
         sustituto::este_programa.hwnd = reinterpret_cast<ivrexa_hwnd>(e.u64());
         const uint32_t id = e.u32(), id_bloque = e.u32();
         const uint16_t opciones = e.u8();
+        if (canal != nullptr && (opciones & 0x80) != 0)
+            canal->msg_servidor = 0xC000 | (canal->msg_servidor & 0x3FFF);
         const auto t1 = texto(), t2 = texto(), t3 = texto();
         wchar_t intacto[] = L"#";
         wchar_t *r1 = intacto, *r2 = intacto, *r3 = intacto;

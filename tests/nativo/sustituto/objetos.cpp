@@ -212,6 +212,8 @@ SIZE_T VirtualQuery(const void *sitio, MEMORY_BASIC_INFORMATION *informacion, SI
     interno::exige(hallada != s_vistas.end(), "a question about what is no view");
     informacion->BaseAddress = hallada->second->memoria->bytes();
     informacion->RegionSize = hallada->second->memoria->tam();
+    informacion->State = MEM_COMMIT;
+    informacion->Protect = PAGE_READWRITE;
     return sizeof *informacion;
 }
 

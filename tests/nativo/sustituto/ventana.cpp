@@ -21,6 +21,7 @@ std::function<void(uint32_t)> s_al_dormir;
 std::function<int64_t(const sustituto::mensaje &)> s_al_enviar;
 std::function<bool(uint64_t)> s_ventana_viva;
 uint32_t s_error = 0;
+std::vector<void *> s_por_hilo;                 // there is one thread
 volatile size_t s_leidos = 0;                   // so that a traced text is really read
 
 sustituto::mensaje mensaje_de(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
@@ -234,6 +235,28 @@ void sustituto::al_enviar(std::function<int64_t(const mensaje &)> accion)
 void sustituto::ventanas_vivas(std::function<bool(uint64_t)> viva)
 {
     s_ventana_viva = std::move(viva);
+}
+
+DWORD TlsAlloc()
+{
+    s_por_hilo.push_back(nullptr);
+    return static_cast<DWORD>(s_por_hilo.size() - 1);
+}
+
+BOOL TlsFree(DWORD)
+{
+    return TRUE;
+}
+
+PVOID TlsGetValue(DWORD indice)
+{
+    return s_por_hilo.at(indice);
+}
+
+BOOL TlsSetValue(DWORD indice, PVOID valor)
+{
+    s_por_hilo.at(indice) = valor;
+    return TRUE;
 }
 
 void sustituto::reinicia()

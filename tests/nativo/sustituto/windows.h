@@ -11,9 +11,10 @@
 #define WINAPIV
 #define CALLBACK
 
-// Nothing raises here, so both parts run, one after the other.
+// Nothing raises here: what is guarded runs, then what comes finally; a handler never.
 #define __try
 #define __finally
+#define __except(filtro) if (false)
 
 typedef int BOOL;
 typedef uint8_t BYTE;
@@ -40,6 +41,8 @@ typedef struct SRWLOCK {
 typedef struct MEMORY_BASIC_INFORMATION {
     PVOID  BaseAddress;
     SIZE_T RegionSize;
+    DWORD  State;
+    DWORD  Protect;
 } MEMORY_BASIC_INFORMATION;
 
 #define TRUE 1
@@ -48,6 +51,8 @@ typedef struct MEMORY_BASIC_INFORMATION {
 #define HIWORD(l) ((WORD)(((uint64_t)(l) >> 16) & 0xFFFF))
 #define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
 #define INFINITE 0xFFFFFFFFu
+#define MEM_COMMIT 0x1000u
+#define TLS_OUT_OF_INDEXES 0xFFFFFFFFu
 #define WAIT_OBJECT_0 0u
 #define WAIT_TIMEOUT 258u
 #define WAIT_FAILED 0xFFFFFFFFu
@@ -106,6 +111,11 @@ FARPROC WINAPI GetProcAddress(HMODULE modulo, LPCSTR nombre);
 
 inline void AcquireSRWLockExclusive(SRWLOCK *) {}
 inline void ReleaseSRWLockExclusive(SRWLOCK *) {}
+
+DWORD WINAPI TlsAlloc(void);
+BOOL WINAPI TlsFree(DWORD indice);
+PVOID WINAPI TlsGetValue(DWORD indice);
+BOOL WINAPI TlsSetValue(DWORD indice, PVOID valor);
 
 inline LONG InterlockedIncrement(volatile LONG *p)
 {
