@@ -119,10 +119,11 @@ typedef struct comando {
  * without a window, whatever its kind; output that the function made stays the host's, also where it was put into
  * datos_salida. In a server with a window it is the host's: catch it inside the function.
  *
- * Never from here: ivrexa_cierra_sesion; a command on the service's own, or on one whose server is waiting for this
- * answer (A calls B calls A: their first exchange is still under way, so the second waits for ever). In a server
- * without a window, besides: waiting for a thread that calls ivrexa_guarda_datos for this service, whose mutex is held
- * meanwhile. */
+ * Never from here: ivrexa_cierra_sesion; a command on a service that has one under way, such as this one or the one
+ * that its client is serving (A calls B calls A: the first exchange is still under way, so the second waits for ever);
+ * a command on the window of a program that waits in rounds for this answer. A free service of a client that sends to
+ * a window may be called. In a server without a window, besides: waiting for a thread that calls ivrexa_guarda_datos
+ * for this service, whose mutex is held meanwhile. */
 typedef int32_t (*ivrexa_funcion_comando)(const char *nombre_servicio, uint32_t id_comando, comando *contexto,
                                           void *datos_externos);
 
@@ -279,7 +280,8 @@ IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat,
  *  The _net variant is for hosts whose own window procedure answers the service's message
  *  (ivrexa_dame_id_MSG_servicio) with ivrexa_get_datos_entrada_comando and ivrexa_set_datos_salida_comando.
  *  Reports  "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS" with 16 programs registered on the desktop: the program then
- *           has no heartbeat, and who waits for it takes it for dead;
+ *           has no heartbeat: who waits 26 rounds for it takes it for dead, and each of its commands may end a
+ *           server without a window;
  *           "s_programa->num_servicios_prestados < i_NUM_MAX_SERVICIOS_PRESTADOS" past 16 services, dropped. */
 IVREXA_API void ivrexa_registra_servidor(const char *ruta_ejecutable, ivrexa_hwnd hwnd_programa,
                                          const char *nombre_servicio, uint16_t version, void *datos_externos,
