@@ -71,9 +71,10 @@ LONG iv_excepcion_filtra(iv_excepcion_guarda *guarda, const EXCEPTION_POINTERS *
 {
     const EXCEPTION_RECORD *registro = excepcion->ExceptionRecord;
     if (registro->ExceptionCode == EXCEPCION_GCC && registro->NumberParameters > 0) {
-        guarda->en_vuelo = reinterpret_cast<iv_excepcion_gcc *>(registro->ExceptionInformation[0]);
-        guarda->en_vuelo->privado[1] = guarda->marco;
-        guarda->en_vuelo->privado[2] = guarda->destino;
+        auto *gcc = reinterpret_cast<volatile iv_excepcion_gcc *>(registro->ExceptionInformation[0]);
+        gcc->privado[1] = guarda->marco;
+        gcc->privado[2] = guarda->destino;
+        guarda->en_vuelo = const_cast<iv_excepcion_gcc *>(gcc);     // last: what is no object faults before
     }
     return EXCEPTION_EXECUTE_HANDLER;
 }

@@ -34,9 +34,9 @@ struct iv_excepcion_guarda {
 __declspec(noinline) void iv_excepcion_prepara(iv_excepcion_guarda *guarda);
 
 // The filter: handles everything.
-LONG iv_excepcion_filtra(iv_excepcion_guarda *guarda, const EXCEPTION_POINTERS *excepcion);
+__declspec(noinline) LONG iv_excepcion_filtra(iv_excepcion_guarda *guarda, const EXCEPTION_POINTERS *excepcion);
 
-// Gives back the exception that has ended.
-void iv_excepcion_acaba(iv_excepcion_guarda *guarda);
+// Gives back the exception that has ended. Not inlined either: it has an __except of its own.
+__declspec(noinline) void iv_excepcion_acaba(iv_excepcion_guarda *guarda);
 
 #endif

@@ -1,5 +1,5 @@
-// iv_fallo.h - places where a test build of the library may be told to die or to stand still, to see what that leaves to
-// the other programs. In the library that ships there is nothing of it: the two macros are empty.
+// iv_fallo.h - places where a test build of the library may be told to die or to stand still, to see what that leaves
+// to the other programs. In the library that ships there is nothing of it: the two macros are empty.
 //
 // A place is a lock site with a moment, or what lies between two writes to shared memory, by a name of its own:
 //   "espera N"   before the wait for the mutex at lock site N

@@ -539,16 +539,9 @@ static uint32_t recoge_resultado(const iv_intercambio *x)
     return resultado;
 }
 
-static void libera_canal(iv_mcserv_vista *mcserv)
-{
-    mcserv->ocupacion = iv_mcserv_ocupacion_LIBRE;
-    iv_fallo("comando libre");
-    mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
-}
-
 // Waits until the server has seen the receipt, and frees the channel. A server with a window never leaves
 // estado_servidor 1, so this ends at once for it.
-static void despide(const iv_intercambio *x)
+static void despide(iv_intercambio *x)
 {
     iv_mcserv_vista *mcserv = x->mcserv;
     for (;;) {
@@ -561,7 +554,10 @@ static void despide(const iv_intercambio *x)
             break;
         iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
     }
-    libera_canal(mcserv);
+    mcserv->ocupacion = iv_mcserv_ocupacion_LIBRE;
+    x->reclamado = FALSO;
+    iv_fallo("comando libre");
+    mcserv->info_estadoComando = iv_mcserv_estadoComando_NINGUNO;
     iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
 }
 
@@ -596,16 +592,17 @@ static uint32_t intercambia(iv_intercambio *x)
 }
 
 // An exception leaves the exchange, of the heap or of a window procedure of this very thread: a program that lives does
-// not leave its channel claimed.
-static void abandona(const iv_intercambio *x)
+// not leave its channel claimed. A server without a window that has run the command waits for the receipt.
+static void abandona(iv_intercambio *x)
 {
     while (x->mutex->nivel_bloqueo > 0)
         iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_RECLAMA);
     if (x->reclamado != CIERTO)
         return;
-    iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
-    libera_canal(x->mcserv);
-    iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
+    iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_FIN);
+    x->mcserv->info_estadoComando = iv_mcserv_estadoComando_RECIBIDO_POR_CLIENTE;
+    iv_mutex_desbloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_FIN);
+    despide(x);
 }
 
 // Deliberate: the ids are written before the channel is claimed and cleared after it is freed, without the mutex.
@@ -614,13 +611,13 @@ static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio,
     char *nombre_mutex = iv_nombre_mutex_servicio(nombre_servicio, 0);
     x->mutex = iv_mutex_crea(nombre_mutex, FALSO);
     x->mcserv = iv_mcserv_vista_de(shared_MCServ);
-    x->mcserv->id_comando = x->id_comando;
-    iv_fallo("comando id_comando");
-    x->mcserv->id_bloque_MCCom_entrada = x->id_bloque_MCCom_entrada;
-    iv_mcbase_inicia_comando(x->ind_datServ, x->id_comando);
 
     uint32_t resultado = ivrexa_resultado_ERROR;
     __try {
+        x->mcserv->id_comando = x->id_comando;
+        iv_fallo("comando id_comando");
+        x->mcserv->id_bloque_MCCom_entrada = x->id_bloque_MCCom_entrada;
+        iv_mcbase_inicia_comando(x->ind_datServ, x->id_comando);
         resultado = intercambia(x);
     } __finally {
         if (x->completo != CIERTO)

@@ -93,7 +93,7 @@ static void iv_shared_cierra(void *sharedmem, HANDLE hmap)
 }
 
 // The header is read once: another program may change it under us. What is mapped there may be no block at all, but a
-// file that cannot be written: its first bytes make a size beyond a page.
+// program's image, which cannot be written: its first bytes make a size beyond a page.
 static uint32_t tam_legible(const volatile iv_shared_cabecera *sharedmem)
 {
     uint32_t tam_datos = lee_cabecera(sharedmem);

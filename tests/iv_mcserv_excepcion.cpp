@@ -98,6 +98,39 @@ TEST_F(iv_mcserv_excepcion, sin_haber_reclamado_deja_la_ocupacion_ajena)
     comprueba_entero(antes);
 }
 
+// A real server without a window, in this very program: the receipt that it waits for comes all the same, and no report.
+TEST_F(iv_mcserv_excepcion, servidor_sin_ventana_que_ha_ejecutado_recibe_su_acuse)
+{
+    static int s_ejecutados;
+    s_ejecutados = 0;
+    iv_reg_registra_servidor("C:\\uno.exe", nullptr, servicio, 1, CIERTO, nullptr,
+                             [](const char *, uint32_t, comando *, void *) -> int32_t { return ++s_ejecutados, 1; });
+    iv_reg_terminado_registro();
+    iv_reg_registra_cliente("C:\\uno.exe", nullptr, servicio, nullptr);
+    bloque_crudo canal_real(nombre_canal(servicio).c_str()), registro_real("Ivrexa_MCB");
+    size_t latido = en_programa(s_programa->id_programa, P_CONTADOR_VIVO);
+    ASSERT_TRUE(espera_hasta([&] { return registro_real.u32(latido) > 0; }, 10000));
+    {
+        espia oido;
+        oido.al_traer = [] { lanza(); };        // behind the answer, with site 18 held
+        orden o;
+        o.opciones = ivrexa_ventana_DEVUELVE_FOCO;
+        ASSERT_TRUE(la_orden_acaba_en_excepcion(&o, servicio));
+    }
+    EXPECT_EQ(s_ejecutados, 1);
+    EXPECT_EQ(canal_real.u32(C_OCUPACION), 0u);
+    EXPECT_EQ(canal_real.u32(C_ID_COMANDO), 0u);
+    EXPECT_TRUE(espera_hasta([&] { return canal_real.u32(C_ESTADO_SERVIDOR) == 1; }, 5000));
+
+    orden otra;
+    EXPECT_EQ(otra.ejecuta(servicio), 1u);
+    EXPECT_EQ(s_ejecutados, 2);
+    EXPECT_SIN_INFORMES();
+    for (wchar_t *texto : otra.salidas)
+        iv_mem_libera_cadena_u(&texto);
+    iv_reg_cierra_sesion();
+}
+
 // ---- A number that no registered message has
 
 TEST_F(iv_mcserv_orden, mensaje_que_no_es_registrado_no_se_manda)

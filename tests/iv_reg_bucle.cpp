@@ -122,6 +122,15 @@ int32_t lanza_con_mutex(uint32_t, comando *)
 // A command function by itself, without the noting one between it and the library.
 bool s_lanza;
 
+// With the code that GCC's run-time throws with, and with something else where its object would be.
+int32_t lanza_como_cpp(const char *, uint32_t, comando *, void *)
+{
+    const ULONG_PTR ningun_objeto = 0x10;
+    if (s_lanza)
+        RaiseException(0x20474343, 0, 1, &ningun_objeto);
+    return 1;
+}
+
 int32_t lanza_cpp(const char *, uint32_t, comando *, void *)
 {
     if (s_lanza)
@@ -304,6 +313,18 @@ TEST_F(iv_reg_bucle, excepcion_de_cpp_da_3_y_no_deja_nada)
     mutex.suelta();
     s_lanza = false;
     EXPECT_EQ(ejecuta({}), 1u);
+    EXPECT_EQ(prestado(0).u32(78), 2u);
+}
+
+TEST_F(iv_reg_bucle, excepcion_que_solo_parece_de_cpp_da_3)
+{
+    prepara(lanza_como_cpp);
+    for (int vez = 0; vez < 3; vez++) {
+        s_lanza = true;
+        EXPECT_EQ(ejecuta({}), 3u);
+        s_lanza = false;
+        EXPECT_EQ(ejecuta({}), 1u);
+    }
     EXPECT_EQ(prestado(0).u32(78), 2u);
 }
 
