@@ -261,8 +261,8 @@ INSTANTIATE_TEST_SUITE_P(nombre, limites_largo,
                          ::testing::Values(228, 229, 230, 239, 240, 243, 244, 245, 247, 248, 255, 400),
                          [](const auto &dato) { return "de_" + std::to_string(dato.param); });
 
-// The other service of the program goes on as if this one were not there. Two cases are told below: a client of a server
-// without a message waits, and one without an internal mutex reports for as long as there is a channel.
+// The other service of the program goes on as if this one were not there. Two cases are told below: a client of a
+// server without a message waits, and one without an internal mutex reports for as long as there is a channel.
 TEST_P(limites_largo, de_un_servidor_con_ventana)
 {
     std::string otro = nombre_unico("otro");

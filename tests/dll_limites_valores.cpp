@@ -6,8 +6,8 @@ using limites_valores = conversacion;
 
 static const char *const LARGO = "len < 256";
 
-// What a value is read as. A name of 255 counts as one of no bytes and of 256 as one of a byte: what follows it is taken
-// for the value.
+// What a value is read as. A name of 255 counts as one of no bytes and of 256 as one of a byte: what follows it is
+// taken for the value.
 struct nombre_de_valor {
     size_t largo;
     uint8_t byte_de_largo;

@@ -94,6 +94,31 @@ TEST_F(bucles, muerte_tras_soltar_el_canal_acaba_el_servicio_si_nadie_llama)
     conversa_en(servicio);
 }
 
+// The dead client's mark stays in the entry, where the next server without a window finds it and ends; a new client's
+// registration takes it out.
+TEST_F(bucles, marca_del_muerto_acaba_al_servidor_siguiente_hasta_que_alguien_se_registra)
+{
+    empieza("ventana");
+    canal_visto canal(servicio);
+    {
+        papel victima = nueva_victima("sin_ventana");
+        haz_de_cliente(victima);
+        muere_en(victima, "comando libre");
+    }
+    servidor().mata();
+    papel siguiente = arranca_servidor("sin_ventana", servicio);
+    EXPECT_EQ(canal.en_curso(), static_cast<uint32_t>(COMANDO_CALLADO));
+    canal.espera_terminado();
+    cierra_servicio(siguiente);
+    registra(servicio);
+    EXPECT_EQ(canal.en_curso(), 0u);
+    reabre_servicio(siguiente);
+    espera_rondas([&] { return canal.vueltas_servidor(); });
+    EXPECT_FALSE(canal.terminado());
+    espera_latido(ruta());
+    conversa_en(servicio);
+}
+
 // The heartbeat that is looked at is the last registered client's, whoever runs the command.
 TEST_F(bucles, muerto_no_se_echa_en_falta_si_otro_se_registro_despues)
 {
