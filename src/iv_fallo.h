@@ -6,7 +6,8 @@
 //   "entra N"    the mutex is held and counted, nothing is done yet
 //   "sale N"     all is done, the mutex is still held
 //   "fuera N"    the mutex is released
-//   "heap entra", "heap sale"    the same for the heap's plain lock
+//   "heap crea", "heap entra", "heap sale"    the same for the heap's plain lock
+//   "comando respondido", "comando recogido"  a client has its answer from the window, and from the channel
 //   any other    right behind the write that the name tells
 #ifndef IV_FALLO_H
 #define IV_FALLO_H

@@ -16,7 +16,7 @@
 
 #include "dll_conversa.h"
 
-enum : uint32_t { eco_PRIMERO = 200, eco_ULTIMO = 219 };        // the ids of eco commands
+enum : uint32_t { eco_PRIMERO = 200 };          // the ids of eco commands begin here
 enum : uint32_t { eco_SIN_GET = 98, eco_SIN_SET = 97, eco_SIN_GET_NET = 92 };   // results when the library refused
 
 // ---- What is sent

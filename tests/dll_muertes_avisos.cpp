@@ -1,5 +1,6 @@
 // A server dies while it notifies, or a client while it is notified, at each place. The mutex of the mailbox goes on;
-// what stands in the mailbox stays, and decides who can be notified afterwards.
+// what stands in the mailbox stays, and decides who can be notified afterwards. One that only stands still is waited
+// for.
 #include "muertes_canal.h"
 
 #include "dll_notificaciones_apoyo.h"
@@ -201,5 +202,45 @@ const muerte MUERTES_CLIENTE[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(en, muere_el_avisado, ::testing::ValuesIn(MUERTES_CLIENTE), nombre_de);
+
+// ---- One of them stands still instead, for longer than a heartbeat may stay away
+
+// The server stops with the mailbox half written, its client with the notification taken: the other waits, and when it
+// goes on both end as ever.
+TEST_F(con_tanda, quien_se_para_en_un_aviso_hace_esperar_y_luego_acaba)
+{
+    empieza_vecinos();
+    for (bool el_servidor : {true, false}) {
+        SCOPED_TRACE(el_servidor);
+        const std::string servicio = nombre_unico("aviso");
+        papel servidor = nueva_victima("ventana"), cliente = nueva_victima("ventana");
+        manda(servidor, "REGISTRA_SERVIDOR con_funcion " + servicio, "PREPARADO");
+        manda(servidor, "TERMINADO_REGISTRO", "PUBLICADO");
+        manda(cliente, "REGISTRA_NOTIFICACIONES " + servicio, "SOLICITADO");
+        manda(cliente, "DOCUMENTO " + servicio + " 1", "CLIENTE 200");
+        canal_visto canal(servicio);
+        papel &quieto = el_servidor ? servidor : cliente;
+        parada en_su_sitio(quieto);
+        arma_en(quieto, el_servidor ? "buzon escrita" : "buzon tomada", 1, "PARA");
+        servidor.di("HILO NOTIFICA " + servicio + " 200 5 0");
+        en_su_sitio.espera();
+        quieto.suspende();
+        comprueba_supervivencia();
+        EXPECT_FALSE((el_servidor ? cliente : servidor).busca_linea("NOTIFICA", 3500));
+        EXPECT_EQ(canal.buzon(), el_servidor ? 1u : 2u);
+        EXPECT_FALSE(canal.terminado());
+
+        quieto.reanuda();
+        en_su_sitio.sigue();
+        for (int dato : {5, 6}) {
+            EXPECT_EQ(cliente.espera_linea("NOTIFICACION ", PLAZO_MS), "NOTIFICACION " + std::to_string(dato) + "|0");
+            servidor.espera_linea("NOTIFICADO", PLAZO_MS);
+            EXPECT_EQ(canal.buzon(), 0u);
+            if (dato == 5)
+                servidor.di("HILO NOTIFICA " + servicio + " 200 6 0");
+        }
+        comprueba_canal_sano(servicio);
+    }
+}
 
 }

@@ -48,3 +48,36 @@ static const caso CASOS[] = {
 };
 
 MUERTES_EN(CASOS)
+
+// ---- What all of these tests take for granted of their victim
+
+// It dies the time that was said and none before, counted from the line on; disarmed, it passes.
+TEST_F(con_victima, muere_a_la_vez_que_se_dijo_y_no_antes)
+{
+    const std::string servicio = nombre_unico("serv");
+    const struct {
+        const char *lugar, *orden, *respuesta;
+    } PASOS[] = {
+        {"sale 6", "EMPIEZA_POR nadie", "EMPIEZA 0 "},
+        {"bloque creado", "GUARDA % 0", "GUARDADO "},
+    };
+    for (const auto &paso : PASOS) {
+        SCOPED_TRACE(paso.lugar);
+        std::string orden = paso.orden;
+        if (size_t i = orden.find('%'); i != std::string::npos)
+            orden.replace(i, 1, servicio);
+        arranca_victima("sin_ventana");
+        haz("REGISTRA_CLIENTE " + servicio, "SOLICITADO");
+        haz(orden, paso.respuesta);
+        arma(paso.lugar, 1);
+        haz("DESARMA", "DESARMADO");
+        haz(orden, paso.respuesta);
+        arma(paso.lugar, 3);
+        haz(orden, paso.respuesta);
+        haz(orden, paso.respuesta);
+        victima().di(orden);
+        espera_muerte();
+        EXPECT_EQ(victima().busca_linea(paso.respuesta, 0), std::nullopt) << "it died behind its place";
+    }
+    comprueba_supervivencia();
+}

@@ -105,6 +105,7 @@ TEST_F(en_rondas, cliente_que_muere_tras_recoger_el_resultado)
     espera_muerte();
     EXPECT_EQ(registro.u32(despl + 84), 4u) << "the client's loop state";
     comprueba_supervivencia();
+    comprueba_vuelta(propios);
 }
 
 // State 1: another client has the channel. The dead one waited for it with the service's mutex held.

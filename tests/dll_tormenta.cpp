@@ -76,6 +76,10 @@ protected:
             haz_ronda();
         std::cout << m_ronda << " rounds, " << m_acciones << " actions, " << m_comandos << " commands, " << m_muertes
                   << " killed" << std::endl;
+        EXPECT_GT(m_comandos, 0u);
+        if (m_mata) {
+            EXPECT_GT(m_muertes, 0u);
+        }
     }
 
     // What must hold when the storm is over, with the programs still there.
@@ -118,8 +122,6 @@ protected:
             std::cout << m_diario[i] << "\n";
         std::cout << repeticion() << std::endl;
     }
-
-    bool mata() const { return m_mata; }
 
 private:
     struct tarea {

@@ -56,6 +56,6 @@ TEST_P(turnos, cada_comando_se_contesta_una_vez_y_a_quien_lo_mando)
 
 // Without a window each costs half a second.
 INSTANTIATE_TEST_SUITE_P(servidor, turnos,
-                         ::testing::Values(caso_turnos{"ventana", 4, 250}, caso_turnos{"net", 4, 100},
+                         ::testing::Values(caso_turnos{"ventana", 4, 250}, caso_turnos{"net", 4, 250},
                                            caso_turnos{"sin_ventana", 4, 6}),
                          [](const auto &dato) { return std::string(dato.param.clase); });

@@ -83,7 +83,7 @@ protected:
         bool de_su_cliente = orden.compare(0, 1, "@") == 0;
         if (de_su_cliente)
             espera_inicio_de_latido(p);
-        arma(c.lugar, c.vez, orden.find("110") != std::string::npos ? "MUERE_DENTRO" : "MUERE");
+        arma(c.lugar, c.vez, std::string(c.orden) == "@COMANDO 110" ? "MUERE_DENTRO" : "MUERE");
         if (de_su_cliente)
             m_cliente->di(orden.substr(1));
         else if (!orden.empty())

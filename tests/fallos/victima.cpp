@@ -17,16 +17,11 @@
 // Client:
 //     REGISTRA_CLIENTE S           "SOLICITADO"
 //     REGISTRA_NOTIFICACIONES S    "SOLICITADO"; a notification is said as "NOTIFICACION datum|block" and receipted
-//     SIN_RECIBO                   notifications are receipted no more: "SIN_RECIBO"
 //     DOCUMENTO S id               "CLIENTE id of the client"
-//     GUARDA S n                   stores sample n as input: "GUARDADO id"
+//     GUARDA S n                   stores sample n as input and keeps it: "GUARDADO id"
 //     EJECUTA S command            with the input stored last, or none: "RESULTADO r|id of the output"
 //     ECO n                        as in dll_anfitrion.h, on the service registered first
-//     LEE S id                     opens output data: "LEIDO number of values"
-//     SUELTA                       destroys the stored input: "SOLTADO"
-//     TERMINAR S                   ivrexa_terminar_servidor: "TERMINADO"
 // Anybody:
-//     HAY S                        "HAY 0|1 version"
 //     EMPIEZA_POR prefix           "EMPIEZA 0|1 name"
 //     MONITOR, QUITA_MONITOR       registers the window as the monitor's, or ends that: "MONITOR", "QUITADO"
 //     HILO line                    obeys the line on a thread of its own
@@ -49,9 +44,7 @@ namespace {
 using palabras = std::vector<std::string>;
 
 DWORD s_hilo_principal;
-comdat *s_entrada;
 uint32_t s_id_entrada;
-bool s_sin_recibo;
 std::string s_punto_dentro;
 uint32_t s_vez_dentro;
 
@@ -100,8 +93,7 @@ void al_notificar(const char *nombre_servicio, uint32_t id_cliente, uint32_t dat
         return;
     uint32_t id_datos = ivrexa_obtener_id_datos_notificacion(nombre_servicio, id_cliente, dato);
     papel_c_di("NOTIFICACION %u|%u", static_cast<unsigned>(dato), static_cast<unsigned>(id_datos));
-    if (!s_sin_recibo)
-        ivrexa_procesada_notificacion(nombre_servicio);
+    ivrexa_procesada_notificacion(nombre_servicio);
 }
 
 void al_actuar(uint32_t, uint32_t, uint16_t, const char *, uint32_t, uint32_t, void *) {}
@@ -129,9 +121,9 @@ void registra_cliente(const std::string &servicio, bool notificaciones)
 
 void guarda(const std::string &servicio, uint32_t n)
 {
-    s_entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
-    anfitrion_graba_muestra(s_entrada, n);
-    s_id_entrada = ivrexa_guarda_datos(s_entrada);
+    comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
+    anfitrion_graba_muestra(entrada, n);
+    s_id_entrada = ivrexa_guarda_datos(entrada);
     papel_c_di("GUARDADO %u", static_cast<unsigned>(s_id_entrada));
 }
 
@@ -142,30 +134,6 @@ void ejecuta(const std::string &servicio, uint32_t id_comando)
     uint32_t resultado = ivrexa_ejecuta_comando(servicio.c_str(), id_comando, 0, s_id_entrada, L"uno", L"dos", L"tres",
                                                 &id_salida, r1, r2, r3);
     papel_c_di("RESULTADO %u|%u", static_cast<unsigned>(resultado), static_cast<unsigned>(id_salida));
-}
-
-void lee(const std::string &servicio, uint32_t id)
-{
-    comdat *salida = ivrexa_lee_datos(servicio.c_str(), id, FALSO);
-    papel_c_di("LEIDO %u", static_cast<unsigned>(salida != nullptr ? ivrexa_numero_valores(salida) : 0));
-    if (salida != nullptr)
-        ivrexa_destruye_datos_comando(salida);
-}
-
-void suelta()
-{
-    if (s_entrada != nullptr)
-        ivrexa_destruye_datos_comando(s_entrada);
-    s_entrada = nullptr;
-    s_id_entrada = 0;
-    papel_c_di("SOLTADO");
-}
-
-void di_si_hay(const std::string &servicio)
-{
-    uint16_t version = 0;
-    int16_t hay = ivrexa_hay_servicio_registrado(servicio.c_str(), &version);
-    papel_c_di("HAY %d %u", hay, static_cast<unsigned>(version));
 }
 
 void di_si_empieza(const std::string &prefijo)
@@ -235,9 +203,6 @@ bool obedece_cliente(const std::string &linea, const palabras &p)
 {
     if (p[0] == "REGISTRA_CLIENTE" || p[0] == "REGISTRA_NOTIFICACIONES") {
         registra_cliente(p[1], p[0] == "REGISTRA_NOTIFICACIONES");
-    } else if (p[0] == "SIN_RECIBO") {
-        s_sin_recibo = true;
-        papel_c_di("SIN_RECIBO");
     } else if (p[0] == "DOCUMENTO") {
         papel_c_di("CLIENTE %u", static_cast<unsigned>(
                                      ivrexa_abierto_documento_de_cliente(p[1].c_str(), L"documento", numero(p[2]))));
@@ -247,13 +212,6 @@ bool obedece_cliente(const std::string &linea, const palabras &p)
         ejecuta(p[1], numero(p[2]));
     } else if (p[0] == "ECO") {
         anfitrion_obedece_cliente(linea.c_str());
-    } else if (p[0] == "LEE") {
-        lee(p[1], numero(p[2]));
-    } else if (p[0] == "SUELTA") {
-        suelta();
-    } else if (p[0] == "TERMINAR") {
-        ivrexa_terminar_servidor(p[1].c_str());
-        papel_c_di("TERMINADO");
     } else {
         return false;
     }
@@ -262,9 +220,7 @@ bool obedece_cliente(const std::string &linea, const palabras &p)
 
 bool obedece_cualquiera(const std::string &linea, const palabras &p)
 {
-    if (p[0] == "HAY") {
-        di_si_hay(p[1]);
-    } else if (p[0] == "EMPIEZA_POR") {
+    if (p[0] == "EMPIEZA_POR") {
         di_si_empieza(p[1]);
     } else if (p[0] == "MONITOR") {
         ivrexa_registra_monitor(anfitrion_yo.hwnd, al_actuar, al_rondar, al_rondar, nullptr);
