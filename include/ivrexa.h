@@ -20,7 +20,8 @@
  *              or used up before the call returns; it stays yours.
  *   Truth      16-bit CIERTO (1) or FALSO (0). Compare with 1.
  *   Reports    a broken precondition shows a message box "Assert ivrexa" with module, line and expression, and then
- *              the call goes on as is said here. A report never ends the program.
+ *              the call goes on as is said here. A report never ends the program. A box dispatches messages: of
+ *              more than 16 boxes inside each other on one thread the others go to the trace alone.
  *              "Reports E" below says which expression is shown. A null text goes on as an empty one.
  *   Memory     you free nothing that the library returns. Command data is yours from its creation to
  *              ivrexa_destruye_datos_comando; what its readers return lives as long as it does. When memory runs out,

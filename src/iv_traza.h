@@ -16,7 +16,8 @@
 #define iv_assert(cond)      ((cond) ? (void)0 : (void)iv_assert_mensaje(#cond, IV_MODULO, __LINE__))
 #define iv_assert_puntero(p) iv_assert((p) != 0)    // the report shows "(p) != 0" with p as written
 
-// Shows the report and returns what the box returned. Allocates nothing, so that it can report the heap's failures.
+// Shows the report and returns what the box returned; 0 where 16 boxes stand on this thread already, one inside the
+// other: the report then goes to the trace alone. Allocates nothing, so that it can report the heap's failures.
 int iv_assert_mensaje(const char *expresion, const char *modulo, uint32_t linea);
 
 // ---- Primitives. Each but the last four tests the switch. A null text is left out.

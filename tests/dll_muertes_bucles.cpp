@@ -36,6 +36,13 @@ protected:
         espera_muerte_de(victima);
     }
 
+    void muere_un_cliente_en(const std::string &punto)
+    {
+        papel victima = nueva_victima("sin_ventana");
+        haz_de_cliente(victima);
+        muere_en(victima, punto);
+    }
+
     std::string ejecuta_callado() const { return "EJECUTA " + servicio + " " + std::to_string(COMANDO_CALLADO); }
 
     // The server closes under the call that waits, which ends with the result and frees the channel.
@@ -80,10 +87,8 @@ TEST_F(bucles, muerte_tras_soltar_el_canal_acaba_el_servicio_si_nadie_llama)
 {
     empieza("sin_ventana");
     registra_y_late();
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "comando libre");
+    muere_un_cliente_en("comando libre");
     EXPECT_EQ(canal.ocupacion(), 0u);
     canal.espera_terminado();
     pide(servidor(), "ESPERA", "ESPERADO");
@@ -100,11 +105,7 @@ TEST_F(bucles, marca_del_muerto_acaba_al_servidor_siguiente_hasta_que_alguien_se
 {
     empieza("ventana");
     canal_visto canal(servicio);
-    {
-        papel victima = nueva_victima("sin_ventana");
-        haz_de_cliente(victima);
-        muere_en(victima, "comando libre");
-    }
+    muere_un_cliente_en("comando libre");
     servidor().mata();
     papel siguiente = arranca_servidor("sin_ventana", servicio);
     EXPECT_EQ(canal.en_curso(), static_cast<uint32_t>(COMANDO_CALLADO));
@@ -140,10 +141,8 @@ TEST_F(bucles, quien_llama_mientras_se_echa_en_falta_al_muerto_espera_con_el_ser
 {
     empieza("sin_ventana");
     registra_y_late();
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "sale 16");
+    muere_un_cliente_en("sale 16");
     EXPECT_TRUE(espera_hasta([&] { return canal.bucle_servidor() == 2; }, RESPONDE_MS));
     llamada en_espera(servicio, COMANDO_CALLADO);
     espera_rondas([&] { return canal.vueltas_servidor(); });
@@ -157,10 +156,8 @@ TEST_F(bucles, quien_llama_mientras_se_echa_en_falta_al_muerto_espera_con_el_ser
 TEST_F(bucles, cliente_nuevo_mientras_se_echa_en_falta_al_muerto_espera_con_el_servidor)
 {
     empieza("sin_ventana");
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "sale 16");
+    muere_un_cliente_en("sale 16");
     EXPECT_TRUE(espera_hasta([&] { return canal.bucle_servidor() == 2; }, RESPONDE_MS));
     registra(servicio);
     EXPECT_EQ(canal.en_curso(), 0u);
@@ -176,10 +173,8 @@ TEST_F(bucles, reabrir_sin_que_nadie_haya_llamado_no_libera_el_canal)
 {
     empieza("ventana");
     registra(servicio);
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "comando en curso");
+    muere_un_cliente_en("comando en curso");
     cierra_servicio(servidor());
     reabre_servicio(servidor());
     EXPECT_EQ(canal.ocupacion(), 2u);
@@ -219,10 +214,8 @@ TEST_F(bucles, terminar_servidor_libera_a_quien_espera_a_un_servidor_con_ventana
 {
     empieza("ventana");
     registra(servicio);
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "comando en curso");
+    muere_un_cliente_en("comando en curso");
     llamada en_espera(servicio, COMANDO_CALLADO);
     EXPECT_TRUE(espera_hasta([&] { return canal.bucle_cliente() == 1; }, RESPONDE_MS));
     ivrexa_terminar_servidor(servicio.c_str());
@@ -239,10 +232,8 @@ TEST_F(bucles, terminar_servidor_espera_tambien_si_el_servidor_no_tiene_ventana)
 {
     empieza("sin_ventana");
     registra_y_late();
-    papel victima = nueva_victima("sin_ventana");
-    haz_de_cliente(victima);
     canal_visto canal(servicio);
-    muere_en(victima, "comando ocupacion escribe");
+    muere_un_cliente_en("comando ocupacion escribe");
     llamada en_espera(servicio, 1);
     EXPECT_TRUE(espera_hasta([&] { return canal.bucle_cliente() == 1 && canal.vueltas_cliente() >= 5; }, RONDAS_MS));
     EXPECT_EQ(canal.bucle_cliente(), 1u);
