@@ -97,4 +97,18 @@ function(no_lleva_lugares_de_fallo)
     endforeach()
 endfunction()
 
+function(no_pasa_de_64_KiB)
+    file(SIZE ${DLL} tam)
+    if(tam GREATER 65536)
+        message(FATAL_ERROR "The DLL has ${tam} bytes.")
+    endif()
+endfunction()
+
+function(codigo_empieza_en_una_pagina_del_fichero)
+    lee_dll(--sections texto)
+    if(NOT texto MATCHES "Name: \\.text [^}]*PointerToRawData: 0x([0-9A-F]+)" OR NOT CMAKE_MATCH_1 MATCHES "000$")
+        message(FATAL_ERROR "The code begins at 0x${CMAKE_MATCH_1} of the file.")
+    endif()
+endfunction()
+
 cmake_language(CALL ${CASO})

@@ -33,16 +33,42 @@ function(ivrexa_avisos objetivo)
 endfunction()
 
 # Code of the library: it may count on nothing that a C or C++ runtime sets up, so it has no exceptions, no
-# RTTI and no object that is constructed at load time.
+# RTTI and no object that is constructed at load time. All of it is compiled for size but what runs once for each value
+# of a command or each block of the heap.
 function(ivrexa_opciones_biblioteca objetivo)
     ivrexa_avisos(${objetivo})
     if(MSVC)
         set(opciones /GR- /GS- /Zc:threadSafeInit-)
+        set(breve /O1)
+        set(veloz /O2)
     else()
+        # Hidden, as nothing of the library's own lies in another DLL: its data is reached straight, without a pointer
+        # to it that the loader would have to relocate.
         set(opciones -fno-exceptions -fno-rtti -fno-strict-aliasing -fms-extensions -fno-threadsafe-statics
-            -fno-stack-protector -Wglobal-constructors -Wexit-time-destructors)
+            -fno-stack-protector -Wglobal-constructors -Wexit-time-destructors -fvisibility=hidden
+            "SHELL:-Xclang -fapply-global-visibility-to-externs")
+        set(breve -Oz)
+        # The loops there are over the bytes of a name or of a small value.
+        set(veloz -O2 -fno-vectorize -fno-unroll-loops)
     endif()
-    target_compile_options(${objetivo} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${opciones}>")
+    set(optimizada $<NOT:$<CONFIG:Debug>>)
+    target_compile_options(${objetivo} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${opciones}>"
+        $<$<AND:$<COMPILE_LANGUAGE:CXX>,${optimizada}>:${breve}>)
+    list(TRANSFORM IVREXA_MODULOS_VELOCES PREPEND ${CMAKE_SOURCE_DIR}/ OUTPUT_VARIABLE veloces)
+    set_source_files_properties(${veloces} PROPERTIES COMPILE_OPTIONS "$<${optimizada}:${veloz}>")
+endfunction()
+
+# Lays the DLL's file out so that Wine maps its code rather than copying it.
+find_package(Python3 COMPONENTS Interpreter QUIET)
+function(ivrexa_alinea_codigo objetivo)
+    if(NOT Python3_FOUND)
+        message(STATUS "Python 3 is missing: Wine will take longer to load ${objetivo}.")
+        return()
+    endif()
+    set(programa ${CMAKE_SOURCE_DIR}/cmake/alinea_codigo.py)
+    add_custom_command(TARGET ${objetivo} POST_BUILD
+        COMMAND Python3::Interpreter ${programa} $<TARGET_FILE:${objetivo}>)
+    set_property(TARGET ${objetivo} APPEND PROPERTY LINK_DEPENDS ${programa})
 endfunction()
 
 # Links the DLL without a C runtime: kernel32 is the only library it imports.
@@ -55,8 +81,11 @@ function(ivrexa_enlaza_sin_runtime objetivo)
     else()
         # A compiler may turn the loops of memcpy and memset into calls of themselves, unless told not to.
         set_source_files_properties(${CMAKE_SOURCE_DIR}/src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
-        target_link_options(${objetivo} PRIVATE -nostdlib LINKER:--entry=DllMain)
+        # Loading maps each section by itself: what is only read is one.
+        target_link_options(${objetivo} PRIVATE -nostdlib LINKER:--entry=DllMain
+            LINKER:-Xlink=-merge:.buildid=.rdata LINKER:-Xlink=-merge:.pdata=.rdata)
         target_link_libraries(${objetivo} PRIVATE kernel32)
+        ivrexa_alinea_codigo(${objetivo})
     endif()
 endfunction()
 

@@ -12,6 +12,16 @@
 static_assert(sizeof(wchar_t) == 2, "texts are UTF-16");
 static_assert(sizeof(void *) == 8, "a 64-bit library");
 
+// A function that is seldom called: out of line and small, and the ways to it lie away from what is quick. And one that
+// stands in its caller whatever else is asked of the compiler.
+#if defined(_MSC_VER) && !defined(__clang__)
+#define IV_RARA __declspec(noinline)
+#define IV_EN_LINEA __forceinline
+#else
+#define IV_RARA __attribute__((cold, noinline))
+#define IV_EN_LINEA inline __attribute__((always_inline))
+#endif
+
 // Copies n bytes one after the other, forwards: where the places overlap, the bytes written are read again. Written as
 // one instruction, like filling, because a compiler may make a call of memcpy or memset out of a loop, and those
 // two are built on these.

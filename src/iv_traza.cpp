@@ -1,7 +1,10 @@
 #include "iv_traza.h"
 
+// SIN_DECIDIR is not 0: the first call of all comes through the one test that stops every call with the trace off.
+// While that call reads the variable, those of other threads find neither 0 nor 1 and write nothing.
+static const uint32_t SIN_DECIDIR = 2;
 static uint32_t iv_traza_primera_vez = 1;
-static uint32_t iv_traza_activada = 0;
+uint32_t iv_traza_activada = SIN_DECIDIR;
 static char s_texto_numero[64];
 
 // ---- Reports
@@ -63,11 +66,11 @@ static void lee_interruptor(void)
     iv_traza_activada = GetEnvironmentVariableA("IVREXA_DEBUG", NULL, 0) != 0 ? 1 : 0;
 }
 
-uint32_t iv_traza_activa(void)
+uint32_t iv_traza_decide(void)
 {
     if (iv_traza_primera_vez == 1)
         lee_interruptor();
-    return iv_traza_activada;
+    return iv_traza_activada == 1;
 }
 
 static void escribe(const char *texto)
@@ -81,13 +84,13 @@ static void escribe_numero(uint64_t numero)
     escribe(iv_traza_numero_a_texto(numero));
 }
 
-void iv_traza_cadena(const char *texto)
+void iv_traza_cadena_si_activa(const char *texto)
 {
     if (iv_traza_activa())
         escribe(texto);
 }
 
-void iv_traza_linea(const char *texto)
+void iv_traza_linea_si_activa(const char *texto)
 {
     if (!iv_traza_activa())
         return;
@@ -95,12 +98,12 @@ void iv_traza_linea(const char *texto)
     escribe("\n");
 }
 
-void iv_traza_cadena_numero(const char *texto, uint32_t numero, uint32_t con_fin_de_linea)
+void iv_traza_cadena_numero_si_activa(const char *texto, uint32_t numero, uint32_t con_fin_de_linea)
 {
-    iv_traza_cadena_valor(texto, numero, con_fin_de_linea);
+    iv_traza_cadena_valor_si_activa(texto, numero, con_fin_de_linea);
 }
 
-void iv_traza_cadena_valor(const char *texto, uint64_t valor, uint32_t con_fin_de_linea)
+void iv_traza_cadena_valor_si_activa(const char *texto, uint64_t valor, uint32_t con_fin_de_linea)
 {
     if (!iv_traza_activa())
         return;
@@ -186,7 +189,7 @@ static void abre_registro_comando(const char *titulo, const char *nombre_servici
 }
 
 // Deliberate: no blank before this title, and mixed case.
-void iv_traza_registro_servidor(const char *programa, ivrexa_hwnd hwnd)
+void iv_traza_registro_servidor_si_activa(const char *programa, ivrexa_hwnd hwnd)
 {
     if (!iv_traza_activa())
         return;
@@ -194,7 +197,8 @@ void iv_traza_registro_servidor(const char *programa, ivrexa_hwnd hwnd)
     escribe_hwnd(hwnd);
 }
 
-void iv_traza_registro_cliente_servicio(const char *ruta_ejecutable, ivrexa_hwnd hwnd, const char *nombre_servicio)
+void iv_traza_registro_cliente_servicio_si_activa(const char *ruta_ejecutable, ivrexa_hwnd hwnd,
+                                                  const char *nombre_servicio)
 {
     if (!iv_traza_activa())
         return;
@@ -204,7 +208,7 @@ void iv_traza_registro_cliente_servicio(const char *ruta_ejecutable, ivrexa_hwnd
     escribe_hwnd(hwnd);
 }
 
-void iv_traza_registro_servicio_prestado(const char *nombre_servicio, uint16_t version)
+void iv_traza_registro_servicio_prestado_si_activa(const char *nombre_servicio, uint16_t version)
 {
     if (!iv_traza_activa())
         return;
@@ -216,10 +220,11 @@ void iv_traza_registro_servicio_prestado(const char *nombre_servicio, uint16_t v
 
 // Deliberate: any result but 0 counts as success here, only 1 in the record of the answer; and this record does not
 // end with an empty line.
-void iv_traza_get_datos_entrada_comando(const char *nombre_servicio, uint32_t id_comando,
-                                        const uint32_t *id_datos_entrada_comando, const wchar_t *buffer_cliente_64,
-                                        const wchar_t *buffer_cliente_256, const wchar_t *buffer_cliente2_256,
-                                        int16_t resultado)
+void iv_traza_get_datos_entrada_comando_si_activa(const char *nombre_servicio, uint32_t id_comando,
+                                                  const uint32_t *id_datos_entrada_comando,
+                                                  const wchar_t *buffer_cliente_64,
+                                                  const wchar_t *buffer_cliente_256,
+                                                  const wchar_t *buffer_cliente2_256, int16_t resultado)
 {
     if (!iv_traza_activa())
         return;
@@ -237,10 +242,10 @@ void iv_traza_get_datos_entrada_comando(const char *nombre_servicio, uint32_t id
 }
 
 // Deliberate: the title says ENTRADA, as its getter's does.
-void iv_traza_set_datos_entrada_comando(const char *nombre_servicio, uint32_t id_comando,
-                                        uint32_t id_datos_salida_comando, const wchar_t *resultado_64,
-                                        const wchar_t *resultado_256, const wchar_t *resultado_256_2,
-                                        int16_t resultado)
+void iv_traza_set_datos_entrada_comando_si_activa(const char *nombre_servicio, uint32_t id_comando,
+                                                  uint32_t id_datos_salida_comando, const wchar_t *resultado_64,
+                                                  const wchar_t *resultado_256, const wchar_t *resultado_256_2,
+                                                  int16_t resultado)
 {
     if (!iv_traza_activa())
         return;
@@ -258,8 +263,9 @@ void iv_traza_set_datos_entrada_comando(const char *nombre_servicio, uint32_t id
     escribe("\n");
 }
 
-void iv_traza_inicio_comando(const char *nombre_servicio, uint32_t id_comando, uint32_t id_bloque_MCCom_entrada,
-                             const wchar_t *param1, const wchar_t *param2, const wchar_t *param3)
+void iv_traza_inicio_comando_si_activa(const char *nombre_servicio, uint32_t id_comando,
+                                       uint32_t id_bloque_MCCom_entrada, const wchar_t *param1, const wchar_t *param2,
+                                       const wchar_t *param3)
 {
     if (!iv_traza_activa())
         return;
@@ -278,9 +284,9 @@ static void escribe_texto_salida(wchar_t *const *texto, const char *etiqueta)
         iv_traza_texto_u(*texto, etiqueta);
 }
 
-void iv_traza_fin_comando(const char *nombre_servicio, uint32_t id_comando, uint32_t resultado,
-                          const uint32_t *id_datos_salida_comando, wchar_t *const *serv_buffer_64,
-                          wchar_t *const *serv_buffer_256, wchar_t *const *serv_buffer2_256)
+void iv_traza_fin_comando_si_activa(const char *nombre_servicio, uint32_t id_comando, uint32_t resultado,
+                                    const uint32_t *id_datos_salida_comando, wchar_t *const *serv_buffer_64,
+                                    wchar_t *const *serv_buffer_256, wchar_t *const *serv_buffer2_256)
 {
     if (!iv_traza_activa())
         return;
@@ -309,7 +315,7 @@ void iv_traza_fin_comando(const char *nombre_servicio, uint32_t id_comando, uint
     }
 }
 
-void iv_traza_estoy_vivo(uint16_t id_programa)
+void iv_traza_estoy_vivo_si_activa(uint16_t id_programa)
 {
     if (!iv_traza_activa())
         return;
@@ -320,40 +326,10 @@ void iv_traza_estoy_vivo(uint16_t id_programa)
 }
 
 // Deliberate: no blank before "BUCLE ".
-static void iv_traza_bucle(const char *estado)
+void iv_traza_bucle_si_activa(const char *estado)
 {
     if (!iv_traza_activa())
         return;
     abre_registro("BUCLE ", estado);
     escribe("\n");
-}
-
-void iv_traza_CLIENTE_ESPERA_NINGUN_CLIENTE(void)
-{
-    iv_traza_bucle("CLIENTE_ESPERA_NINGUN_CLIENTE");
-}
-
-void iv_traza_CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO(void)
-{
-    iv_traza_bucle("CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO");
-}
-
-void iv_traza_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO(void)
-{
-    iv_traza_bucle("CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO");
-}
-
-void iv_traza_CLIENTE_ESPERA_SERVIDOR_AVISADO(void)
-{
-    iv_traza_bucle("CLIENTE_ESPERA_SERVIDOR_AVISADO");
-}
-
-void iv_traza_SERVIDOR_ESPERA_RECEPCION_COMANDO(void)
-{
-    iv_traza_bucle("SERVIDOR_ESPERA_RECEPCION_COMANDO");
-}
-
-void iv_traza_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO(void)
-{
-    iv_traza_bucle("SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO");
 }
