@@ -8,41 +8,83 @@
 static const uint32_t TAM_INICIAL = 1024;
 static const uint32_t PASO_CRECIMIENTO = 1024;
 static const uint32_t TAM_CONTADOR = sizeof(uint32_t);      // the count of values at the head
-static const uint32_t TAM_MINIMO_VALOR = 2;                 // type and length of a name of no bytes
+static const uint32_t TAM_CABECERA_VALOR = 2;               // its type and the length of its name
+static const uint32_t TAM_MINIMO_VALOR = TAM_CABECERA_VALOR;        // with a name of no bytes
+static const uint32_t TAM_MAXIMO_NOMBRE = 255;              // with its NUL; a longer one is reported
+static const uint32_t TAM_MAXIMO_PEQUENYO = 64;             // of the data of a value that is written in one pass
+static const uint32_t TAM_SIN_ADELANTO = 65536;             // a buffer below this grows by the rule alone
+static const uint32_t FACTOR_ADELANTO = 3;                  // above, by so many times what the heap has given,
+static const uint32_t MIN_ADELANTO = 1 << 20;               // but not by less
+static const uint32_t MAX_ADELANTO = 256 << 20;             // nor by more
+static const uint32_t TAM_MAXIMO = UINT32_MAX / PASO_CRECIMIENTO * PASO_CRECIMIENTO;
+static const uintptr_t TAM_PAGINA = 4096;
 
 // ---- Appending
 
-// Makes room for `tam_minimo_nuevo` bytes: the largest multiple of 1024 not above that and 1024, in 32 bits.
-// Deliberate, also where it is such a multiple already. FALSO where that wraps, and in a container that is read: its
-// readers' pointers point into the buffer, which must not move.
+// The size that the rule of growth gives for `tam_minimo_nuevo` bytes: the largest multiple of 1024 not above that and
+// 1024, in 32 bits. Deliberate, also where it is such a multiple already. 0 where that wraps.
+static uint32_t tam_por_regla(uint64_t tam_minimo_nuevo)
+{
+    uint32_t nuevo_tam = static_cast<uint32_t>(tam_minimo_nuevo + PASO_CRECIMIENTO) / PASO_CRECIMIENTO
+                         * PASO_CRECIMIENTO;
+    iv_assert(nuevo_tam >= tam_minimo_nuevo);
+    return nuevo_tam >= tam_minimo_nuevo ? nuevo_tam : 0;
+}
+
+// How much to ask the heap for. Up to 64 KiB what the rule says. A buffer that grows on from there is given several times
+// more at once, so that it seldom moves and the cost of a value does not rise with their number: what moves is copied
+// into memory that the system has to make anew.
+static uint32_t tam_con_adelanto(const comdat *comdat, uint32_t nuevo_tam)
+{
+    if (comdat->reservado < TAM_SIN_ADELANTO || comdat->marca == CIERTO)
+        return nuevo_tam;
+    uint64_t adelanto = uint64_t{comdat->reservado} * FACTOR_ADELANTO;
+    adelanto = adelanto < MIN_ADELANTO ? MIN_ADELANTO : adelanto > MAX_ADELANTO ? MAX_ADELANTO : adelanto;
+    uint64_t tam = comdat->reservado + adelanto;
+    if (tam > TAM_MAXIMO)
+        tam = TAM_MAXIMO;
+    return tam > nuevo_tam ? static_cast<uint32_t>(tam) : nuevo_tam;
+}
+
+// Moves the buffer to at least `nuevo_tam` bytes. FALSO, after the heap's own report, where there is no memory. A heap
+// that once had not so much to give is not asked for it again.
+static int16_t muda(comdat *comdat, uint32_t nuevo_tam)
+{
+    const uint32_t pedido = tam_con_adelanto(comdat, nuevo_tam);
+    uint32_t dado = pedido;
+    void *nuevo = iv_mem_realloc_con_adelanto(comdat->buffer, nuevo_tam, &dado);
+    if (dado < pedido)
+        comdat->marca = CIERTO;
+    if (nuevo == NULL)
+        return FALSO;                                       // a heap that does not raise
+    comdat->buffer = static_cast<uint8_t *>(nuevo);
+    comdat->num_valores = static_cast<uint32_t *>(nuevo);
+    comdat->reservado = dado;
+    return CIERTO;
+}
+
+// Makes room for `tam_minimo_nuevo` bytes. FALSO where the size wraps, and in a container that is read: its readers'
+// pointers point into the buffer, which must not move.
 static int16_t crece(comdat *comdat, uint64_t tam_minimo_nuevo)
 {
     if (comdat->tipo != iv_comdat_tipo_ESCRITURA)
         return FALSO;
-    uint32_t nuevo_tam = static_cast<uint32_t>(tam_minimo_nuevo + PASO_CRECIMIENTO) / PASO_CRECIMIENTO
-                         * PASO_CRECIMIENTO;
-    iv_assert(nuevo_tam >= tam_minimo_nuevo);
-    if (nuevo_tam < tam_minimo_nuevo)
+    uint32_t nuevo_tam = tam_por_regla(tam_minimo_nuevo);
+    if (nuevo_tam == 0)
         return FALSO;
-    uint8_t *nuevo = static_cast<uint8_t *>(iv_mem_realloc(comdat->buffer, nuevo_tam));
-    if (nuevo == NULL)
-        return FALSO;                                       // a heap that does not raise; it has been reported
-    comdat->buffer = nuevo;
-    comdat->num_valores = reinterpret_cast<uint32_t *>(comdat->buffer);
+    if (nuevo_tam > comdat->reservado && muda(comdat, nuevo_tam) != CIERTO)
+        return FALSO;
     comdat->tam = nuevo_tam;
     return CIERTO;
 }
 
-// The place of the next `tam` bytes, with the cursor moved behind them; NULL when there is no room.
-static uint8_t *ocupa(comdat *comdat, uint64_t tam)
+// The place at the cursor for `tam` bytes that fit, with the cursor moved behind them.
+static inline uint8_t *avanza(comdat *comdat, uint32_t tam)
 {
-    uint64_t fin = comdat->offset + tam;
-    if (fin > comdat->tam && crece(comdat, fin) != CIERTO)
-        return NULL;
     uint8_t *sitio = comdat->buffer + comdat->offset;
-    comdat->offset = static_cast<uint32_t>(fin);
+    comdat->offset += tam;
     if (comdat->tipo == iv_comdat_tipo_ESCRITURA)
-        comdat->ocupado += static_cast<uint32_t>(tam);
+        comdat->ocupado += tam;
     return sitio;
 }
 
@@ -62,26 +104,43 @@ static void deshace(escritura *escritura)
     escritura->comdat->ocupado = escritura->ocupado_inicial;
 }
 
-// The place of the value's next `tam` bytes; NULL where the value is incomplete.
-static uint8_t *ocupa_en_valor(escritura *escritura, uint64_t tam)
+static __declspec(noinline) int16_t crece_en_valor(escritura *escritura, uint64_t tam_minimo_nuevo)
 {
-    uint8_t *sitio = NULL;
-    if (escritura->completa != CIERTO)
-        return NULL;
+    int16_t hay = FALSO;
     __try {
-        sitio = ocupa(escritura->comdat, tam);
+        hay = crece(escritura->comdat, tam_minimo_nuevo);
     } __finally {
-        if (sitio == NULL)
+        if (hay != CIERTO)
             deshace(escritura);
     }
-    return sitio;
+    return hay;
 }
 
-static void anexa(escritura *escritura, const void *datos, uint64_t tam)
+// The place of the value's next `tam` bytes; NULL where the value is incomplete.
+static inline uint8_t *ocupa_en_valor(escritura *escritura, uint64_t tam)
+{
+    if (escritura->completa != CIERTO)
+        return NULL;
+    uint64_t fin = escritura->comdat->offset + tam;
+    if (fin > escritura->comdat->tam && crece_en_valor(escritura, fin) != CIERTO)
+        return NULL;
+    return avanza(escritura->comdat, static_cast<uint32_t>(tam));
+}
+
+static inline void anexa(escritura *escritura, const void *datos, uint64_t tam)
 {
     uint8_t *sitio = ocupa_en_valor(escritura, tam);
     if (sitio != NULL)
         iv_mem_copia(sitio, datos, static_cast<uint32_t>(tam));
+}
+
+// The same for a number: a size that the compiler knows is a single store.
+template <typename numero>
+static inline void anexa_numero(escritura *escritura, const numero *valor)
+{
+    uint8_t *sitio = ocupa_en_valor(escritura, sizeof *valor);
+    if (sitio != NULL)
+        memcpy(sitio, valor, sizeof *valor);
 }
 
 // Position of `tam` zeroed bytes.
@@ -94,24 +153,19 @@ static uint32_t anexa_ceros(escritura *escritura, uint64_t tam)
     return posicion;
 }
 
-static void anexa_u32(escritura *escritura, uint32_t numero)
-{
-    anexa(escritura, &numero, sizeof numero);
-}
-
-static escritura empieza_valor(comdat *comdat, tipoDato tipo, const char *nombre_valor)
+static inline escritura empieza_valor(comdat *comdat, tipoDato tipo, const char *nombre_valor)
 {
     iv_assert(comdat->tipo == iv_comdat_tipo_ESCRITURA);
     escritura escritura = {comdat, comdat->offset, comdat->ocupado, CIERTO};
     uint32_t len = iv_mem_longitud(nombre_valor) + 1;
     iv_assert(len < 256);                                   // Deliberate: a longer name is written all the same
     const uint8_t codigo_y_len[2] = {static_cast<uint8_t>(tipo), static_cast<uint8_t>(len)};
-    anexa(&escritura, codigo_y_len, sizeof codigo_y_len);
+    anexa_numero(&escritura, &codigo_y_len);
     anexa(&escritura, nombre_valor != NULL ? nombre_valor : "", len);
     return escritura;
 }
 
-static void termina_valor(const escritura *escritura)
+static inline void termina_valor(const escritura *escritura)
 {
     if (escritura->completa == CIERTO)
         (*escritura->comdat->num_valores)++;
@@ -119,24 +173,39 @@ static void termina_valor(const escritura *escritura)
 
 // ---- Reading at the cursor. A read past the end is reported, gives zeros, and leaves the cursor where it was.
 
-static int16_t hay_para_leer(comdat *comdat, uint64_t tam)
+static inline int16_t cabe(const comdat *comdat, uint64_t tam)
 {
-    iv_assert((comdat->offset + tam) <= comdat->ocupado);
-    return (comdat->offset + tam) <= comdat->ocupado ? CIERTO : FALSO;
+    return comdat->offset + tam <= comdat->ocupado ? CIERTO : FALSO;
 }
 
-static int16_t lee(comdat *comdat, void *destino, uint32_t tam)
+static __declspec(noinline) void informa_que_falta(const comdat *comdat, uint64_t tam)
 {
-    int16_t hay = hay_para_leer(comdat, tam);
-    uint32_t quedan = comdat->offset < comdat->ocupado ? comdat->ocupado - comdat->offset : 0;
-    memset(destino, 0, tam);
-    iv_mem_copia(destino, comdat->buffer + comdat->offset, hay == CIERTO ? tam : quedan);
-    if (hay == CIERTO)
-        comdat->offset += tam;
+    iv_assert((comdat->offset + tam) <= comdat->ocupado);
+}
+
+static inline int16_t hay_para_leer(const comdat *comdat, uint64_t tam)
+{
+    int16_t hay = cabe(comdat, tam);
+    if (hay != CIERTO)
+        informa_que_falta(comdat, tam);
     return hay;
 }
 
-static int16_t salta(comdat *comdat, uint64_t tam)
+template <typename numero>
+static inline int16_t lee(comdat *comdat, numero *destino)
+{
+    *destino = 0;
+    if (hay_para_leer(comdat, sizeof *destino) == CIERTO) {
+        memcpy(destino, comdat->buffer + comdat->offset, sizeof *destino);
+        comdat->offset += static_cast<uint32_t>(sizeof *destino);
+        return CIERTO;
+    }
+    if (comdat->offset < comdat->ocupado)                   // some of its bytes are there
+        iv_mem_copia(destino, comdat->buffer + comdat->offset, comdat->ocupado - comdat->offset);
+    return FALSO;
+}
+
+static inline int16_t salta(comdat *comdat, uint64_t tam)
 {
     int16_t hay = hay_para_leer(comdat, tam);
     if (hay == CIERTO)
@@ -149,13 +218,13 @@ static int16_t salta(comdat *comdat, uint64_t tam)
 static int16_t salta_con_longitud(comdat *comdat)
 {
     uint32_t tam;
-    return lee(comdat, &tam, sizeof tam) == CIERTO ? salta(comdat, tam) : FALSO;
+    return lee(comdat, &tam) == CIERTO ? salta(comdat, tam) : FALSO;
 }
 
 static int16_t salta_arreglo(comdat *comdat)
 {
     uint32_t num_elementos;
-    if (lee(comdat, &num_elementos, sizeof num_elementos) != CIERTO)
+    if (lee(comdat, &num_elementos) != CIERTO)
         return FALSO;
     if (salta(comdat, static_cast<uint64_t>(num_elementos) * sizeof(uint32_t)) != CIERTO)
         return FALSO;
@@ -194,7 +263,7 @@ static int16_t salta_datos(comdat *comdat, const iv_comdat_valor *valor)
 static int16_t indexa_valor(comdat *comdat, iv_comdat_valor *valor)
 {
     uint8_t tipo, len;
-    if (lee(comdat, &tipo, 1) != CIERTO || lee(comdat, &len, 1) != CIERTO)
+    if (lee(comdat, &tipo) != CIERTO || lee(comdat, &len) != CIERTO)
         return FALSO;
     const uint8_t *nombre = comdat->buffer + comdat->offset;
     if (salta(comdat, len) != CIERTO)
@@ -247,6 +316,7 @@ static comdat *crea_registro(const char *nombre_servicio, int16_t es_entrada, iv
     registro->buffer = buffer;
     registro->num_valores = reinterpret_cast<uint32_t *>(buffer);
     registro->tam = tam;
+    registro->reservado = tam;
     return registro;
 }
 
@@ -258,7 +328,7 @@ comdat *iv_comdat_crea_para_grabar(const char *nombre_servicio, int16_t es_entra
     uint8_t *buffer = static_cast<uint8_t *>(iv_mem_malloc(TAM_INICIAL));
     comdat *comdat = crea_registro(nombre_servicio, es_entrada, iv_comdat_tipo_ESCRITURA, buffer, TAM_INICIAL);
     uint32_t num_valores = 0;
-    iv_mem_copia(ocupa(comdat, sizeof num_valores), &num_valores, sizeof num_valores);
+    memcpy(avanza(comdat, sizeof num_valores), &num_valores, sizeof num_valores);
     iv_assert(*comdat->num_valores == num_valores);
 
     traza_creacion("*** -> ", comdat);
@@ -283,7 +353,7 @@ comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque
     comdat->ocupado = tam_datos;
 
     uint32_t num_valores;
-    int16_t hay_contador = lee(comdat, &num_valores, sizeof num_valores);
+    int16_t hay_contador = lee(comdat, &num_valores);
     iv_assert(*comdat->num_valores == num_valores);
     if (hay_contador == CIERTO && num_valores != 0)
         indexa(comdat, num_valores);
@@ -329,7 +399,7 @@ const uint8_t *iv_comdat_contenido(const comdat *comdat, uint32_t *ocupado)
 
 static void libera_indice(comdat *comdat)
 {
-    for (uint32_t i = 0; i < comdat->num_indexados; i++)
+    for (uint32_t i = 0; comdat->marca == CIERTO && i < comdat->num_indexados; i++)
         if (comdat->valores[i].tabla_cadenas != NULL)
             iv_mem_libera(&comdat->valores[i].tabla_cadenas);
     iv_mem_libera(&comdat->valores);
@@ -350,43 +420,125 @@ void iv_comdat_destruye(comdat *comdat)
 
 // ---- Writers
 
-static void graba_fijo(comdat *comdat, tipoDato tipo, const char *nombre_valor, const void *valor, uint32_t tam)
+// Copies a text with its NUL to a place for `tam` bytes. How many they were; 0 when it has more, or might come to where it
+// cannot be read: a text that does counts as empty, which iv_mem_longitud finds out.
+static inline uint32_t copia_si_cabe(uint8_t *sitio, const char *texto, uint32_t tam)
 {
-    if (comdat == NULL)
+    if (reinterpret_cast<uintptr_t>(texto) % TAM_PAGINA > TAM_PAGINA - tam)
+        return 0;
+    for (uint32_t n = 0; n < tam; n++) {
+        sitio[n] = static_cast<uint8_t>(texto[n]);
+        if (texto[n] == '\0')
+            return n + 1;
+    }
+    return 0;
+}
+
+static_assert(TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO < PASO_CRECIMIENTO,
+              "a value that fits what the heap has given crosses at most one step of `tam`, which so stays within that");
+
+// Moves the cursor behind a part that has been written into what the heap has given; `tam` follows its rule.
+static inline void anota_ocupado(comdat *comdat, uint32_t tam)
+{
+    comdat->offset += tam;
+    comdat->ocupado += tam;
+    if (comdat->offset > comdat->tam)
+        comdat->tam = tam_por_regla(comdat->offset);
+}
+
+// Most values are small, and there is room for them whatever their name: one pass over the name and the data, and all
+// is written. These give FALSO, with nothing added, for the others.
+
+// The place of a small value, with its name; NULL for none, and its length in *len.
+static inline uint8_t *empieza_de_una_vez(const comdat *comdat, const char *nombre_valor, uint32_t *len)
+{
+    if (comdat->tipo != iv_comdat_tipo_ESCRITURA || nombre_valor == NULL
+        || comdat->reservado - comdat->offset < TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO)
+        return NULL;
+    uint8_t *sitio = comdat->buffer + comdat->offset;
+    *len = copia_si_cabe(sitio + TAM_CABECERA_VALOR, nombre_valor, TAM_MAXIMO_NOMBRE);
+    return *len != 0 ? sitio : NULL;
+}
+
+static inline void termina_de_una_vez(comdat *comdat, tipoDato tipo, uint8_t *sitio, uint32_t len)
+{
+    sitio[0] = static_cast<uint8_t>(tipo);
+    sitio[1] = static_cast<uint8_t>(len);
+    anota_ocupado(comdat, TAM_CABECERA_VALOR);
+    anota_ocupado(comdat, len);
+}
+
+template <typename numero>
+static inline int16_t graba_de_una_vez(comdat *comdat, tipoDato tipo, const char *nombre_valor, const numero *valor)
+{
+    uint32_t len;
+    uint8_t *sitio = empieza_de_una_vez(comdat, nombre_valor, &len);
+    if (sitio == NULL)
+        return FALSO;
+    memcpy(sitio + TAM_CABECERA_VALOR + len, valor, sizeof *valor);
+    termina_de_una_vez(comdat, tipo, sitio, len);
+    anota_ocupado(comdat, static_cast<uint32_t>(sizeof *valor));
+    (*comdat->num_valores)++;
+    return CIERTO;
+}
+
+static inline int16_t graba_texto_de_una_vez(comdat *comdat, const char *nombre_valor, const char *cadena)
+{
+    uint32_t len;
+    uint8_t *sitio = cadena != NULL ? empieza_de_una_vez(comdat, nombre_valor, &len) : NULL;
+    if (sitio == NULL)
+        return FALSO;
+    uint8_t *datos = sitio + TAM_CABECERA_VALOR + len;
+    uint32_t tam = copia_si_cabe(datos + sizeof tam, cadena, TAM_MAXIMO_PEQUENYO - static_cast<uint32_t>(sizeof tam));
+    if (tam == 0)
+        return FALSO;
+    memcpy(datos, &tam, sizeof tam);
+    termina_de_una_vez(comdat, ivrexa_tipoDato_cadena_ansi, sitio, len);
+    anota_ocupado(comdat, static_cast<uint32_t>(sizeof tam));
+    anota_ocupado(comdat, tam);
+    (*comdat->num_valores)++;
+    return CIERTO;
+}
+
+template <typename numero>
+static inline void graba_fijo(comdat *comdat, tipoDato tipo, const char *nombre_valor, const numero *valor)
+{
+    if (comdat == NULL || graba_de_una_vez(comdat, tipo, nombre_valor, valor) == CIERTO)
         return;
     escritura escritura = empieza_valor(comdat, tipo, nombre_valor);
-    anexa(&escritura, valor, tam);
+    anexa_numero(&escritura, valor);
     termina_valor(&escritura);
 }
 
 void iv_comdat_graba_byte(comdat *comdat, const char *nombre_valor, uint8_t valor)
 {
-    graba_fijo(comdat, ivrexa_tipoDato_byte, nombre_valor, &valor, sizeof valor);
+    graba_fijo(comdat, ivrexa_tipoDato_byte, nombre_valor, &valor);
 }
 
 void iv_comdat_graba_ushort(comdat *comdat, const char *nombre_valor, uint16_t valor)
 {
-    graba_fijo(comdat, ivrexa_tipoDato_ushort, nombre_valor, &valor, sizeof valor);
+    graba_fijo(comdat, ivrexa_tipoDato_ushort, nombre_valor, &valor);
 }
 
 void iv_comdat_graba_ulong(comdat *comdat, const char *nombre_valor, uint32_t valor)
 {
-    graba_fijo(comdat, ivrexa_tipoDato_ulong, nombre_valor, &valor, sizeof valor);
+    graba_fijo(comdat, ivrexa_tipoDato_ulong, nombre_valor, &valor);
 }
 
 void iv_comdat_graba_double(comdat *comdat, const char *nombre_valor, double valor)
 {
-    graba_fijo(comdat, ivrexa_tipoDato_double, nombre_valor, &valor, sizeof valor);
+    graba_fijo(comdat, ivrexa_tipoDato_double, nombre_valor, &valor);
 }
 
 void iv_comdat_graba_hwnd(comdat *comdat, const char *nombre_valor, ivrexa_hwnd valor)
 {
-    graba_fijo(comdat, ivrexa_tipoDato_hwnd, nombre_valor, &valor, sizeof valor);
+    graba_fijo(comdat, ivrexa_tipoDato_hwnd, nombre_valor, &valor);
 }
 
 static void anexa_con_longitud(escritura *escritura, const void *datos, uint64_t tam)
 {
-    anexa_u32(escritura, static_cast<uint32_t>(tam));       // what passes 32 bits finds no room below
+    uint32_t longitud = static_cast<uint32_t>(tam);         // what passes 32 bits finds no room below
+    anexa_numero(escritura, &longitud);
     if (tam != 0)
         anexa(escritura, datos, tam);
 }
@@ -413,7 +565,7 @@ void iv_comdat_graba_buffer(comdat *comdat, const char *nombre_valor, const void
 
 void iv_comdat_graba_cadena_ansi(comdat *comdat, const char *nombre_valor, const char *cadena)
 {
-    if (comdat == NULL)
+    if (comdat == NULL || graba_texto_de_una_vez(comdat, nombre_valor, cadena) == CIERTO)
         return;
     escritura escritura = empieza_valor(comdat, ivrexa_tipoDato_cadena_ansi, nombre_valor);
     anexa_cadena_ansi(&escritura, cadena);
@@ -448,7 +600,7 @@ void iv_comdat_graba_arr_cadenas_ansi(comdat *comdat, const char *nombre_valor, 
     if (comdat == NULL)
         return;
     escritura escritura = empieza_valor(comdat, ivrexa_tipoDato_arr_cadenas_ansi, nombre_valor);
-    anexa_u32(&escritura, num_cadenas);
+    anexa_numero(&escritura, &num_cadenas);
     uint32_t posicion_tabla = anexa_tabla(&escritura, num_cadenas);
     for (uint32_t i = 0; i < num_cadenas && escritura.completa == CIERTO; i++) {
         anota_posicion(&escritura, posicion_tabla, i);
@@ -481,7 +633,7 @@ uint32_t iv_comdat_numero_valores(comdat *comdat)
 }
 
 // The index entry at a position; NULL for none, and always in a container that is written: it has no index.
-static iv_comdat_valor *valor_en(comdat *comdat, uint32_t indice)
+static inline iv_comdat_valor *valor_en(comdat *comdat, uint32_t indice)
 {
     if (comdat == NULL || indice >= *comdat->num_valores || indice >= comdat->num_indexados)
         return NULL;
@@ -504,7 +656,7 @@ uint32_t iv_comdat_tipoDato(comdat *comdat, uint32_t indice)
 
 // ---- Readers
 
-static iv_comdat_valor *busca_valor(comdat *comdat, uint32_t indice, tipoDato tipo)
+static inline iv_comdat_valor *busca_valor(comdat *comdat, uint32_t indice, tipoDato tipo)
 {
     if (comdat == NULL)
         return NULL;
@@ -513,60 +665,54 @@ static iv_comdat_valor *busca_valor(comdat *comdat, uint32_t indice, tipoDato ti
     return valor != NULL && valor->tipoDato == static_cast<uint32_t>(tipo) ? valor : NULL;
 }
 
-// Copies the value's bytes; missing ones are 0. The cursor does not move. The check is made from the cursor, not from
-// the value's own place. Deliberate.
-static void dame_fijo(comdat *comdat, uint32_t indice, tipoDato tipo, void *destino, uint32_t tam_valor)
+// The value's bytes; missing ones are 0. The cursor does not move. The check is made from the cursor, not from the
+// value's own place. Deliberate.
+template <typename numero>
+static inline numero dame_fijo(comdat *comdat, uint32_t indice, tipoDato tipo)
 {
-    memset(destino, 0, tam_valor);
+    numero destino = 0;
     const iv_comdat_valor *valor = busca_valor(comdat, indice, tipo);
     if (valor == NULL)
-        return;
-    uint64_t tam = tam_valor;
-    iv_assert((comdat->offset + tam) <= comdat->ocupado);
+        return destino;
+    hay_para_leer(comdat, sizeof destino);
     uint32_t quedan = comdat->ocupado - valor->offset;
-    iv_mem_copia(destino, comdat->buffer + valor->offset, tam_valor < quedan ? tam_valor : quedan);
+    if (quedan >= sizeof destino)
+        memcpy(&destino, comdat->buffer + valor->offset, sizeof destino);
+    else
+        iv_mem_copia(&destino, comdat->buffer + valor->offset, quedan);
+    return destino;
 }
 
 uint8_t iv_comdat_dame_byte(comdat *comdat, uint32_t indice)
 {
-    uint8_t valor;
-    dame_fijo(comdat, indice, ivrexa_tipoDato_byte, &valor, sizeof valor);
-    return valor;
+    return dame_fijo<uint8_t>(comdat, indice, ivrexa_tipoDato_byte);
 }
 
 uint16_t iv_comdat_dame_ushort(comdat *comdat, uint32_t indice)
 {
-    uint16_t valor;
-    dame_fijo(comdat, indice, ivrexa_tipoDato_ushort, &valor, sizeof valor);
-    return valor;
+    return dame_fijo<uint16_t>(comdat, indice, ivrexa_tipoDato_ushort);
 }
 
 uint32_t iv_comdat_dame_ulong(comdat *comdat, uint32_t indice)
 {
-    uint32_t valor;
-    dame_fijo(comdat, indice, ivrexa_tipoDato_ulong, &valor, sizeof valor);
-    return valor;
+    return dame_fijo<uint32_t>(comdat, indice, ivrexa_tipoDato_ulong);
 }
 
 double iv_comdat_dame_double(comdat *comdat, uint32_t indice)
 {
-    double valor;
-    dame_fijo(comdat, indice, ivrexa_tipoDato_double, &valor, sizeof valor);
-    return valor;
+    return dame_fijo<double>(comdat, indice, ivrexa_tipoDato_double);
 }
 
 ivrexa_hwnd iv_comdat_dame_hwnd(comdat *comdat, uint32_t indice)
 {
-    ivrexa_hwnd valor;
-    dame_fijo(comdat, indice, ivrexa_tipoDato_hwnd, &valor, sizeof valor);
-    return valor;
+    return reinterpret_cast<ivrexa_hwnd>(dame_fijo<uint64_t>(comdat, indice, ivrexa_tipoDato_hwnd));
 }
 
 // The bytes behind a 32-bit length at the value's place; NULL, with *tam 0, when there are none or they are cut off.
 static const uint8_t *toma_con_longitud(comdat *comdat, const iv_comdat_valor *valor, uint32_t *tam)
 {
     comdat->offset = valor->offset;
-    if (lee(comdat, tam, sizeof *tam) != CIERTO) {
+    if (lee(comdat, tam) != CIERTO) {
         *tam = 0;
         return NULL;
     }
@@ -611,7 +757,7 @@ static void llena_tabla(comdat *comdat, const void **tabla, uint32_t num)
 {
     for (uint32_t i = 0; i < num; i++) {
         uint32_t posicion;
-        if (lee(comdat, &posicion, sizeof posicion) != CIERTO)
+        if (lee(comdat, &posicion) != CIERTO)
             return;
         uint64_t texto = uint64_t{posicion} + sizeof(uint32_t);
         if (texto <= comdat->ocupado)
@@ -623,7 +769,7 @@ static void llena_tabla(comdat *comdat, const void **tabla, uint32_t num)
 static const void **lee_tabla(comdat *comdat, iv_comdat_valor *valor, uint32_t *num)
 {
     comdat->offset = valor->offset;
-    if (lee(comdat, num, sizeof *num) != CIERTO || *num > comdat->ocupado
+    if (lee(comdat, num) != CIERTO || *num > comdat->ocupado
         || uint64_t{*num} * sizeof(void *) > UINT32_MAX) {
         *num = 0;
         return NULL;
@@ -632,6 +778,7 @@ static const void **lee_tabla(comdat *comdat, iv_comdat_valor *valor, uint32_t *
     if (tabla == NULL)
         *num = 0;
     valor->tabla_cadenas = tabla;           // Deliberate: the table of an earlier read is not freed
+    comdat->marca = CIERTO;
     llena_tabla(comdat, tabla, *num);
     return tabla;
 }

@@ -51,14 +51,17 @@ struct comdat {
     uint32_t          id_bloque_MCCom;      // block that holds or held the content; 0 until stored
     iv_shared_bloque *shared_MCCom;         // that block, kept open; NULL until stored
     int16_t           es_entrada;           // CIERTO input, FALSO output
+    int16_t           marca;                // CIERTO, in reading, once an array was read: the index may hold tables;
+                                            // in writing, once the heap did not give more ahead
     uint32_t          tipo;                 // iv_comdat_tipo
     uint32_t         *num_valores;          // the count at the head of the buffer; moves with it
     uint8_t          *buffer;
-    uint32_t          tam;                  // bytes allocated
+    uint32_t          tam;                  // bytes allocated, by the rule of growth
     uint32_t          ocupado;              // bytes in use
     uint32_t          offset;               // the cursor
     iv_comdat_valor  *valores;              // index, when read and not empty; NULL otherwise
     uint32_t          num_indexados;        // entries of the index that the content bore out
+    uint32_t          reservado;            // bytes that the heap has given: tam, or more above 64 KiB
 };
 
 // ---- Life

@@ -27,6 +27,11 @@ void i_free(void *memlocal);                        // NULL is harmless
 void *iv_mem_malloc(uint32_t tam);
 void *iv_mem_calloc(uint32_t num, uint32_t tam_elemento);       // the 32-bit product is not checked for overflow
 void *iv_mem_realloc(void *memlocal, uint32_t tam);
+
+// The same for a block that one would like larger at once: *dado bytes. Where there is no memory for so much it is tam
+// bytes, without a report; *dado tells how many. One operation of the heap, whichever it is.
+void *iv_mem_realloc_con_adelanto(void *memlocal, uint32_t tam, uint32_t *dado);
+
 void *iv_mem_malloc_con_margen(uint32_t tam, uint32_t margen);  // tam is checked, tam + margen bytes are given
 
 // Frees *ptr and sets it to NULL. Reports "ptr != 0" for a null address, then nothing; "*ptr != 0" for a null pointer,
@@ -64,7 +69,7 @@ void iv_mem_concatena(char **cadena, const char *cola);
 // Decimal digits; 0 gives an empty text. Deliberate: object names are built with it.
 char *iv_mem_numero_a_cadena(uint32_t numero);
 
-// Byte by byte, forwards: overlapping places are not handled.
+// As if byte by byte, forwards: where the places overlap, the bytes written are read again.
 void iv_mem_copia(void *destino, const void *origen, uint32_t num_bytes);
 
 #endif

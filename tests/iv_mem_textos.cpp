@@ -139,6 +139,38 @@ TEST(iv_mem_textos, numero_se_escribe_en_decimal_y_el_0_es_un_texto_vacio)
     }
 }
 
+// Against a loop of single bytes: every length up to where the instruction takes over and beyond, every way to overlap.
+TEST(iv_mem_textos, copia_de_cualquier_longitud_y_solape_es_la_de_byte_a_byte)
+{
+    const int CENTRO = 800;
+    for (int num = 0; num <= 330; num += num < 140 ? 1 : 19)
+        for (int distancia = -num - 1; distancia <= num + 1; distancia++) {
+            std::vector<uint8_t> esperado(3 * CENTRO), hallado;
+            for (size_t i = 0; i < esperado.size(); i++)
+                esperado[i] = static_cast<uint8_t>(i * 31 + 7);
+            hallado = esperado;
+            for (int i = 0; i < num; i++)
+                esperado[CENTRO + distancia + i] = esperado[CENTRO + i];
+            iv_mem_copia(&hallado[CENTRO + distancia], &hallado[CENTRO], static_cast<uint32_t>(num));
+            ASSERT_EQ(hallado, esperado) << num << " bytes, " << distancia << " apart";
+        }
+}
+
+TEST(iv_mem_textos, texto_que_no_se_puede_leer_mide_0)
+{
+    char *pagina = static_cast<char *>(VirtualAlloc(nullptr, 8192, MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE));
+    memset(pagina, 'x', 4096);
+    DWORD antes;
+    ASSERT_TRUE(VirtualProtect(pagina + 4096, 4096, PAGE_NOACCESS, &antes));
+
+    EXPECT_EQ(iv_mem_longitud(pagina + 4000), 0u);
+    EXPECT_EQ(iv_mem_longitud_u(reinterpret_cast<wchar_t *>(pagina + 4000)), 0u);
+    EXPECT_EQ(iv_mem_longitud(reinterpret_cast<char *>(16)), 0u);
+    pagina[4095] = '\0';
+    EXPECT_EQ(iv_mem_longitud(pagina + 4000), 95u);
+    VirtualFree(pagina, 0, MEM_RELEASE);
+}
+
 TEST(iv_mem_textos, copia_va_byte_a_byte_hacia_delante)
 {
     char bytes[] = "abcdef";
