@@ -606,10 +606,12 @@ static void abandona(iv_intercambio *x)
 }
 
 // Deliberate: the ids are written before the channel is claimed and cleared after it is freed, without the mutex.
-static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio, iv_shared_bloque *shared_MCServ)
+static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio, char **nombre_MCServ,
+                                 iv_shared_bloque *shared_MCServ)
 {
     char *nombre_mutex = iv_nombre_mutex_servicio(nombre_servicio, 0);
     x->mutex = iv_mutex_crea(nombre_mutex, FALSO);
+    iv_mem_libera(&nombre_mutex);
     x->mcserv = iv_mcserv_vista_de(shared_MCServ);
 
     uint32_t resultado = ivrexa_resultado_ERROR;
@@ -626,7 +628,7 @@ static uint32_t ejecuta_en_canal(iv_intercambio *x, const char *nombre_servicio,
         x->mcserv->id_comando = 0;
         iv_fallo("comando quita id_comando");
         x->mcserv->id_bloque_MCCom_entrada = 0;
-        iv_mem_libera(&nombre_mutex);
+        iv_mem_libera(nombre_MCServ);
         iv_mutex_destruye(&x->mutex);
     }
     return resultado;
@@ -643,10 +645,11 @@ static uint32_t ejecuta_si_hay_canal(iv_intercambio *x, const char *nombre_servi
         if (iv_shared_existe(nombre_MCServ) == CIERTO)
             shared_MCServ = iv_mcserv_crea_bloque(nombre_MCServ, &ya_estaba_creado);
         if (shared_MCServ != NULL)
-            resultado = ejecuta_en_canal(x, nombre_servicio, shared_MCServ);
+            resultado = ejecuta_en_canal(x, nombre_servicio, &nombre_MCServ, shared_MCServ);
     } __finally {
         iv_shared_destruye(&shared_MCServ);
-        iv_mem_libera(&nombre_MCServ);
+        if (nombre_MCServ != NULL)
+            iv_mem_libera(&nombre_MCServ);
     }
     return resultado;
 }

@@ -696,10 +696,9 @@ static void guarda_en_canal(comdat *comdat, iv_mcserv_vista *mcserv, iv_reg_guar
 }
 
 // Numbers and stores under site 34. *shared_MCServ stays open for the caller.
-static void guarda_bloqueando(comdat *comdat, iv_mutex *mutex, iv_shared_bloque **shared_MCServ,
-                              iv_reg_guardado *guardado)
+static void guarda_bloqueando(comdat *comdat, iv_mutex *mutex, const char *nombre_MCServ,
+                              iv_shared_bloque **shared_MCServ, iv_reg_guardado *guardado)
 {
-    char *nombre_MCServ = iv_nombre_MCServ(comdat->nombre_servicio);
     iv_mutex_bloquea(mutex, iv_sitio_GUARDA_DATOS);
     __try {
         int16_t existia_MCServ;
@@ -712,7 +711,6 @@ static void guarda_bloqueando(comdat *comdat, iv_mutex *mutex, iv_shared_bloque 
     } __finally {
         iv_mutex_desbloquea(mutex, iv_sitio_GUARDA_DATOS);
     }
-    iv_mem_libera(&nombre_MCServ);
 }
 
 // A client writes input and a server output; whoever stores what it read is the other side.
@@ -729,13 +727,15 @@ uint32_t iv_reg_guarda_datos(comdat *comdat)
 {
     if (comdat == NULL)
         return 0;
+    char *nombre_MCServ = iv_nombre_MCServ(comdat->nombre_servicio);
     char *nombre_mutex = iv_nombre_mutex_servicio(comdat->nombre_servicio, 0);
     iv_mutex *mutex = iv_mutex_crea(nombre_mutex, FALSO);
     iv_shared_bloque *shared_MCServ = NULL;
     iv_reg_guardado guardado = {};
-    guarda_bloqueando(comdat, mutex, &shared_MCServ, &guardado);
+    guarda_bloqueando(comdat, mutex, nombre_MCServ, &shared_MCServ, &guardado);
     iv_mutex_destruye(&mutex);
     iv_mem_libera(&nombre_mutex);
+    iv_mem_libera(&nombre_MCServ);
 
     anota_guardado(comdat, &guardado);
     iv_shared_destruye(&shared_MCServ);

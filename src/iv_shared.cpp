@@ -57,6 +57,8 @@ static uint32_t lee_cabecera(const volatile iv_shared_cabecera *sharedmem)
 // An existing block is never resized and its header never rewritten: its size is only told.
 static void traza_tam_existente(const iv_shared_cabecera *sharedmem, uint32_t tam_datos)
 {
+    if (!iv_traza_activa())
+        return;
     uint32_t tam_existente = lee_cabecera(sharedmem);
     if (tam_datos == 0)
         tam_datos = tam_existente;
@@ -178,12 +180,18 @@ iv_shared_bloque *iv_shared_abre(const char *nombre)
 
 iv_shared_bloque *iv_shared_abre_si_existe(const char *nombre)
 {
-    HANDLE sonda = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, nombre);
-    if (sonda == NULL)
+    HANDLE hmap = OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, nombre);
+    if (hmap == NULL)
         return NULL;
-    iv_shared_bloque *bloque = iv_shared_abre(nombre);      // the probe keeps it in being until it is open
-    CloseHandle(sonda);
-    return bloque;
+    // It is there as long as this handle is, so this makes none: it leaves the handle that stays. Deliberate.
+    CreateFileMappingA(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, TAM_CABECERA, nombre);
+
+    void *sharedmem = MapViewOfFile(hmap, FILE_MAP_WRITE, 0, 0, 0);
+    iv_assert(sharedmem != NULL);
+    if (sharedmem == NULL)
+        return NULL;                                // the handle stays open
+    traza_tam_existente(static_cast<iv_shared_cabecera *>(sharedmem), 0);
+    return crea_registro(nombre, NULL, hmap, sharedmem);
 }
 
 void *iv_shared_datos(const iv_shared_bloque *bloque)

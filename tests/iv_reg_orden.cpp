@@ -232,10 +232,8 @@ TEST_F(iv_reg_orden, comando_en_la_ventana)
     escucha();
     s_trabajo = [&](uint32_t, comando *) { return Sleep(100), 1; };
     SendMessageW(ventana(), msg, 100, 100);
-    // The input is opened (the registry is asked for a monitor, a probe comes and goes), the function
-    // sleeps, and the input is destroyed.
-    EXPECT_EQ(dados(), (lista_pasos{"+S", "+R", "-R 4", "block channel A_Com__comdat100 4",
-                                    "close block channel A_Com__comdat100", "-S 35", "sleep 100",
+    // The input is opened (the registry is asked for a monitor), the function sleeps, and the input is destroyed.
+    EXPECT_EQ(dados(), (lista_pasos{"+S", "+R", "-R 4", "block channel A_Com__comdat100 4", "-S 35", "sleep 100",
                                     "close block channel A_Com__comdat100"}));
 }
 
