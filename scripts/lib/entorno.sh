@@ -34,6 +34,8 @@ clang++                                                     clang
 ld.lld                                                      lld
 llvm-ar                                                     llvm
 llvm-readobj                                                llvm
+llvm-objdump                                                llvm
+/usr/bin/python3                                            python3
 cmake                                                       cmake
 ninja                                                       ninja-build
 x86_64-w64-mingw32-g++-posix                                g++-mingw-w64-x86-64-posix
@@ -41,6 +43,11 @@ x86_64-w64-mingw32-gcc                                      gcc-mingw-w64-x86-64
 x86_64-w64-mingw32-windres                                  binutils-mingw-w64-x86-64
 /usr/x86_64-w64-mingw32/include/windows.h                   mingw-w64-x86-64-dev
 /usr/src/googletest/CMakeLists.txt                          googletest
+/usr/include/msgpack.hpp                                    libmsgpack-cxx-dev
+/usr/include/boost/version.hpp                              libboost-dev
+/usr/include/flatbuffers/flexbuffers.h                      libflatbuffers-dev
+/usr/include/nlohmann/json.hpp                              nlohmann-json3-dev
+/usr/include/CLI/CLI.hpp                                    libcli11-dev
 /usr/lib/wine/wine64                                        wine64
 /usr/lib/wine/wineserver                                    libwine
 /usr/lib/x86_64-linux-gnu/wine/x86_64-windows/ntdll.dll     libwine
