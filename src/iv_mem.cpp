@@ -415,21 +415,27 @@ static void copia_corta(uint8_t *destino, const uint8_t *origen, uint32_t num_by
             copia_palabra<uint8_t>(destino, origen, n);
 }
 
-// Line by line, the rest byte by byte. Right also where the destination lies a line or more behind the source. In fresh
-// memory, which the system makes page by page meanwhile, this is quicker than one instruction for all.
+// Line by line of an aligned destination, what lies before and behind byte by byte. Right also where the destination is a
+// line or more behind the source. In fresh memory, which the system makes page by page meanwhile, this is quicker than
+// one instruction for all.
 static void copia_larga(uint8_t *destino, const uint8_t *origen, uint32_t num_bytes)
 {
-    const uint32_t num_lineas = num_bytes / TAM_LINEA;
-    for (uint32_t n = 0; n < num_lineas; n++) {
-        __m128i linea[TAM_LINEA / sizeof(__m128i)];
-        for (uint32_t i = 0; i < TAM_LINEA / sizeof(__m128i); i++)
+    const uint32_t tam = sizeof(__m128i);
+    const uint32_t cabeza = static_cast<uint32_t>(0 - reinterpret_cast<uintptr_t>(destino)) % tam;
+    iv_copia_bytes(destino, origen, cabeza);
+    destino += cabeza;
+    origen += cabeza;
+    num_bytes -= cabeza;
+    for (; num_bytes >= TAM_LINEA; num_bytes -= TAM_LINEA) {
+        __m128i linea[TAM_LINEA / tam];
+        for (uint32_t i = 0; i < TAM_LINEA / tam; i++)
             linea[i] = _mm_loadu_si128(reinterpret_cast<const __m128i *>(origen) + i);
-        for (uint32_t i = 0; i < TAM_LINEA / sizeof(__m128i); i++)
-            _mm_storeu_si128(reinterpret_cast<__m128i *>(destino) + i, linea[i]);
+        for (uint32_t i = 0; i < TAM_LINEA / tam; i++)
+            _mm_store_si128(reinterpret_cast<__m128i *>(destino) + i, linea[i]);
         origen += TAM_LINEA;
         destino += TAM_LINEA;
     }
-    iv_copia_bytes(destino, origen, num_bytes % TAM_LINEA);
+    iv_copia_bytes(destino, origen, num_bytes);
 }
 
 void iv_mem_copia(void *destino, const void *origen, uint32_t num_bytes)
@@ -440,7 +446,7 @@ void iv_mem_copia(void *destino, const void *origen, uint32_t num_bytes)
     const uint64_t delante = reinterpret_cast<uint64_t>(o) - reinterpret_cast<uint64_t>(d);
     if (num_bytes < 2 * TAM_LINEA && detras >= num_bytes && delante >= num_bytes)
         copia_corta(d, o, num_bytes);
-    else if (detras >= TAM_LINEA)
+    else if (num_bytes >= TAM_LINEA && detras >= TAM_LINEA)
         copia_larga(d, o, num_bytes);
     else
         iv_copia_bytes(destino, origen, num_bytes);

@@ -10,7 +10,7 @@ namespace {
 
 const uint32_t LIMITE = 64 * 1024;          // up to here the heap is asked for what the rule says
 const uint32_t MUCHO = 1024 * 1024;
-const uint32_t PRIMERO = LIMITE + MUCHO;    // what is asked for first, above
+const uint32_t PRIMERO = LIMITE + 4 * MUCHO;    // what is asked for first, above
 
 // What the rule of growth makes of the parts of values, appended one after the other.
 struct regla {
@@ -154,18 +154,18 @@ TEST(iv_comdat_adelanto, hasta_64_kib_se_pide_cada_kilobyte_y_despues_mucho_de_u
     contenedor c = para_grabar();
     {
         heap_que cambio(apunta);
-        graba_numeros(c.get(), 0, 100000);              // 1.3 million bytes
+        graba_numeros(c.get(), 0, 400000);              // 5.2 million bytes
     }
 
     std::vector<SIZE_T> esperados;
     for (SIZE_T tam = 2048; tam <= LIMITE; tam += 1024)
         esperados.push_back(tam);
     esperados.push_back(PRIMERO);
-    esperados.push_back(4 * PRIMERO);
+    esperados.push_back(5 * PRIMERO);
     EXPECT_EQ(s_pedidos, esperados);
     EXPECT_EQ(HeapSize(s_LocalHeap, 0, c->buffer), esperados.back());
-    EXPECT_EQ(c->tam, (4 + 1300000 + 1023) / 1024 * 1024u);
-    espera_numeros(c, 100000);
+    EXPECT_EQ(c->tam, (4 + 5200000 + 1023) / 1024 * 1024u);
+    espera_numeros(c, 400000);
 }
 
 TEST(iv_comdat_adelanto, lo_que_crece_mas_se_pide_en_pocas_veces)
