@@ -50,6 +50,7 @@ const titulo TITULOS[] = {{"ivrexa", "ivrexa"},
                           {"msgpack_visitor", "MessagePack, read by a visitor"},
                           {"flexbuffers", "FlexBuffers"},
                           {"memcpy", "memcpy of as many bytes"},
+                          {"memory", "fresh memory for ours, filled"},
                           {"three_copies", "three plain copies"}};
 
 std::string titulo_de(const std::string &nombre)
@@ -171,8 +172,11 @@ nlohmann::json mide_rondas_de_buffer(int rondas, dejado *dejado)
 {
     nlohmann::json todas;
     for (int ronda = -1; ronda < rondas; ronda++) {
-        nlohmann::json respuesta
-            = encarga_datos({{"buffer", TAM_BUFFER}, {"rounds", 1}, {"warmup", 0}, {"seconds", 0}});
+        nlohmann::json respuesta = encarga_datos({{"buffer", TAM_BUFFER},
+                                                  {"rounds", 1},
+                                                  {"warmup", 0},
+                                                  {"seconds", 0},
+                                                  {"reversed", ronda % 2 != 0}});
         const nlohmann::json &grupo = respuesta.at("groups");
         dejado->suma_handles(respuesta, grupo.at("other_handles"));
         dejado->suma(grupo);

@@ -2,15 +2,16 @@
 //
 // An operation leaves two handles until its process ends: one of the service's channel, where it stores, and one of the
 // block, which this keeps in being, where it loads. So the works run in children of the section, and what they leave
-// behind goes with them. The small values have a child for each group of
-// sizes, the large buffer one for each round: the next round then finds the same memory free. Otherwise every round
-// would take memory that nothing has used yet, and where the machine is a virtual one, its host provides that at
-// several times the cost.
+// behind goes with them. The small values have a child for each group of sizes, the large buffer one for each round: the
+// next round then finds the same memory free. Otherwise every round would take memory that nothing has used yet, and
+// where the machine is a virtual one, its host provides that at several times the cost.
 #ifndef BANCO_DATOS_H
 #define BANCO_DATOS_H
 
 #include "../comun/informe.h"
 #include "../comun/medida.h"
+
+#include <windows.h>
 
 #include <nlohmann/json.hpp>
 
@@ -50,6 +51,13 @@ inline uint64_t suma_texto(const char *texto, size_t longitud)
 {
     return longitud + static_cast<uint8_t>(texto[0]);
 }
+
+// Three plain copies: into fresh memory, from there into a new named block, from there into fresh memory. All is given
+// back but the block's handle, which is the caller's.
+HANDLE tres_copias(const std::string &nombre, const std::vector<uint8_t> &origen);
+
+// Takes fresh memory, touches each page of it, and gives it back.
+void llena_memoria(size_t tam);
 
 // Our own work: its phases in seconds, each summed over the calls of a sample.
 enum fase { FASE_ESCRIBE, FASE_GUARDA, FASE_CARGA, FASE_LEE, FASE_DESTRUYE, NUM_FASES };

@@ -15,6 +15,8 @@ void comprueba(uint64_t suma, uint64_t debida, const std::string &nombre)
         throw std::runtime_error("wrong values came back from " + nombre);
 }
 
+const size_t TAM_ENTRADA_INDICE = 32;           // of ours, for each value that is read
+
 // All ways to carry the values of one size.
 class grupo_valores {
 public:
@@ -23,12 +25,13 @@ public:
     {
     }
     std::vector<tarea> tareas();
-    size_t num_tareas() const { return con_rivales_ ? 6 : 1; }
+    size_t num_tareas() const { return con_rivales_ ? 7 : 1; }
     nlohmann::json json(nlohmann::json filas, size_t rondas);
 private:
     using rival = uint64_t (*)(const valores &, size_t *);
     tarea tarea_de(const char *nombre, rival rival, size_t *tam);
     tarea tarea_memcpy();
+    tarea tarea_memoria();
 
     const char                *servicio_;
     valores                    valores_;
@@ -62,6 +65,19 @@ tarea grupo_valores::tarea_memcpy()
     return tarea;
 }
 
+// What no way to carry them as ours do can save: the values are copied into a container, a block and a private copy, and
+// that has an index. Behind tarea_memcpy, whose bytes it takes.
+tarea grupo_valores::tarea_memoria()
+{
+    tarea tarea;
+    tarea.nombre = "memory";
+    tarea.llama = [this] {
+        CloseHandle(tres_copias(std::string(servicio_) + "_memory", origen_));
+        llena_memoria(valores_.todos().size() * TAM_ENTRADA_INDICE);
+    };
+    return tarea;
+}
+
 std::vector<tarea> grupo_valores::tareas()
 {
     auto nuestra = [this](double *marcas) {
@@ -74,6 +90,7 @@ std::vector<tarea> grupo_valores::tareas()
         tareas.push_back(tarea_de("msgpack_visitor", valores_msgpack_visitante, &tam_msgpack_));
         tareas.push_back(tarea_de("flexbuffers", valores_flexbuffers, &tam_flexbuffers_));
         tareas.push_back(tarea_memcpy());
+        tareas.push_back(tarea_memoria());
     }
     for (tarea &tarea : tareas)
         tarea.una_por_muestra = valores_.todos().size() >= 100000 && tarea.nombre != "memcpy";
