@@ -93,13 +93,18 @@ def draw_buffer(axes, section):
 
 def draw_growth(axes, section):
     """Each series over its first point, so that all fit one picture."""
+    most = 1
     for series in section["series"]:
         first = series["points"][0]
         base, _ = spread(first, 1)
         points = [(n, spread(point, 1)[0] / base) for n, point in enumerate(series["points"])]
+        most = max([most] + [ratio for _, ratio in points])
         axes.plot(*zip(*points), "o-", markersize=4,
                   label=f"{series['name']}: {first['name']} to {series['points'][-1]['name']}")
     axes.set_yscale("log")
+    ticks = [1 << n for n in range(int(most).bit_length() + 1)]
+    axes.set_yticks(ticks, [str(tick) for tick in ticks])
+    axes.minorticks_off()
     axes.set_xticks([])
     axes.set_xlabel("from the first point of a series to its last")
     axes.set_ylabel("times the first point")
