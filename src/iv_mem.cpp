@@ -323,7 +323,7 @@ static __declspec(noinline) uint32_t cuenta_caracteres(const caracter *cadena)
     return static_cast<uint32_t>(fin - cadena);
 }
 
-// 0 for a text that cannot be read, as the system's own function has it, at a third of its cost.
+// 0 for a text that cannot be read, as the system's own function has it.
 template <typename caracter>
 static uint32_t longitud(const caracter *cadena)
 {

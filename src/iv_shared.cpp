@@ -66,6 +66,14 @@ static void traza_tam_existente(const iv_shared_cabecera *sharedmem, uint32_t ta
     iv_traza_cadena_numero("  ---  tam_datos = ", tam_datos, CIERTO);
 }
 
+// The whole block; NULL, after a report, where the system has no place for it. The handle then stays open.
+static iv_shared_cabecera *monta(HANDLE hmap)
+{
+    void *sharedmem = MapViewOfFile(hmap, FILE_MAP_WRITE, 0, 0, 0);
+    iv_assert(sharedmem != NULL);
+    return static_cast<iv_shared_cabecera *>(sharedmem);
+}
+
 static iv_shared_cabecera *iv_shared_mapea(const char *nombre, uint32_t tam_datos, HANDLE *hmap,
                                            int16_t *ya_estaba_creado)
 {
@@ -73,12 +81,9 @@ static iv_shared_cabecera *iv_shared_mapea(const char *nombre, uint32_t tam_dato
     if (*hmap == NULL)
         return NULL;
 
-    void *vista = MapViewOfFile(*hmap, FILE_MAP_WRITE, 0, 0, 0);
-    iv_shared_cabecera *sharedmem = static_cast<iv_shared_cabecera *>(vista);
-    iv_assert(sharedmem != NULL);
+    iv_shared_cabecera *sharedmem = monta(*hmap);
     if (sharedmem == NULL)
-        return NULL;                                // the handle stays open
-
+        return NULL;
     if (*ya_estaba_creado == CIERTO)
         traza_tam_existente(sharedmem, tam_datos);
     else
@@ -185,12 +190,10 @@ iv_shared_bloque *iv_shared_abre_si_existe(const char *nombre)
         return NULL;
     // It is there as long as this handle is, so this makes none: it leaves the handle that stays. Deliberate.
     CreateFileMappingA(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, TAM_CABECERA, nombre);
-
-    void *sharedmem = MapViewOfFile(hmap, FILE_MAP_WRITE, 0, 0, 0);
-    iv_assert(sharedmem != NULL);
+    iv_shared_cabecera *sharedmem = monta(hmap);
     if (sharedmem == NULL)
-        return NULL;                                // the handle stays open
-    traza_tam_existente(static_cast<iv_shared_cabecera *>(sharedmem), 0);
+        return NULL;
+    traza_tam_existente(sharedmem, 0);
     return crea_registro(nombre, NULL, hmap, sharedmem);
 }
 

@@ -57,6 +57,24 @@ void *WINAPI lanza_por_mucho(HANDLE heap, DWORD opciones, void *viejo, SIZE_T ta
     return s_HeapReAlloc(heap, opciones, viejo, tam);
 }
 
+void *WINAPI lanza_por_todo(HANDLE, DWORD, void *, SIZE_T tam)
+{
+    s_pedidos.push_back(tam);
+    RaiseException(static_cast<DWORD>(STATUS_NO_MEMORY), 0, 0, nullptr);
+    return nullptr;
+}
+
+// The code of the exception that came out, or 0.
+DWORD graba_y_atrapa(comdat *c)
+{
+    DWORD codigo = 0;
+    __try {
+        iv_comdat_graba_ulong(c, "numero", 1);
+    } __except (codigo = GetExceptionCode(), EXCEPTION_EXECUTE_HANDLER) {
+    }
+    return codigo;
+}
+
 void *WINAPI niega_todo(HANDLE, DWORD, void *, SIZE_T tam)
 {
     s_pedidos.push_back(tam);
@@ -243,6 +261,24 @@ TEST(iv_comdat_adelanto, donde_no_hay_ni_lo_de_la_regla_se_informa_una_vez_y_se_
 
     EXPECT_EQ(s_pedidos, (std::vector<SIZE_T>{PRIMERO, LIMITE + 1024}));
     EXPECT_INFORME("iv_mem", "(memlocal) != 0");
+    EXPECT_EQ(c->tam, LIMITE);
+    EXPECT_TRUE(bytes_iguales(antes, contenido(c)));
+    graba_numeros(c.get(), num, num + 100);
+    espera_numeros(c, num + 100);
+}
+
+TEST(iv_comdat_adelanto, donde_el_heap_lanza_por_todo_la_excepcion_pasa_y_el_valor_se_retira)
+{
+    contenedor c = para_grabar();
+    uint32_t num = (LIMITE - 4) / 13;
+    graba_numeros(c.get(), 0, num);
+    bytes antes = contenido(c);
+    {
+        heap_que cambio(lanza_por_todo);
+        EXPECT_EQ(graba_y_atrapa(c.get()), static_cast<DWORD>(STATUS_NO_MEMORY));
+    }
+
+    EXPECT_EQ(s_pedidos, (std::vector<SIZE_T>{PRIMERO, LIMITE + 1024}));
     EXPECT_EQ(c->tam, LIMITE);
     EXPECT_TRUE(bytes_iguales(antes, contenido(c)));
     graba_numeros(c.get(), num, num + 100);
