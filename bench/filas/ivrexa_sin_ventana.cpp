@@ -1,4 +1,4 @@
-// Our server without a window: a thread of the library looks for commands, and each takes five rounds of 100 ms.
+// Our server without a window: a thread of the library looks for commands, and each takes some five rounds of 100 ms.
 #include "../comun/proceso.h"
 #include "ivrexa_comun.h"
 
