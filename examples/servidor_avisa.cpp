@@ -1,24 +1,23 @@
 // servidor_avisa.cpp - a server that notifies: whoever opens a document is told that it has changed.
 //
-//     servidor_avisa SERVICE
+//     servidor_avisa [SERVICE]        in one console; the service is "Documentos" if you name none
+//     cliente_avisado [SERVICE]       in another; it ends the server, too
 //
-// It hears of documents, and under which id their client can be notified, by commands: see documento.h.
+// Clients tell by commands, 100 "opened" and 101 "closed", which document it is and the id to notify them by.
 #include <condition_variable>
+#include <cstdio>
 #include <deque>
 #include <mutex>
-#include <string>
 #include <thread>
+#include <windows.h>
+#include "ivrexa.h"
 
-#include "documento.h"
+constexpr uint32_t ABIERTO = 100, CERRADO = 101;
 
-struct cambio {
-    uint32_t id_cliente, id_documento;              // client 0: there are no more
-};
-
+struct cambio { uint32_t id_cliente, id_documento; };
 struct servidor {
     const char *servicio;
-    int num_abiertos = 0, num_cerrados = 0;
-    std::deque<cambio> cambios = {};                // to be told; two threads use them
+    std::deque<cambio> cambios = {};                // to be told, until client 0; two threads use them
     std::mutex guarda = {};
     std::condition_variable novedad = {};
 };
@@ -30,19 +29,7 @@ static void anyade(servidor *yo, cambio c)
     yo->novedad.notify_one();
 }
 
-static void notifica(const char *servicio, cambio c)
-{
-    comdat *datos = ivrexa_crea_datos_comando_salida(servicio);
-    ivrexa_graba_ulong(datos, "revision", 2);
-    ivrexa_graba_cadena_unicode(datos, "autor", L"Bego\u00f1a");
-    uint32_t id_datos = ivrexa_guarda_datos(datos);
-    printf("notifies client %u: document %u, data block %u\n", c.id_cliente, c.id_documento, id_datos);
-    ivrexa_notifica_a_cliente(servicio, c.id_cliente, c.id_documento, id_datos);
-    printf("client %u is done with it\n", c.id_cliente);
-    ivrexa_destruye_datos_comando(datos);           // not before: the client has read it now
-}
-
-// Runs on a thread of its own: ivrexa_notifica_a_cliente waits for the client. The window goes on serving.
+// On a thread of its own: ivrexa_notifica_a_cliente waits for the client. Meanwhile the window serves on.
 static void notifica_cambios(servidor *yo)
 {
     for (;;) {
@@ -53,47 +40,60 @@ static void notifica_cambios(servidor *yo)
         cierre.unlock();
         if (c.id_cliente == 0)
             return;
-        notifica(yo->servicio, c);
+        comdat *datos = ivrexa_crea_datos_comando_salida(yo->servicio);
+        ivrexa_graba_ulong(datos, "revision", 2);
+        ivrexa_graba_cadena_unicode(datos, "autor", L"Bego\u00f1a");
+        uint32_t id_datos = ivrexa_guarda_datos(datos);
+        printf("notifies client %u: document %u, data block %u\n", c.id_cliente, c.id_documento, id_datos);
+        ivrexa_notifica_a_cliente(yo->servicio, c.id_cliente, c.id_documento, id_datos);
+        printf("client %u is done with it, or this server ends\n", c.id_cliente);
+        ivrexa_destruye_datos_comando(datos);       // not before: the client has read it now
     }
 }
 
 // The command function. It runs on the window's thread, inside the message loop.
 static int32_t procesa(const char *, uint32_t id_comando, comando *contexto, void *datos_externos)
 {
-    servidor *yo = static_cast<servidor *>(datos_externos);
     comdat *entrada = contexto->datos_entrada;
-    if ((id_comando != DOCUMENTO_ABIERTO && id_comando != DOCUMENTO_CERRADO) || entrada == nullptr)
+    if ((id_comando != ABIERTO && id_comando != CERRADO) || entrada == nullptr)
         return ivrexa_resultado_ERROR;
-    bool abierto = id_comando == DOCUMENTO_ABIERTO;
     cambio c = {ivrexa_dame_ulong(entrada, 0), ivrexa_dame_ulong(entrada, 1)};
-    std::string que = "client " + std::to_string(c.id_cliente) + (abierto ? " has opened " : " has closed ");
-    imprime_texto((que + "document " + std::to_string(c.id_documento) + ": ").c_str(),
-                  ivrexa_dame_cadena_unicode(entrada, 2));
-    (abierto ? yo->num_abiertos : yo->num_cerrados)++;
-    if (abierto && c.id_cliente != 0)
-        anyade(yo, c);
+    const wchar_t *ruta = ivrexa_dame_cadena_unicode(entrada, 2);
+    if (c.id_cliente == 0 || c.id_documento == 0 || ruta == nullptr)    // missing, or of another type
+        return ivrexa_resultado_ERROR;
+    char utf8[1024] = "";
+    WideCharToMultiByte(CP_UTF8, 0, ruta, -1, utf8, sizeof utf8 - 1, nullptr, nullptr);
+    const char *que = id_comando == ABIERTO ? "opened" : "closed";
+    printf("client %u has %s document %u: \"%s\"\n", c.id_cliente, que, c.id_documento, utf8);
+    if (id_comando == ABIERTO)
+        anyade(static_cast<servidor *>(datos_externos), c);
     return ivrexa_resultado_OK;
 }
 
 int main(int argc, char **argv)
 {
-    if (argc != 2) {
-        fprintf(stderr, "usage: servidor_avisa SERVICE\n");
+    if (argc > 2) {
+        fprintf(stderr, "usage: servidor_avisa [SERVICE]\n");
         return 2;
     }
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    HWND hwnd = CreateWindowExA(0, "STATIC", "servidor_avisa", WS_POPUP, 0, 0, 9, 9, NULL, NULL, NULL, NULL);
-    servidor yo{argv[1]};
-    ivrexa_registra_servidor(argv[0], hwnd, yo.servicio, DOCUMENTO_VERSION, &yo, procesa);
+    servidor yo{argc > 1 ? argv[1] : "Documentos"};
+    HWND hwnd = CreateWindowExA(0, "STATIC", yo.servicio, WS_POPUP, 0, 0, 1, 1, NULL, NULL, NULL, NULL);
+    CreateMutexA(nullptr, FALSE, yo.servicio);  // ours while we live: two servers would disturb each other
+    if (GetLastError() == ERROR_ALREADY_EXISTS || hwnd == nullptr) {
+        fprintf(stderr, "%s %s\n", yo.servicio, hwnd == nullptr ? "has no window" : "has a server already");
+        return 1;
+    }
+    setvbuf(stdout, nullptr, _IONBF, 0);            // each line at once, also into a pipe
+    SetConsoleOutputCP(CP_UTF8);
+    ivrexa_registra_servidor(argv[0], hwnd, yo.servicio, 1, &yo, procesa);
     ivrexa_terminado_registro();
     std::thread notificador(notifica_cambios, &yo);
-    printf("LISTO\n");
-
+    printf("ready: %s\n", yo.servicio);
     MSG msg;
-    while (GetMessageW(&msg, NULL, 0, 0) > 0)       // ivrexa_terminar_servidor ends it
+    while (GetMessageW(&msg, nullptr, 0, 0) > 0)    // until ivrexa_terminar_servidor
         DispatchMessageW(&msg);
     anyade(&yo, {0, 0});
     notificador.join();                             // command 1 has ended a notification under way, too
     ivrexa_cierra_sesion();
-    return yo.num_abiertos > 0 && yo.num_abiertos == yo.num_cerrados ? 0 : 1;
+    return 0;
 }

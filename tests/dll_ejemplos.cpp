@@ -1,5 +1,5 @@
 // dll_ejemplos.cpp - the programs of examples/, run as a user runs them: each a process, with a service as
-// its one argument.
+// its one argument, or with none.
 #include <algorithm>
 #include <string>
 #include <vector>
@@ -8,6 +8,7 @@
 
 #include "ivrexa.h"
 #include "papel.h"
+#include "sistema.h"
 #include "util.h"
 
 namespace {
@@ -19,11 +20,18 @@ papel arranca_ejemplo(const char *nombre, const std::string &servicio)
     return arranca_programa(std::string(nombre) + ".exe", {servicio});
 }
 
-// The same for one that others wait for. Its first line says that it is ready.
+// The same for a server.
 papel arranca_listo(const char *nombre, const std::string &servicio)
 {
     papel p = arranca_ejemplo(nombre, servicio);
-    EXPECT_EQ(p.espera_linea("", 30000), "LISTO");
+    EXPECT_EQ(p.espera_linea("", 30000), "ready: " + servicio);
+    return p;
+}
+
+papel arranca_monitor(const std::string &servicio)
+{
+    papel p = arranca_ejemplo("monitor", servicio);
+    EXPECT_EQ(p.espera_linea("", 30000), "ready: until " + servicio + " is closed, or Ctrl-C");
     return p;
 }
 
@@ -47,40 +55,75 @@ lineas sin(const lineas &todas, const std::string &parte)
     return filtra(todas, parte, false);
 }
 
-const lineas DICE_EL_CLIENTE = {
-    "sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block 100",
-    "sent text \"corto\"",
-    "sent text \"a\xC3\xB1o nuevo\"",
-    "sent text \"tercer texto\"",
-    "got  result 1, output block 101",
+std::string enviado(uint32_t bloque)
+{
+    return "sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block " +
+           std::to_string(bloque);
+}
+
+const std::string SALIDA = "got  suma=42.5 bytes=1000 saludo=\"Hola, mundo\"";
+
+const lineas DICE_EL_CLIENTE_EN_C = {
+    enviado(100),
+    "got  result 1: OK",
     "got  text 1 \"corto\"",
     "got  text 2 \"a\xC3\xB1o nuevo\"",
     "got  text 3 \"tercer texto\"",
-    "got  suma=42.5 bytes=1000 saludo=\"Hola, mundo\"",
+    SALIDA,
+};
+
+// The second client of its server, whose blocks go on.
+const lineas DICE_EL_CLIENTE = {
+    enviado(102),
+    "got  result 1, output block 103",
+    "got  the three texts",
+    SALIDA,
     "all came back as it was sent",
 };
 
-const lineas DICE_EL_SERVIDOR = {
-    "got  text 1 \"corto\"",
-    "got  text 2 \"a\xC3\xB1o nuevo\"",
-    "got  text 3 \"tercer texto\"",
-    "got  a=40 b=2.5 nombre=\"mundo\" bytes=1000 palabras=uno,dos,tres",
-    "sent suma=42.5 bytes=1000 saludo=\"Hola, mundo\"",
-    "sent the three texts back, output block 101, result 1",
-    "ended after 1 commands",
-};
+// What a server says of two commands: the same lines of each, but for the last, which names a block.
+lineas dos_veces(lineas una, const std::string &ultima, const std::string &fin)
+{
+    lineas todas = una;
+    todas.push_back(ultima + "101");
+    todas.insert(todas.end(), una.begin(), una.end());
+    todas.push_back(ultima + "103");
+    todas.push_back(fin);
+    return todas;
+}
 
-void cruza_comando(const char *nombre_servidor)
+const lineas GOT_TODO = {
+    "got  text \"corto\"",
+    "got  text \"a\xC3\xB1o nuevo\"",
+    "got  text \"tercer texto\"",
+    "got  a=40 b=2.5 nombre=\"mundo\" bytes=1000 palabras=uno,dos,tres",
+};
+const std::string SENT_TODO = "sent suma=42.5 bytes=1000 and the three texts, output block ";
+const std::string GOT_VENTANA = "got  a=40 b=2.5, \"Hola, mundo\", 1000 bytes, texts \"corto\" "
+                                "\"a\xC3\xB1o nuevo\" \"tercer texto\"";
+
+// The client in C leaves the server alone, the one in C++ ends it. Each waits 2.5 s for its heartbeat.
+void cruzan_los_dos(const char *nombre_servidor, const lineas &dice_el_servidor)
 {
     std::string servicio = nombre_unico("Ejemplo");
     papel servidor = arranca_listo(nombre_servidor, servicio);
+
+    papel en_c = arranca_ejemplo("cliente_c", servicio);
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    EXPECT_EQ(en_c.lineas(), DICE_EL_CLIENTE_EN_C);
+    EXPECT_TRUE(servidor.vive());
+
     papel cliente = arranca_ejemplo("cliente", servicio);
-
     EXPECT_EQ(cliente.espera_fin(30000), 0u);
-    EXPECT_EQ(servidor.espera_fin(30000), 0u);
-
     EXPECT_EQ(cliente.lineas(), DICE_EL_CLIENTE);
-    EXPECT_EQ(servidor.lineas(), DICE_EL_SERVIDOR);
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+    EXPECT_EQ(servidor.lineas(), dice_el_servidor);
+}
+
+uint32_t ejecuta(const std::string &servicio, uint32_t id_comando, uint32_t id_entrada)
+{
+    return ivrexa_ejecuta_comando(servicio.c_str(), id_comando, 0, id_entrada, nullptr, nullptr, nullptr,
+                                  nullptr, nullptr, nullptr, nullptr);
 }
 
 // What a monitor says of one command over the service, the end of the server apart.
@@ -98,10 +141,10 @@ lineas vista_de_un_comando(const std::string &s)
     };
 }
 
-// Runs one command while the monitor watches; what it has said after its "LISTO".
+// Runs one command while the monitor watches; what it has said after its first line.
 lineas vigila_comando(const std::string &servicio, const char *nombre_servidor)
 {
-    papel monitor = arranca_listo("monitor", servicio);
+    papel monitor = arranca_monitor(servicio);
     papel servidor = arranca_listo(nombre_servidor, servicio);
     papel cliente = arranca_ejemplo("cliente", servicio);
 
@@ -111,32 +154,410 @@ lineas vigila_comando(const std::string &servicio, const char *nombre_servidor)
     return monitor.lineas();
 }
 
+// ---- The window of servidor_ventana
+
+struct busqueda {
+    uint32_t pid;
+    HWND hwnd;
+};
+
+BOOL CALLBACK mira_ventana(HWND hwnd, LPARAM dato)
+{
+    busqueda *b = reinterpret_cast<busqueda *>(dato);
+    DWORD pid = 0;
+    char clase[64] = "";
+    GetWindowThreadProcessId(hwnd, &pid);
+    GetClassNameA(hwnd, clase, sizeof clase);
+    if (pid != b->pid || std::string(clase) != "servidor_ventana")
+        return TRUE;
+    b->hwnd = hwnd;
+    return FALSE;
+}
+
+HWND ventana_de(const papel &p)
+{
+    busqueda b = {p.pid(), nullptr};
+    EnumWindows(mira_ventana, reinterpret_cast<LPARAM>(&b));
+    return b.hwnd;
+}
+
+std::vector<std::wstring> lineas_de(HWND lista)
+{
+    std::vector<std::wstring> todas;
+    LRESULT cuantas = SendMessageW(lista, LB_GETCOUNT, 0, 0);
+    for (LRESULT i = 0; i < cuantas; i++) {
+        std::vector<wchar_t> texto(static_cast<size_t>(SendMessageW(lista, LB_GETTEXTLEN, i, 0)) + 1);
+        SendMessageW(lista, LB_GETTEXT, i, reinterpret_cast<LPARAM>(texto.data()));
+        todas.push_back(texto.data());
+    }
+    return todas;
+}
+
+// ---- Servers that the clients of examples/ meet on bad days
+
+// Ends its process at once, inside the command.
+int32_t cae(const char *, uint32_t, comando *, void *)
+{
+    TerminateProcess(GetCurrentProcess(), 9);
+    return ivrexa_resultado_OK;
+}
+
+int32_t contesta_un_numero(const char *, uint32_t, comando *, void *numero)
+{
+    return static_cast<int32_t>(reinterpret_cast<intptr_t>(numero));
+}
+
+// OK with output, where each value is of another type than clients expect.
+int32_t contesta_otra_cosa(const char *servicio, uint32_t id_comando, comando *contexto, void *)
+{
+    wchar_t texto1[64], texto2[256], texto3[256];
+    ivrexa_get_datos_entrada_comando(servicio, id_comando, nullptr, texto1, texto2, texto3);
+    contexto->datos_salida = ivrexa_crea_datos_comando_salida(servicio);
+    for (const char *nombre : {"suma", "saludo", "bytes"})
+        ivrexa_graba_byte(contexto->datos_salida, nombre, 1);
+    ivrexa_set_datos_salida_comando(servicio, id_comando, ivrexa_guarda_datos(contexto->datos_salida), texto1,
+                                    texto2, texto3);
+    return ivrexa_resultado_OK;
+}
+
+// Serves with one function until the session's last message. Version 3, unless another is given.
+int sirve(papel_hijo &yo, const std::string &servicio, bool con_ventana, ivrexa_funcion_comando funcion,
+          intptr_t dato = 0, uint16_t version = 3)
+{
+    HWND hwnd = nullptr;
+    if (con_ventana)
+        hwnd = CreateWindowExA(0, "STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+    std::string ruta = "papel_" + std::to_string(GetCurrentProcessId());
+    ivrexa_registra_servidor(ruta.c_str(), hwnd, servicio.c_str(), version, reinterpret_cast<void *>(dato),
+                             funcion);
+    ivrexa_terminado_registro();
+    yo.di("LISTO");
+    MSG msg;
+    while (con_ventana && GetMessageW(&msg, nullptr, 0, 0) > 0)
+        DispatchMessageW(&msg);
+    ivrexa_espera_comando_terminar_servidor();
+    ivrexa_cierra_sesion();
+    return 0;
+}
+
+PAPEL(cae_con_ventana) { return sirve(yo, args[0], true, cae); }
+PAPEL(cae_sin_ventana) { return sirve(yo, args[0], false, cae); }
+PAPEL(da_un_numero) { return sirve(yo, args[0], true, contesta_un_numero, std::stoi(args[1])); }
+PAPEL(da_otra_cosa) { return sirve(yo, args[0], true, contesta_otra_cosa); }
+PAPEL(de_otra_version) { return sirve(yo, args[0], true, contesta_un_numero, 1, 4); }
+
+// Starts a program in a console of its own and presses Ctrl-C there at the line "CTRL_C". The program speaks with
+// our voice; its end is ours.
+PAPEL(consola)
+{
+    STARTUPINFOA inicio = {};
+    inicio.cb = sizeof inicio;
+    inicio.dwFlags = STARTF_USESTDHANDLES;
+    inicio.hStdInput = GetStdHandle(STD_INPUT_HANDLE);
+    inicio.hStdOutput = GetStdHandle(STD_OUTPUT_HANDLE);
+    inicio.hStdError = GetStdHandle(STD_ERROR_HANDLE);
+    FreeConsole();
+    if (!AllocConsole())
+        return 125;
+    std::string orden = "\"" + args[0] + "\" " + args[1];
+    PROCESS_INFORMATION hijo = {};
+    if (!CreateProcessA(nullptr, &orden[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &inicio, &hijo))
+        return 126;
+    SetConsoleCtrlHandler(nullptr, TRUE);       // not before: a process inherits that it hears no Ctrl-C
+    yo.escucha_linea("CTRL_C", 60000);
+    GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
+    DWORD codigo = 127;
+    if (WaitForSingleObject(hijo.hProcess, 20000) == WAIT_OBJECT_0)
+        GetExitCodeProcess(hijo.hProcess, &codigo);
+    TerminateProcess(hijo.hProcess, 128);
+    return static_cast<int>(codigo);
+}
+
+// A program in such a console; its first line is left.
+papel arranca_en_consola(const char *nombre, const std::string &servicio)
+{
+    std::string nuestro = este_programa();
+    std::string carpeta = nuestro.substr(0, nuestro.find_last_of("\\/") + 1);
+    opciones_papel opciones;
+    opciones.espera_listo = false;
+    return arranca_papel("consola", {carpeta + nombre + ".exe", servicio}, opciones);
+}
+
 }
 
 // ---- A command
 
-TEST(ejemplos, un_comando_cruza_entre_el_cliente_y_el_servidor_con_ventana)
+TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_con_ventana)
 {
-    cruza_comando("servidor_ventana");
+    cruzan_los_dos("servidor_ventana", {GOT_VENTANA, GOT_VENTANA, "ended"});
 }
 
-TEST(ejemplos, un_comando_cruza_entre_el_cliente_y_el_servidor_sin_ventana)
+TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_sin_ventana)
 {
-    cruza_comando("servidor_sin_ventana");
+    cruzan_los_dos("servidor_sin_ventana", dos_veces(GOT_TODO, SENT_TODO, "ended after 2 commands"));
 }
 
-TEST(ejemplos, un_comando_cruza_entre_el_cliente_y_el_servidor_net)
+TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_de_consola)
 {
-    cruza_comando("servidor_net");
+    cruzan_los_dos("servidor_consola", dos_veces(GOT_TODO, SENT_TODO, "ended after 2 commands"));
 }
 
-TEST(ejemplos, sin_servidor_el_cliente_lo_dice_y_termina_con_1)
+TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_net)
+{
+    cruzan_los_dos("servidor_net",
+                   dos_veces({"got  a=40 b=2.5 nombre=\"mundo\" bytes=1000"},
+                             "sent the sum, a greeting, the bytes and the three texts, output block ",
+                             "ended"));
+}
+
+// Both wait 2.5 s before they run their command, one after the other.
+TEST(ejemplos, dos_clientes_a_la_vez_se_turnan)
+{
+    std::string servicio = nombre_unico("Turno");
+    papel servidor = arranca_listo("servidor_sin_ventana", servicio);
+    papel uno = arranca_ejemplo("cliente_c", servicio);
+    papel otro = arranca_ejemplo("cliente_c", servicio);
+
+    EXPECT_EQ(uno.espera_fin(30000), 0u);
+    EXPECT_EQ(otro.espera_fin(30000), 0u);
+    lineas dicho = con(servidor.lineas(), "sent ");
+    EXPECT_EQ(dicho, (lineas{SENT_TODO + "101", SENT_TODO + "103"}));
+}
+
+// The name that server and clients have without an argument is one for the whole desktop.
+TEST(ejemplos, sin_argumento_se_encuentran_en_el_servicio_Ejemplo)
+{
+    papel servidor = arranca_programa("servidor_consola.exe", {});
+    EXPECT_EQ(servidor.espera_linea("", 30000), "ready: Ejemplo");
+    papel en_c = arranca_programa("cliente_c.exe", {});
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    papel cliente = arranca_programa("cliente.exe", {});
+    EXPECT_EQ(cliente.espera_fin(30000), 0u);
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+
+    papel avisa = arranca_programa("servidor_avisa.exe", {});
+    EXPECT_EQ(avisa.espera_linea("", 30000), "ready: Documentos");
+    papel avisado = arranca_programa("cliente_avisado.exe", {});
+    EXPECT_EQ(avisado.espera_fin(30000), 0u);
+    EXPECT_EQ(avisa.espera_fin(30000), 0u);
+
+    papel monitor = arranca_programa("monitor.exe", {});
+    EXPECT_EQ(monitor.espera_linea("", 30000), "ready: until Ejemplo is closed, or Ctrl-C");
+}
+
+// ---- The window that is seen
+
+TEST(ejemplos, la_ventana_muestra_los_comandos_y_al_cerrarse_acaba_en_orden)
+{
+    std::string servicio = nombre_unico("Visible");
+    papel servidor = arranca_listo("servidor_ventana", servicio);
+    HWND hwnd = ventana_de(servidor);
+    ASSERT_NE(hwnd, nullptr);
+    EXPECT_TRUE(IsWindowVisible(hwnd));
+    HWND lista = FindWindowExA(hwnd, nullptr, "LISTBOX", nullptr);
+    ASSERT_NE(lista, nullptr);
+    EXPECT_TRUE(IsWindowVisible(lista));
+    RECT dentro, ocupa;
+    GetClientRect(hwnd, &dentro);
+    GetWindowRect(lista, &ocupa);
+    EXPECT_EQ(ocupa.right - ocupa.left, dentro.right) << "the list fills the window";
+    EXPECT_EQ(lineas_de(lista), std::vector<std::wstring>{});
+
+    papel en_c = arranca_ejemplo("cliente_c", servicio);
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    EXPECT_EQ(lineas_de(lista), std::vector<std::wstring>{L"got  a=40 b=2.5, \"Hola, mundo\", 1000 bytes, "
+                                                          L"texts \"corto\" \"a\u00f1o nuevo\" \"tercer texto\""});
+
+    char hallado[64] = "";
+    EXPECT_EQ(ivrexa_hay_servicio_registrado_empiece_por(servicio.c_str(), hallado, nullptr), 1);
+    PostMessageW(hwnd, WM_CLOSE, 0, 0);
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+    EXPECT_EQ(servidor.lineas(), (lineas{GOT_VENTANA, "ended"}));
+    EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio.c_str(), nullptr), 0);
+    EXPECT_EQ(ivrexa_hay_servicio_registrado_empiece_por(servicio.c_str(), hallado, nullptr), 0)
+        << "it has left the table";
+}
+
+TEST(ejemplos, la_lista_de_la_ventana_sigue_su_tamanyo)
+{
+    papel servidor = arranca_listo("servidor_ventana", nombre_unico("Visible"));
+    HWND hwnd = ventana_de(servidor);
+    ASSERT_NE(hwnd, nullptr);
+
+    SetWindowPos(hwnd, nullptr, 0, 0, 500, 200, SWP_NOMOVE | SWP_NOZORDER);
+
+    RECT dentro, ocupa;
+    GetClientRect(hwnd, &dentro);
+    GetWindowRect(FindWindowExA(hwnd, nullptr, "LISTBOX", nullptr), &ocupa);
+    EXPECT_EQ(ocupa.right - ocupa.left, dentro.right);
+    EXPECT_EQ(ocupa.bottom - ocupa.top, dentro.bottom);
+}
+
+// ---- What clients meet on a bad day
+
+TEST(ejemplos, sin_servidor_cada_cliente_lo_dice_y_termina_con_1)
 {
     std::string servicio = nombre_unico("Nadie");
-    papel cliente = arranca_ejemplo("cliente", servicio);
+    std::string nadie = "nobody offers " + servicio;
+    const std::pair<const char *, std::string> esperados[] = {
+        {"cliente", nadie + " in version 3: start a server first"},
+        {"cliente_c", nadie + " in version 3: start a server first"},
+        {"cliente_avisado", nadie + ": start servidor_avisa first"}};
+    for (const auto &[nombre, dicho] : esperados) {
+        papel cliente = arranca_ejemplo(nombre, servicio);
+        EXPECT_EQ(cliente.espera_fin(30000), 1u) << nombre;
+        EXPECT_EQ(cliente.lineas(), lineas{dicho}) << nombre;
+    }
+}
 
+TEST(ejemplos, de_otra_version_es_como_sin_servidor)
+{
+    std::string servicio = nombre_unico("Version");
+    papel servidor = arranca_papel("de_otra_version", {servicio});
+    for (const char *nombre : {"cliente", "cliente_c"}) {
+        papel cliente = arranca_ejemplo(nombre, servicio);
+        EXPECT_EQ(cliente.espera_fin(30000), 1u) << nombre;
+        EXPECT_EQ(cliente.lineas(),
+                  lineas{"nobody offers " + servicio + " in version 3: start a server first"});
+    }
+}
+
+// A server without a window is found dead after some 3 s.
+TEST(ejemplos, servidor_que_cae_en_el_comando_se_dice_en_los_dos_clientes)
+{
+    const struct {
+        const char *papel, *cliente;
+        lineas dicho;
+    } casos[] = {
+        {"cae_con_ventana", "cliente_c", {enviado(100), "got  result 0: no answer: the server is gone"}},
+        {"cae_con_ventana", "cliente",
+         {enviado(100), "got  result 0, output block 0", "no answer: the server is gone"}},
+        {"cae_sin_ventana", "cliente_c",
+         {enviado(100), "got  result 3: error: the server refused the command, or it has died"}},
+        {"cae_sin_ventana", "cliente",
+         {enviado(100), "got  result 3, output block 0", "the server refused the command, or it has died"}},
+    };
+    std::vector<std::pair<papel, papel>> parejas;       // all at once: each pair takes its seconds
+    for (const auto &caso : casos) {
+        std::string servicio = nombre_unico("Cae");
+        papel servidor = arranca_papel(caso.papel, {servicio});
+        parejas.emplace_back(std::move(servidor), arranca_ejemplo(caso.cliente, servicio));
+    }
+    for (size_t i = 0; i < parejas.size(); i++) {
+        auto &[servidor, cliente] = parejas[i];
+        EXPECT_EQ(cliente.espera_fin(30000), 1u) << casos[i].papel << " " << casos[i].cliente;
+        EXPECT_EQ(servidor.espera_fin(30000), 9u);
+        EXPECT_EQ(cliente.lineas(), casos[i].dicho) << casos[i].papel << " " << casos[i].cliente;
+    }
+}
+
+TEST(ejemplos, el_cliente_en_c_dice_lo_que_cada_resultado_significa)
+{
+    const std::pair<const char *, std::string> resultados[] = {
+        {"2", "cancelled by the server"},
+        {"3", "error: the server refused the command, or it has died"},
+        {"77", "the server's own"}};
+    std::vector<papel> servidores, clientes;            // all at once: each client waits 2.5 s
+    for (const auto &[numero, dicho] : resultados) {
+        std::string servicio = nombre_unico("Numero");
+        servidores.push_back(arranca_papel("da_un_numero", {servicio, numero}));
+        clientes.push_back(arranca_ejemplo("cliente_c", servicio));
+    }
+    for (size_t i = 0; i < clientes.size(); i++) {
+        const auto &[numero, dicho] = resultados[i];
+        EXPECT_EQ(clientes[i].espera_fin(30000), 1u);
+        EXPECT_EQ(clientes[i].lineas(),
+                  (lineas{enviado(100), "got  result " + std::string(numero) + ": " + dicho}));
+    }
+}
+
+// Without output the C client says so; the C++ one, which checks, misses its texts first.
+TEST(ejemplos, ok_sin_salida_se_dice)
+{
+    std::string servicio = nombre_unico("Numero");
+    papel servidor = arranca_papel("da_un_numero", {servicio, "1"});
+    papel en_c = arranca_ejemplo("cliente_c", servicio);
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    EXPECT_EQ(con(en_c.lineas(), "no output data").size(), 1u);
+
+    papel cliente = arranca_ejemplo("cliente", servicio);
     EXPECT_EQ(cliente.espera_fin(30000), 1u);
-    EXPECT_EQ(cliente.lineas(), lineas{"nobody offers " + servicio + " in version 3"});
+    EXPECT_EQ(cliente.lineas().back(), "another text came back");
+}
+
+TEST(ejemplos, salida_de_otros_tipos_se_descubre_y_el_servidor_sigue)
+{
+    std::string servicio = nombre_unico("Otra");
+    papel servidor = arranca_papel("da_otra_cosa", {servicio});
+    papel en_c = arranca_ejemplo("cliente_c", servicio);
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    EXPECT_EQ(en_c.lineas().back(), "got  suma=0 bytes=0 saludo=\"\"");
+    papel cliente = arranca_ejemplo("cliente", servicio);
+    EXPECT_EQ(cliente.espera_fin(30000), 1u);
+    EXPECT_EQ(cliente.lineas().back(), "other values came");
+    EXPECT_TRUE(servidor.vive());
+}
+
+// ---- What servers meet on a bad day
+
+namespace {
+
+// Input of `num` values of `tipo`; its stored id. The container lives as long as the test.
+uint32_t entrada_de(const std::string &servicio, int num, tipoDato tipo)
+{
+    comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
+    for (int i = 0; i < num; i++) {
+        if (tipo == ivrexa_tipoDato_byte)
+            ivrexa_graba_byte(entrada, "x", 1);
+        else
+            ivrexa_graba_cadena_ansi(entrada, "x", nullptr);
+    }
+    return ivrexa_guarda_datos(entrada);
+}
+
+}
+
+// What does not fit is refused, values of other types read as nothing, and the server serves on. The client is
+// this process; it waits for its heartbeat once, since one of the servers has no window.
+TEST(ejemplos, cada_servidor_rehusa_lo_que_no_entiende_y_sigue)
+{
+    const char *const nombres[] = {"servidor_ventana", "servidor_sin_ventana", "servidor_consola",
+                                   "servidor_net"};
+    std::vector<std::pair<std::string, papel>> servidores;
+    for (const char *nombre : nombres) {
+        std::string servicio = nombre_unico("Raro");
+        servidores.emplace_back(servicio, arranca_listo(nombre, servicio));
+        ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
+    }
+    Sleep(2500);
+    for (auto &[servicio, servidor] : servidores) {
+        EXPECT_EQ(ejecuta(servicio, 101, entrada_de(servicio, 5, ivrexa_tipoDato_byte)), 3u) << servicio;
+        EXPECT_EQ(ejecuta(servicio, 100, 0), 3u) << servicio << ": no input";
+        EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 4, ivrexa_tipoDato_byte)), 3u) << servicio;
+        EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 5, ivrexa_tipoDato_byte)), 1u) << servicio;
+        EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 5, ivrexa_tipoDato_cadena_ansi)), 1u)
+            << servicio;
+        ivrexa_terminar_servidor(servicio.c_str());
+        EXPECT_EQ(servidor.espera_fin(30000), 0u) << servicio;
+    }
+    ivrexa_cierra_sesion();
+}
+
+TEST(ejemplos, un_segundo_servidor_del_mismo_servicio_termina_con_1_y_el_primero_sigue)
+{
+    for (const char *nombre : {"servidor_ventana", "servidor_consola", "servidor_net", "servidor_avisa"}) {
+        std::string servicio = nombre_unico("Doble");
+        papel primero = arranca_listo("servidor_consola", servicio);
+        papel segundo = arranca_ejemplo(nombre, servicio);
+        EXPECT_EQ(segundo.espera_fin(30000), 1u) << nombre;
+        EXPECT_EQ(segundo.lineas(), lineas{}) << nombre << " tells it to stderr";
+        EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio.c_str(), nullptr), 1) << nombre;
+        ivrexa_terminar_servidor(servicio.c_str());
+        EXPECT_EQ(primero.espera_fin(30000), 0u);
+    }
+    std::string servicio = nombre_unico("Doble");
+    papel primero = arranca_listo("servidor_consola", servicio);
+    EXPECT_EQ(arranca_ejemplo("servidor_sin_ventana", servicio).espera_fin(30000), 1u);
 }
 
 // ---- A notification
@@ -158,16 +579,37 @@ TEST(ejemplos, el_cliente_avisado_toma_los_datos_contesta_y_cierra_el_documento)
     EXPECT_EQ(con(servidor.lineas(), "has "),
               (lineas{"client 200 has opened document 7: \"C:\\informes\\a\xC3\xB1o nuevo.txt\"",
                       "client 200 has closed document 7: \"C:\\informes\\a\xC3\xB1o nuevo.txt\""}));
-    EXPECT_EQ(sin(servidor.lineas(), "has "),
-              (lineas{"notifies client 200: document 7, data block 101", "client 200 is done with it"}));
+    EXPECT_EQ(sin(servidor.lineas(), "has "), (lineas{"notifies client 200: document 7, data block 101",
+                                                      "client 200 is done with it, or this server ends"}));
 }
 
-TEST(ejemplos, sin_servidor_el_cliente_avisado_termina_con_1)
+// A server that takes the documents and never notifies. The client gives up after 5 s.
+TEST(ejemplos, el_cliente_al_que_nadie_avisa_deja_de_esperar_y_termina_con_1)
 {
-    papel cliente = arranca_ejemplo("cliente_avisado", nombre_unico("Nadie"));
-
+    std::string servicio = nombre_unico("Mudo");
+    papel servidor = arranca_papel("da_un_numero", {servicio, "1"});
+    papel cliente = arranca_ejemplo("cliente_avisado", servicio);
     EXPECT_EQ(cliente.espera_fin(30000), 1u);
-    EXPECT_EQ(cliente.lineas(), (lineas{"opened: result 3", "closed: result 3"}));
+    EXPECT_EQ(cliente.lineas(), (lineas{"opened: result 1", "closed: result 1"}));
+    EXPECT_EQ(servidor.espera_fin(30000), 0u) << "the client ends it";
+}
+
+TEST(ejemplos, el_cliente_avisado_dice_que_el_servidor_rehusa_o_ya_no_esta)
+{
+    std::string servicio = nombre_unico("Rehusa");
+    papel rehusa = arranca_papel("da_un_numero", {servicio, "3"});
+    papel cliente = arranca_ejemplo("cliente_avisado", servicio);
+    EXPECT_EQ(cliente.espera_fin(30000), 1u);
+    EXPECT_EQ(cliente.lineas(), (lineas{"opened: result 3, the server refuses it or is gone",
+                                        "closed: result 3, the server refuses it or is gone"}));
+
+    servicio = nombre_unico("Cae");
+    papel cae = arranca_papel("cae_con_ventana", {servicio});
+    papel otro = arranca_ejemplo("cliente_avisado", servicio);
+    EXPECT_EQ(otro.espera_fin(30000), 1u);
+    EXPECT_EQ(cae.espera_fin(30000), 9u);
+    EXPECT_EQ(otro.lineas(), (lineas{"opened: result 0, the server refuses it or is gone",
+                                     "closed: result 0, the server refuses it or is gone"}));
 }
 
 // The client is this process. It has no notification function: its thread takes the notification, and nobody
@@ -183,17 +625,14 @@ TEST(ejemplos, el_servidor_que_avisa_sirve_y_termina_mientras_nadie_contesta)
     ivrexa_graba_ulong(entrada, "id_documento", 1);
     ivrexa_graba_cadena_unicode(entrada, "ruta", L"C:\\a.txt");
 
-    auto ejecuta = [&](uint32_t id_comando, uint32_t id_entrada) {
-        return ivrexa_ejecuta_comando(servicio, id_comando, 0, id_entrada, nullptr, nullptr, nullptr, nullptr,
-                                      nullptr, nullptr, nullptr);
-    };
-    EXPECT_EQ(ejecuta(100, ivrexa_guarda_datos(entrada)), 1u);
+    EXPECT_EQ(ejecuta(servicio, 100, ivrexa_guarda_datos(entrada)), 1u);
     EXPECT_EQ(servidor.espera_linea("notifies", 10000), "notifies client 200: document 1, data block 101");
-    EXPECT_EQ(ejecuta(102, 0), 3u) << "a command that it does not know, while it waits for the client";
+    EXPECT_EQ(ejecuta(servicio, 102, 0), 3u) << "a command that it does not know, meanwhile";
+    EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 3, ivrexa_tipoDato_byte)), 3u) << "other types";
     EXPECT_FALSE(servidor.busca_linea("client 200 is done", 0));
 
     ivrexa_terminar_servidor(servicio);
-    EXPECT_EQ(servidor.espera_fin(30000), 1u) << "a document was left open";
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
     ivrexa_destruye_datos_comando(entrada);
     ivrexa_cierra_sesion();
 }
@@ -241,22 +680,47 @@ TEST(ejemplos, el_monitor_dice_cada_espera_una_vez_y_no_cada_ronda)
 
 // ---- How they end otherwise
 
-TEST(ejemplos, sin_argumento_cada_programa_termina_con_2)
+TEST(ejemplos, con_dos_argumentos_cada_programa_termina_con_2)
 {
-    for (const char *nombre : {"servidor_ventana", "servidor_sin_ventana", "servidor_net", "servidor_avisa",
-                               "cliente", "cliente_avisado", "monitor"}) {
-        papel p = arranca_programa(std::string(nombre) + ".exe", {});
+    for (const char *nombre : {"servidor_ventana", "servidor_sin_ventana", "servidor_consola", "servidor_net",
+                               "servidor_avisa", "cliente", "cliente_c", "cliente_avisado", "monitor"}) {
+        papel p = arranca_programa(std::string(nombre) + ".exe", {"uno", "dos"});
         EXPECT_EQ(p.espera_fin(30000), 2u) << nombre;
         EXPECT_EQ(p.lineas(), lineas{}) << nombre << " tells its usage to stderr";
     }
 }
 
-TEST(ejemplos, un_servidor_al_que_nadie_pidio_nada_termina_con_1)
+TEST(ejemplos, un_servidor_al_que_nadie_pidio_nada_termina_en_orden)
 {
-    for (const char *nombre : {"servidor_ventana", "servidor_net", "servidor_avisa"}) {
+    for (const char *nombre : {"servidor_ventana", "servidor_consola", "servidor_net", "servidor_avisa"}) {
         std::string servicio = nombre_unico("Ocioso");
         papel servidor = arranca_listo(nombre, servicio);
         ivrexa_terminar_servidor(servicio.c_str());
-        EXPECT_EQ(servidor.espera_fin(30000), 1u) << nombre;
+        EXPECT_EQ(servidor.espera_fin(30000), 0u) << nombre;
     }
+}
+
+TEST(ejemplos, el_servidor_de_consola_acaba_en_orden_con_ctrl_c)
+{
+    std::string servicio = nombre_unico("CtrlC");
+    papel servidor = arranca_en_consola("servidor_consola", servicio);
+    EXPECT_EQ(servidor.espera_linea("", 30000), "ready: " + servicio);
+    servidor.di("CTRL_C");
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+    EXPECT_EQ(servidor.lineas(), lineas{"ended after 0 commands"});
+    EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio.c_str(), nullptr), 0);
+}
+
+// A monitor that ended without unregistering would stay the desktop's.
+TEST(ejemplos, el_monitor_deja_de_serlo_con_ctrl_c)
+{
+    std::string servicio = nombre_unico("CtrlC");
+    papel monitor = arranca_en_consola("monitor", servicio);
+    EXPECT_EQ(monitor.espera_linea("", 30000), "ready: until " + servicio + " is closed, or Ctrl-C");
+    bloque_crudo registro("Ivrexa_MCB");
+    ASSERT_TRUE(registro.abierto());
+    EXPECT_NE(registro.u64(6), 0u) << "the monitor's window";
+    monitor.di("CTRL_C");
+    EXPECT_EQ(monitor.espera_fin(30000), 0u);
+    EXPECT_EQ(registro.u64(6), 0u);
 }
