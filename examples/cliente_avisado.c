@@ -13,8 +13,7 @@
 enum { ABIERTO = 100, CERRADO = 101, ID_DOCUMENTO = 7, PLAZO_MS = 5000 };
 static const wchar_t *const RUTA = L"C:\\informes\\a\u00f1o nuevo.txt";
 
-static DWORD s_hilo_ventana;
-static int s_avisado;
+static DWORD s_hilo_ventana, s_avisado;
 static CRITICAL_SECTION s_guarda;               /* for what two threads use: */
 static uint32_t s_revision;
 static char s_autor[256];
@@ -79,6 +78,7 @@ int main(int argc, char **argv)
         return 1;
     }
     setvbuf(stdout, NULL, _IONBF, 0);
+    SetConsoleOutputCP(CP_UTF8);
     HWND hwnd = CreateWindowExA(0, "STATIC", servicio, WS_POPUP, 0, 0, 1, 1, NULL, NULL, NULL, NULL);
     s_hilo_ventana = GetCurrentThreadId();
     InitializeCriticalSection(&s_guarda);

@@ -25,7 +25,7 @@ static void imprime(const char *rotulo, const wchar_t *texto)
 static int32_t procesa(const char *servicio, uint32_t id_comando, comando *contexto, void *datos_externos)
 {
     comdat *entrada = contexto->datos_entrada;              /* NULL without input; the library destroys it */
-    wchar_t texto1[64], texto2[256], texto3[256], saludo[128];
+    wchar_t texto1[64], texto2[256], texto3[256], saludo[128] = L"Hola, ";
     if (id_comando != COMANDO_ECO || entrada == NULL || ivrexa_numero_valores(entrada) != 5
         || ivrexa_get_datos_entrada_comando(servicio, id_comando, NULL, texto1, texto2, texto3) != CIERTO)
         return ivrexa_resultado_ERROR;                      /* so the client sees that we refuse it */
@@ -35,17 +35,16 @@ static int32_t procesa(const char *servicio, uint32_t id_comando, comando *conte
     uint32_t num_palabras = 0, tam = 0;
     uint32_t a = ivrexa_dame_ulong(entrada, 0);
     double b = ivrexa_dame_double(entrada, 1);
-    const char *const *palabras = ivrexa_dame_arr_cadenas_ansi(entrada, 2, &num_palabras);
+    ivrexa_dame_arr_cadenas_ansi(entrada, 2, &num_palabras);
     const char *nombre = ivrexa_dame_cadena_ansi(entrada, 3);
     const void *bytes = ivrexa_dame_buffer(entrada, 4, &tam);
     imprime("got  text ", texto1);
     imprime("got  text ", texto2);
     imprime("got  text ", texto3);
-    printf("got  a=%u b=%g nombre=\"%s\" bytes=%u palabras=", a, b, nombre != NULL ? nombre : "", tam);
-    for (uint32_t i = 0; i < num_palabras; i++)
-        printf("%s%s", i > 0 ? "," : "", palabras[i]);
+    MultiByteToWideChar(CP_ACP, 0, nombre != NULL ? nombre : "", -1, saludo + 6, 100);
+    printf("got  a=%u b=%g bytes=%u palabras=%u ", a, b, tam, num_palabras);
+    imprime("", saludo);
 
-    swprintf(saludo, 128, L"Hola, %.99hs", nombre != NULL ? nombre : "");
     comdat *salida = ivrexa_crea_datos_comando_salida(servicio);
     contexto->datos_salida = salida;        /* the library's from here on: kept until the next command */
     ivrexa_graba_double(salida, "suma", a + b);
@@ -55,7 +54,7 @@ static int32_t procesa(const char *servicio, uint32_t id_comando, comando *conte
     if (id_salida == 0
         || ivrexa_set_datos_salida_comando(servicio, id_comando, id_salida, texto1, texto2, texto3) != CIERTO)
         return ivrexa_resultado_ERROR;
-    printf("\nsent suma=%g bytes=%u and the three texts, output block %u\n", a + b, tam, id_salida);
+    printf("sent suma=%g bytes=%u and the three texts, output block %u\n", a + b, tam, id_salida);
     ++*(int *)datos_externos;
     return ivrexa_resultado_OK;
 }

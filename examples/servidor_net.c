@@ -20,14 +20,14 @@ static comdat *s_salida;                    /* the last command's output: its cl
  * reads as 0 or NULL. Numbers first: they are checked against where the last text or buffer was read. */
 static comdat *calcula(comdat *entrada)
 {
-    wchar_t saludo[128];
+    wchar_t saludo[128] = L"Hola, ";
     uint32_t a = ivrexa_dame_ulong(entrada, 0);             /* values are found by position */
     double b = ivrexa_dame_double(entrada, 1);
     const char *nombre = ivrexa_dame_cadena_ansi(entrada, 3);
     uint32_t tam = 0;
     const void *bytes = ivrexa_dame_buffer(entrada, 4, &tam);
-    printf("got  a=%u b=%g nombre=\"%s\" bytes=%u\n", a, b, nombre != NULL ? nombre : "", tam);
-    swprintf(saludo, 128, L"Hola, %.99hs", nombre != NULL ? nombre : "");
+    printf("got  a=%u b=%g bytes=%u\n", a, b, tam);
+    MultiByteToWideChar(CP_ACP, 0, nombre != NULL ? nombre : "", -1, saludo + 6, 100);
     comdat *salida = ivrexa_crea_datos_comando_salida(s_servicio);
     ivrexa_graba_double(salida, "suma", a + b);
     ivrexa_graba_cadena_unicode(salida, "saludo", saludo);

@@ -10,7 +10,6 @@
 #include <string>
 
 #include <windows.h>
-
 #include "ivrexa.h"
 
 constexpr uint32_t COMANDO_ECO = 100;       // ids below 100 are the library's
@@ -23,6 +22,15 @@ static std::string en_utf8(const wchar_t *texto)
     return tam != 0 ? utf8 : "?";
 }
 
+static std::wstring en_ancho(const char *ansi)
+{
+    std::string texto = ansi != nullptr ? ansi : "";
+    std::wstring ancho(texto.size(), L'\0');        // never more characters than bytes
+    int tam = static_cast<int>(texto.size());
+    ancho.resize(MultiByteToWideChar(CP_ACP, 0, texto.c_str(), tam, &ancho[0], tam));
+    return ancho;
+}
+
 // Makes the output from the input. Another program wrote it, so expect anything: a value of another type
 // reads as 0 or NULL. Numbers first: they are checked against where the last text or buffer was read.
 static comdat *calcula(const char *servicio, comdat *entrada)
@@ -30,16 +38,11 @@ static comdat *calcula(const char *servicio, comdat *entrada)
     uint32_t num_palabras = 0, tam = 0;
     uint32_t a = ivrexa_dame_ulong(entrada, 0);         // values are found by position
     double b = ivrexa_dame_double(entrada, 1);
-    const char *const *palabras = ivrexa_dame_arr_cadenas_ansi(entrada, 2, &num_palabras);
-    const char *leido = ivrexa_dame_cadena_ansi(entrada, 3);
-    std::string nombre = leido != nullptr ? leido : "";
+    ivrexa_dame_arr_cadenas_ansi(entrada, 2, &num_palabras);
+    std::wstring saludo = L"Hola, " + en_ancho(ivrexa_dame_cadena_ansi(entrada, 3));
     const void *bytes = ivrexa_dame_buffer(entrada, 4, &tam);
-    printf("got  a=%u b=%g nombre=\"%s\" bytes=%u palabras=", a, b, nombre.c_str(), tam);
-    for (uint32_t i = 0; i < num_palabras; i++)
-        printf("%s%s", i > 0 ? "," : "", palabras[i]);
-    printf("\n");
-
-    std::wstring saludo = L"Hola, " + std::wstring(nombre.begin(), nombre.end());
+    printf("got  a=%u b=%g bytes=%u palabras=%u \"%s\"\n", a, b, tam, num_palabras,
+           en_utf8(saludo.c_str()).c_str());
     comdat *salida = ivrexa_crea_datos_comando_salida(servicio);
     ivrexa_graba_double(salida, "suma", a + b);
     ivrexa_graba_cadena_unicode(salida, "saludo", saludo.c_str());
@@ -89,9 +92,7 @@ int main(int argc, char **argv)
     ivrexa_registra_servidor(argv[0], nullptr, servicio, VERSION, &num_comandos, procesa);
     ivrexa_terminado_registro();                    // from here on clients find the service
     printf("ready: %s\n", servicio);
-
-    ivrexa_espera_comando_terminar_servidor();        // until a client calls ivrexa_terminar_servidor
-
+    ivrexa_espera_comando_terminar_servidor();      // until a client calls ivrexa_terminar_servidor
     ivrexa_cierra_sesion();
     printf("ended after %d commands\n", num_comandos.load());
     return 0;

@@ -26,7 +26,7 @@ static void anota(HWND lista, const wchar_t *linea)
 static int32_t procesa(const char *servicio, uint32_t id_comando, comando *contexto, void *datos_externos)
 {
     comdat *entrada = contexto->datos_entrada;              /* NULL without input; the library destroys it */
-    wchar_t texto1[64], texto2[256], texto3[256], saludo[128], linea[1024];
+    wchar_t texto1[64], texto2[256], texto3[256], saludo[128] = L"Hola, ", linea[1024];
     if (id_comando != COMANDO_ECO || entrada == NULL || ivrexa_numero_valores(entrada) != 5
         || ivrexa_get_datos_entrada_comando(servicio, id_comando, NULL, texto1, texto2, texto3) != CIERTO)
         return ivrexa_resultado_ERROR;                      /* so the client sees that we refuse it */
@@ -38,7 +38,7 @@ static int32_t procesa(const char *servicio, uint32_t id_comando, comando *conte
     double b = ivrexa_dame_double(entrada, 1);
     const char *nombre = ivrexa_dame_cadena_ansi(entrada, 3);
     const void *bytes = ivrexa_dame_buffer(entrada, 4, &tam);
-    swprintf(saludo, 128, L"Hola, %.99hs", nombre != NULL ? nombre : "");
+    MultiByteToWideChar(CP_ACP, 0, nombre != NULL ? nombre : "", -1, saludo + 6, 100);
     swprintf(linea, 1024, L"got  a=%u b=%g, \"%ls\", %u bytes, texts \"%ls\" \"%ls\" \"%ls\"", a, b,
              saludo, tam, texto1, texto2, texto3);
     anota((HWND)datos_externos, linea);        /* main gave it to ivrexa_registra_servidor */

@@ -96,7 +96,7 @@ const lineas GOT_TODO = {
     "got  text \"corto\"",
     "got  text \"a\xC3\xB1o nuevo\"",
     "got  text \"tercer texto\"",
-    "got  a=40 b=2.5 nombre=\"mundo\" bytes=1000 palabras=uno,dos,tres",
+    "got  a=40 b=2.5 bytes=1000 palabras=3 \"Hola, mundo\"",
 };
 const std::string SENT_TODO = "sent suma=42.5 bytes=1000 and the three texts, output block ";
 const std::string GOT_VENTANA = "got  a=40 b=2.5, \"Hola, mundo\", 1000 bytes, texts \"corto\" "
@@ -305,7 +305,7 @@ TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_de_consola)
 TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_net)
 {
     cruzan_los_dos("servidor_net",
-                   dos_veces({"got  a=40 b=2.5 nombre=\"mundo\" bytes=1000"},
+                   dos_veces({"got  a=40 b=2.5 bytes=1000"},
                              "sent the sum, a greeting, the bytes and the three texts, output block ",
                              "ended"));
 }
@@ -515,6 +515,52 @@ uint32_t entrada_de(const std::string &servicio, int num, tipoDato tipo)
     return ivrexa_guarda_datos(entrada);
 }
 
+}
+
+// A name beyond ASCII, and one that no fixed buffer holds.
+namespace {
+
+std::wstring saludo_para(const std::string &servicio, const std::string &nombre)
+{
+    comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
+    ivrexa_graba_ulong(entrada, "a", 1);
+    ivrexa_graba_double(entrada, "b", 1);
+    ivrexa_graba_arr_cadenas_ansi(entrada, "palabras", nullptr, 0);
+    ivrexa_graba_cadena_ansi(entrada, "nombre", nombre.c_str());
+    ivrexa_graba_buffer(entrada, "bytes", nullptr, 0);
+    uint32_t id_salida = 0;
+    EXPECT_EQ(ivrexa_ejecuta_comando(servicio.c_str(), 100, 0, ivrexa_guarda_datos(entrada), nullptr, nullptr,
+                                     nullptr, &id_salida, nullptr, nullptr, nullptr), 1u) << servicio;
+    ivrexa_destruye_datos_comando(entrada);
+    comdat *salida = ivrexa_lee_datos(servicio.c_str(), id_salida, FALSO);
+    const wchar_t *saludo = salida != nullptr ? ivrexa_dame_cadena_unicode(salida, 1) : nullptr;
+    std::wstring texto = saludo != nullptr ? saludo : L"no greeting";
+    if (salida != nullptr)
+        ivrexa_destruye_datos_comando(salida);
+    return texto;
+}
+
+}
+
+TEST(ejemplos, cada_servidor_saluda_con_nombres_que_no_son_ascii_o_son_muy_largos)
+{
+    const char *const nombres[] = {"servidor_ventana", "servidor_sin_ventana", "servidor_consola",
+                                   "servidor_net"};
+    std::vector<std::pair<std::string, papel>> servidores;
+    for (const char *nombre : nombres) {
+        std::string servicio = nombre_unico("Raro");
+        servidores.emplace_back(servicio, arranca_listo(nombre, servicio));
+        ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
+    }
+    Sleep(2500);
+    for (auto &[servicio, servidor] : servidores) {
+        EXPECT_EQ(saludo_para(servicio, "Bego\xF1" "a"), L"Hola, Bego\u00F1a") << servicio;
+        EXPECT_EQ(saludo_para(servicio, std::string(1000, 'x')).substr(0, 7), L"Hola, x") << servicio;
+        ivrexa_terminar_servidor(servicio.c_str());
+    }
+    ivrexa_cierra_sesion();
+    for (auto &[servicio, servidor] : servidores)
+        EXPECT_EQ(servidor.espera_fin(30000), 0u) << servicio;
 }
 
 // What does not fit is refused, values of other types read as nothing, and the server serves on. The client is
