@@ -26,8 +26,9 @@
  *   Memory     you free nothing that the library returns. Command data is yours from its creation to
  *              ivrexa_destruye_datos_comando; what its readers return lives as long as it does. When memory runs out,
  *              any call may raise the system's exception for that.
- *   Threads    any thread, unless said otherwise. Registration and ivrexa_cierra_sesion belong to the main thread;
- *              one container of command data belongs to one thread at a time.
+ *   Threads    any thread, unless said otherwise. Registration and ivrexa_cierra_sesion belong to the main thread:
+ *              that of the program's window, or any one without; no two of these calls at a time.
+ *              One container of command data belongs to one thread at a time.
  *
  * The library is a 64-bit one. Clean in C11 and C++17; <windows.h> is not needed and may come before or after. */
 #ifndef IVREXA_H
