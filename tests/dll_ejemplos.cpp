@@ -502,6 +502,20 @@ TEST(ejemplos, salida_de_otros_tipos_se_descubre_y_el_servidor_sigue)
 
 namespace {
 
+// All kinds of servers, each with a service of its own. This process is the client of each, and has lived for a
+// heartbeat, since one of them has no window.
+std::vector<std::pair<std::string, papel>> arranca_los_cuatro()
+{
+    std::vector<std::pair<std::string, papel>> servidores;
+    for (const char *nombre : {"servidor_ventana", "servidor_sin_ventana", "servidor_consola", "servidor_net"}) {
+        std::string servicio = nombre_unico("Raro");
+        servidores.emplace_back(servicio, arranca_listo(nombre, servicio));
+        ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
+    }
+    Sleep(2500);
+    return servidores;
+}
+
 // Input of `num` values of `tipo`; its stored id. The container lives as long as the test.
 uint32_t entrada_de(const std::string &servicio, int num, tipoDato tipo)
 {
@@ -515,11 +529,7 @@ uint32_t entrada_de(const std::string &servicio, int num, tipoDato tipo)
     return ivrexa_guarda_datos(entrada);
 }
 
-}
-
-// A name beyond ASCII, and one that no fixed buffer holds.
-namespace {
-
+// What a server greets this name with.
 std::wstring saludo_para(const std::string &servicio, const std::string &nombre)
 {
     comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
@@ -542,17 +552,10 @@ std::wstring saludo_para(const std::string &servicio, const std::string &nombre)
 
 }
 
+// A name beyond ASCII, and one that no fixed buffer holds.
 TEST(ejemplos, cada_servidor_saluda_con_nombres_que_no_son_ascii_o_son_muy_largos)
 {
-    const char *const nombres[] = {"servidor_ventana", "servidor_sin_ventana", "servidor_consola",
-                                   "servidor_net"};
-    std::vector<std::pair<std::string, papel>> servidores;
-    for (const char *nombre : nombres) {
-        std::string servicio = nombre_unico("Raro");
-        servidores.emplace_back(servicio, arranca_listo(nombre, servicio));
-        ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
-    }
-    Sleep(2500);
+    std::vector<std::pair<std::string, papel>> servidores = arranca_los_cuatro();
     for (auto &[servicio, servidor] : servidores) {
         EXPECT_EQ(saludo_para(servicio, "Bego\xF1" "a"), L"Hola, Bego\u00F1a") << servicio;
         EXPECT_EQ(saludo_para(servicio, std::string(1000, 'x')).substr(0, 7), L"Hola, x") << servicio;
@@ -563,19 +566,10 @@ TEST(ejemplos, cada_servidor_saluda_con_nombres_que_no_son_ascii_o_son_muy_largo
         EXPECT_EQ(servidor.espera_fin(30000), 0u) << servicio;
 }
 
-// What does not fit is refused, values of other types read as nothing, and the server serves on. The client is
-// this process; it waits for its heartbeat once, since one of the servers has no window.
+// What does not fit is refused, values of other types read as nothing, and the server serves on.
 TEST(ejemplos, cada_servidor_rehusa_lo_que_no_entiende_y_sigue)
 {
-    const char *const nombres[] = {"servidor_ventana", "servidor_sin_ventana", "servidor_consola",
-                                   "servidor_net"};
-    std::vector<std::pair<std::string, papel>> servidores;
-    for (const char *nombre : nombres) {
-        std::string servicio = nombre_unico("Raro");
-        servidores.emplace_back(servicio, arranca_listo(nombre, servicio));
-        ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
-    }
-    Sleep(2500);
+    std::vector<std::pair<std::string, papel>> servidores = arranca_los_cuatro();
     for (auto &[servicio, servidor] : servidores) {
         EXPECT_EQ(ejecuta(servicio, 101, entrada_de(servicio, 5, ivrexa_tipoDato_byte)), 3u) << servicio;
         EXPECT_EQ(ejecuta(servicio, 100, 0), 3u) << servicio << ": no input";
