@@ -1,5 +1,6 @@
 // comun_leido.cpp - another program's block, looked at: nothing is written, nothing is left behind.
 #include <algorithm>
+#include <cstring>
 
 #include <gtest/gtest.h>
 
@@ -12,20 +13,6 @@
 
 using herramientas::bloque_leido;
 using herramientas::bloques_que_empiezan_por;
-
-// ROLE "escribe_sin_parar", block: writes 4000 bytes of one value after the other over its data for as long as it
-// lives.
-PAPEL(escribe_sin_parar)
-{
-    bloque_crudo bloque(args[0].c_str(), 4000);
-    volatile uint8_t *datos = bloque.datos();
-    yo.di("LISTO");
-    for (uint8_t n = 0; yo.escucha(0) == std::nullopt; n++)
-        for (int vez = 0; vez < 200; vez++)
-            for (int i = 0; i < 4000; i++)
-                datos[i] = static_cast<uint8_t>(n + vez);
-    return 0;
-}
 
 // ROLE "guarda", block: holds it until it is told to let go.
 PAPEL(guarda)
@@ -184,19 +171,27 @@ TEST(leido, mantiene_el_bloque_mientras_vive_y_nada_mas)
     EXPECT_FALSE(existe_bloque(nombre.c_str()));
 }
 
-TEST(leido, bajo_quien_escribe_sin_parar_la_copia_termina_y_lo_dice)
+TEST(leido, quien_escribe_sin_parar_deja_una_copia_que_se_dice_rota)
 {
-    std::string nombre = nombre_unico("movido");
-    papel otro = arranca_papel("escribe_sin_parar", {nombre});
-    bloque_leido leido(nombre);
-    ASSERT_TRUE(leido.abierto());
-    uint8_t copia[4000];
-    // A busy machine may let the writer rest during a copy.
-    EXPECT_TRUE(espera_hasta([&] { return !leido.copia(copia, sizeof copia); }, 10000))
-        << "nobody would be told that a copy may be torn";
-    otro.di("ACABA");
-    EXPECT_EQ(otro.espera_fin(10000), 0u);
-    EXPECT_TRUE(leido.copia(copia, sizeof copia)) << "once it rests";
+    uint32_t copia = 0, escrito = 0;
+    EXPECT_FALSE(herramientas::copia_quieta(&copia, sizeof copia, [&](void *destino) {
+        ++escrito;
+        memcpy(destino, &escrito, sizeof escrito);
+    }));
+    EXPECT_EQ(escrito, 51u) << "it does not go on for ever";
+    EXPECT_EQ(copia, 51u) << "the last one";
+}
+
+TEST(leido, quien_deja_de_escribir_deja_una_copia_entera)
+{
+    uint32_t copia = 0, escrito = 0, veces = 0;
+    EXPECT_TRUE(herramientas::copia_quieta(&copia, sizeof copia, [&](void *destino) {
+        veces++;
+        escrito = std::min(escrito + 1, 50u);
+        memcpy(destino, &escrito, sizeof escrito);
+    }));
+    EXPECT_EQ(copia, 50u);
+    EXPECT_EQ(veces, 51u);
 }
 
 // ---- Names

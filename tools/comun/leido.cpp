@@ -70,14 +70,17 @@ bool bloque_leido::copia(void *destino, size_t num) const
 {
     if (!abierto() || num > tam())
         return false;
-    if (num == 0)
-        return true;
+    return num == 0 || copia_quieta(destino, num, [&](void *copia) { memcpy(copia, datos(), num); });
+}
+
+bool copia_quieta(void *destino, size_t num, const std::function<void(void *)> &lee)
+{
     std::vector<uint8_t> antes(num);
-    memcpy(destino, datos(), num);
+    lee(destino);
     for (int n = 0; n < NUM_COPIAS; n++) {
         memcpy(antes.data(), destino, num);
         std::atomic_thread_fence(std::memory_order_seq_cst); // the second copy is read anew
-        memcpy(destino, datos(), num);
+        lee(destino);
         if (memcmp(antes.data(), destino, num) == 0)
             return true;
     }

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,9 @@ private:
     const uint8_t *m_vista = nullptr;
     size_t m_tam_vista = 0;
 };
+
+// Lets `lee` fill the `num` bytes again and again, until two fillings in a row agree. False: no two of 51 did.
+bool copia_quieta(void *destino, size_t num, const std::function<void(void *)> &lee);
 
 // Names of the session's blocks that begin so, in order; empty where the system does not tell.
 std::vector<std::string> bloques_que_empiezan_por(const std::string &prefijo);
