@@ -11,8 +11,7 @@
 
 #include "sistema.h"
 
-namespace reventar
-{
+namespace reventar {
 
 enum modo : uint32_t {
     LEE_NULO = 200,

@@ -120,8 +120,7 @@ TEST_F(doctor, no_cambia_ni_deja_nada)
 
 // ---- At full speed
 
-class doctor_con_trafico : public doctor, public ::testing::WithParamInterface<const char *>
-{
+class doctor_con_trafico : public doctor, public ::testing::WithParamInterface<const char *> {
 };
 
 TEST_P(doctor_con_trafico, comandos_a_toda_velocidad_no_son_problemas)

@@ -35,8 +35,7 @@ PAPEL(vigia)
     return 0;
 }
 
-class doctor_de_servidores : public doctor, public ::testing::WithParamInterface<const char *>
-{
+class doctor_de_servidores : public doctor, public ::testing::WithParamInterface<const char *> {
 protected:
     bool de_ventana() const { return std::string(GetParam()) != "sin_ventana"; }
 };

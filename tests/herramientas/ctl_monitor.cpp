@@ -81,8 +81,7 @@ static DWORD pid_del_monitor()
     return pid;
 }
 
-class suspendido
-{
+class suspendido {
 public:
     explicit suspendido(DWORD pid) : m_proceso(OpenProcess(PROCESS_ALL_ACCESS, FALSE, pid))
     {
@@ -153,8 +152,7 @@ static std::vector<std::string> acaba_monitor(herramienta &monitor, uint32_t cod
 }
 
 // The library's objects live while somebody holds them: the tests' process holds the registry.
-class ctl_monitor : public ::testing::Test
-{
+class ctl_monitor : public ::testing::Test {
 protected:
     void SetUp() override
     {

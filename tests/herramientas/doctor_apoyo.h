@@ -83,8 +83,7 @@ inline void comprueba_dice(const diagnostico &d, const std::string &id, const st
 }
 
 // Bytes of a block for as long as the object lives, then what was there.
-class retoque
-{
+class retoque {
 public:
     retoque(bloque_crudo *bloque, size_t despl, const std::vector<uint8_t> &bytes)
         : m_bloque(bloque), m_despl(despl), m_antes(bloque->bytes(despl, bytes.size()))
@@ -151,8 +150,7 @@ inline uint32_t id_de(const bloque_crudo &registro, const papel &p)
 }
 
 // Tests whose desktop begins empty.
-class doctor : public ::testing::Test
-{
+class doctor : public ::testing::Test {
 protected:
     void SetUp() override { vacia_registro(); }
     const std::string servicio = nombre_unico("serv");

@@ -3,8 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 
-namespace herramientas
-{
+namespace herramientas {
 
 static const uint64_t SIN_MAS_100NS = 500 * 10000ull; // a piece takes some milliseconds; a suspended program longer
 static const size_t MAX_LINEA = 64u << 10;

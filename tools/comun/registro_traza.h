@@ -21,8 +21,7 @@
 #include <utility>
 #include <vector>
 
-namespace herramientas
-{
+namespace herramientas {
 
 struct registro_traza {
     enum class clase { linea, inicio, fin, otro };
@@ -46,8 +45,7 @@ struct registro_traza {
 
 // Pieces to records. `toma` is called with each record once it is whole: when something else of its program follows, or
 // nothing did for a while.
-class junta_registros
-{
+class junta_registros {
 public:
     // A program is known by its first record; until then what it writes waits, and is dropped if it never writes one.
     // With `todos` everything is taken.
@@ -94,8 +92,7 @@ private:
 };
 
 // Commands from record to record.
-class empareja_comandos
-{
+class empareja_comandos {
 public:
     struct abierto {
         uint32_t pid;

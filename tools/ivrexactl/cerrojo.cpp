@@ -5,8 +5,7 @@
 
 #include "orden.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 static const DWORD PLAZO_REGISTRO_MS = 5000;
 

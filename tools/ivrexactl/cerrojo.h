@@ -6,15 +6,13 @@
 
 #include "iv_mcserv.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 iv_mcbase_t registro_ahora(); // all zeros where there is none; throws where its size is wrong
 
 // The registry's own mutex, which the library waits for without a bound. Throws where a program holds it for 5 s, or
 // until the end is asked for. Where there is no registry there is nothing to hold.
-class cerrojo_registro
-{
+class cerrojo_registro {
 public:
     cerrojo_registro();
     ~cerrojo_registro();

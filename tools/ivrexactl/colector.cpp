@@ -8,8 +8,7 @@
 
 #include "orden.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 static const DWORD TAM_BUFFER = 4096;
 static const size_t MAX_SIN_TOMAR = 200000; // beyond that, writers wait

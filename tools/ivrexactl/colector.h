@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 struct trozo_depurado {
     uint32_t pid = 0;
@@ -20,8 +19,7 @@ struct trozo_depurado {
     std::string texto;       // ANSI
 };
 
-class colector
-{
+class colector {
 public:
     colector();  // throws fallo: another collector is at it
     ~colector(); // ends it

@@ -6,8 +6,7 @@
 
 #include "comun/texto.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using herramientas::entre_comillas;
 

@@ -4,8 +4,7 @@
 
 #include <string>
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 // For CLI11's check(): "" where the text is right, else what is wrong with it.
 std::string es_tiempo(const std::string &texto);  // seconds, more than 0

@@ -5,8 +5,7 @@
 
 #include "doctor_informe.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 
@@ -21,8 +20,7 @@ static const char *const PIE =
     "before the end.\n\n"
     "Example: ivrexactl doctor --json";
 
-namespace
-{
+namespace {
 
 int ejecuta(bool como_json, bool sin_espera)
 {

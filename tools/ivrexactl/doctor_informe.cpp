@@ -4,13 +4,11 @@
 
 #include "comun/texto.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 
-namespace
-{
+namespace {
 
 struct cuentas {
     size_t problemas = 0, notas = 0, programas = 0, servicios = 0;

@@ -9,8 +9,7 @@
 
 #include "doctor_reglas.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 // Without the end of its last line, which is the summary.
 std::string informe_texto(const consulta &c, const std::vector<hallazgo> &hallazgos);

@@ -14,13 +14,11 @@
 
 #include "orden.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 
-namespace
-{
+namespace {
 
 const uint32_t PASO_MS = 15;    // between two glances at what is under way
 const uint32_t MIRADA_MS = 200; // between two looks at everything
@@ -129,8 +127,7 @@ std::set<std::string> bloques_que_faltan(const escritorio_visto &e)
 
 // ---- Looks
 
-class observador
-{
+class observador {
 public:
     explicit observador(consulta *c) : m_c(c) {}
 

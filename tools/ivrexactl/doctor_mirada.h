@@ -12,8 +12,7 @@
 
 #include "comun/mirada.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 struct bloque_de_datos {
     std::string servicio_ansi;

@@ -7,8 +7,7 @@
 
 #include "doctor_mirada.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 enum class gravedad { nota, problema };
 

@@ -7,8 +7,7 @@
 
 #include "comun/texto.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 

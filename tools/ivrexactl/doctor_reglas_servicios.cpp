@@ -7,8 +7,7 @@
 
 #include "iv_mcserv.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 

@@ -5,8 +5,7 @@
 
 #include "orden.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 static const size_t MAX_SIN_ESCRIBIR = 64u << 20;
 static const size_t TAM_TROZO = 4096; // of so much a reader that goes on takes some in a while

@@ -10,11 +10,9 @@
 #include <string>
 #include <thread>
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
-class escritor
-{
+class escritor {
 public:
     explicit escritor(FILE *fichero); // the caller's, and open as long as we live
     ~escritor();                      // ends the process where the thread cannot be ended; see acaba

@@ -17,13 +17,11 @@
 
 #include "ivrexa.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 
-namespace
-{
+namespace {
 
 struct opciones {
     std::vector<std::string> servicios, clases;
@@ -86,8 +84,7 @@ void pon_valores(json *j, const std::optional<contenido> &c)
 }
 
 // Takes the events, and counts them.
-class sesion
-{
+class sesion {
 public:
     explicit sesion(const opciones &o) : m_opciones(o)
     {

@@ -14,13 +14,11 @@
 #include "comun/vigia.h"
 #include "escritor.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 using namespace herramientas;
 
-namespace
-{
+namespace {
 
 struct opciones {
     std::vector<uint32_t> pids; // none: all
@@ -30,8 +28,7 @@ struct opciones {
 };
 
 // Names of programs by their process ids. A process that is known stays open, so that no other gets its id meanwhile.
-class nombres_de_programas
-{
+class nombres_de_programas {
 public:
     ~nombres_de_programas()
     {
@@ -81,8 +78,7 @@ std::string nota_de(const registro_traza &r)
     }
 }
 
-class recogida
-{
+class recogida {
 public:
     explicit recogida(const opciones &o) : m_opciones(o), m_junta(o.todos, [this](registro_traza &r) { recibe(r); }) {}
 
@@ -159,8 +155,7 @@ std::string recogida::resumen()
 }
 
 // Closed with the object, where it is not the standard output.
-class fichero
-{
+class fichero {
 public:
     explicit fichero(const std::string &nombre)
         : m_nombre(nombre), m_fichero(nombre.empty() ? stdout : _wfopen(a_ancho(nombre).c_str(), L"wb"))

@@ -2,8 +2,7 @@
 
 #include "orden.h"
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
 static const DWORD GRACIA_MS = 2000;
 

@@ -9,11 +9,9 @@
 
 #include <windows.h>
 
-namespace ivrexactl
-{
+namespace ivrexactl {
 
-class vela_monitor
-{
+class vela_monitor {
 public:
     vela_monitor();
     ~vela_monitor();
