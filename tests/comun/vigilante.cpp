@@ -136,6 +136,8 @@ void vigila()
 {
     s_u.SetWinEventHook(EVENT_OBJECT_CREATE, EVENT_OBJECT_CREATE, nullptr, ventana_creada,
                         GetCurrentProcessId(), 0, WINEVENT_OUTOFCONTEXT);
+    // The first wait opens the queue's handles: who counts handles must not see them come.
+    s_u.MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT);
     for (;;) {
         MSG msg;
         while (s_u.PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
