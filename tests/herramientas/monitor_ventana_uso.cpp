@@ -173,9 +173,10 @@ static std::string ruta_nueva(const char *final)
 static std::string contenido_de(const std::string &ruta)
 {
     std::string texto;
-    HANDLE fichero =
-        CreateFileW(de_utf8(ruta).c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr);
-    EXPECT_NE(fichero, INVALID_HANDLE_VALUE) << ruta;
+    // Who moves the file here has it open, to delete it where it was, for a moment after it has its name.
+    const DWORD COMPARTE = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    HANDLE fichero = CreateFileW(de_utf8(ruta).c_str(), GENERIC_READ, COMPARTE, nullptr, OPEN_EXISTING, 0, nullptr);
+    EXPECT_NE(fichero, INVALID_HANDLE_VALUE) << ruta << ": error " << GetLastError();
     char trozo[4096];
     for (DWORD num = 0; ReadFile(fichero, trozo, sizeof trozo, &num, nullptr) && num > 0;)
         texto.append(trozo, num);
