@@ -116,9 +116,7 @@ TEST_F(monitor_ventana_sesion, con_replace_ocupa_el_lugar_y_el_desbancado_lo_dic
     acaba(servidor);
     segundo.espera_filas(ID_LISTA_ACTIVIDADES, 2);
     segundo.cierra();
-    primero.pon_delante();
-    pulsa({VK_CONTROL, 'M'});
-    primero.espera_estado("watching");
+    primero.pulsa_hasta_estado({VK_CONTROL, 'M'}, "watching");
     EXPECT_EQ(pid_del_monitor(), primero.pid());
     papel tercero = arranca_servidor("ventana", servicio());
     primero.espera_suceso("service offered");

@@ -125,6 +125,9 @@ public:
             return "no window";
         for (const std::string &parte : barra())
             texto += "[" + parte + "] ";
+        HWND delante = GetForegroundWindow(), caja = ventana_de(pid(), L"#32770");
+        texto += delante == m_hwnd ? "in front" : "not in front";
+        texto += caja != nullptr ? "; a box:\n" + texto_de_caja(caja) : "";
         lista_ajena l = actividades();
         for (int i = std::max(0, l.num_filas() - 30); i < l.num_filas(); i++) {
             texto += "\n";
@@ -135,6 +138,17 @@ public:
     }
 
     void pon_delante() { ::pon_delante(m_hwnd); }
+    // Presses the keys again as long as that does not come: where a window of another program has just gone, the window
+    // system may take the front away from this one once more.
+    void pulsa_hasta_estado(const std::vector<WORD> &teclas, const std::string &texto, lugar donde = lugar::aqui())
+    {
+        for (int i = 0; i < 3 && estado() != texto; i++) {
+            pon_delante();
+            pulsa(teclas);
+            espera_hasta([&] { return estado() == texto; }, 5000);
+        }
+        espera_estado(texto, donde);
+    }
     int id_con_foco() const { return GetDlgCtrlID(::con_foco(m_hwnd)); }
     void espera_foco(int id, lugar donde = lugar::aqui())
     {
