@@ -31,18 +31,29 @@ inline std::ostream &operator<<(std::ostream &salida, const manejadores &m)
     return salida << m.bloques << " blocks, " << m.mutexes << " mutexes, " << m.hilos << " threads";
 }
 
-// What kind of object a handle is, "" for none: "Section", "Mutant", "Thread"...
-inline std::wstring tipo_de_manejador(HANDLE manejador)
+// The text that the system gives of a handle's object, 1 its name, 2 its kind; "" for none and for no handle.
+inline std::wstring texto_de_manejador(HANDLE manejador, int que)
 {
     using consulta = LONG(WINAPI *)(HANDLE, int, void *, ULONG, ULONG *);
     static const consulta pregunta = reinterpret_cast<consulta>(
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryObject")));
-    alignas(8) uint8_t datos[512];
+    alignas(8) uint8_t datos[2048];
     DWORD marcas;
-    if (!GetHandleInformation(manejador, &marcas) || pregunta(manejador, 2, datos, sizeof datos, nullptr) < 0)
+    if (!GetHandleInformation(manejador, &marcas) || pregunta(manejador, que, datos, sizeof datos, nullptr) < 0)
         return L"";
-    const UNICODE_STRING *nombre = reinterpret_cast<const UNICODE_STRING *>(datos);
-    return std::wstring(nombre->Buffer, nombre->Length / 2);
+    const UNICODE_STRING *texto = reinterpret_cast<const UNICODE_STRING *>(datos);
+    return std::wstring(texto->Buffer, texto->Length / 2);
+}
+
+// "Section", "Mutant", "Thread"...
+inline std::wstring tipo_de_manejador(HANDLE manejador)
+{
+    return texto_de_manejador(manejador, 2);
+}
+
+inline std::wstring nombre_de_manejador(HANDLE manejador)
+{
+    return texto_de_manejador(manejador, 1);
 }
 
 inline manejadores cuenta_por_tipo()

@@ -71,19 +71,6 @@ TEST(leido, no_se_puede_escribir_a_traves_de_el)
         << "the mapping itself has no write access";
 }
 
-// "" for none, and for what another thread has closed meanwhile.
-static std::string nombre_de_manejador(HANDLE manejador)
-{
-    using consulta = LONG(WINAPI *)(HANDLE, int, void *, ULONG, ULONG *);
-    consulta pregunta = reinterpret_cast<consulta>(
-        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQueryObject")));
-    alignas(8) uint8_t datos[2048];
-    if (pregunta(manejador, 1, datos, sizeof datos, nullptr) < 0)
-        return "";
-    const UNICODE_STRING *nombre = reinterpret_cast<const UNICODE_STRING *>(datos);
-    return a_utf8(std::wstring(nombre->Buffer, nombre->Length / 2));
-}
-
 // Handles of the kinds that a look at blocks makes: what it opens has a name. Others come and go, such as the sections
 // of the libraries that the window system's threads load.
 static std::vector<std::string> lo_que_esta_abierto()
@@ -91,9 +78,9 @@ static std::vector<std::string> lo_que_esta_abierto()
     std::vector<std::string> abiertos;
     for (uintptr_t i = 1; i < 4096; i++) {
         HANDLE manejador = reinterpret_cast<HANDLE>(i * 4);
-        std::string tipo = a_utf8(tipo_de_manejador(manejador)), nombre = nombre_de_manejador(manejador);
-        if ((tipo == "Section" || tipo == "Directory") && !nombre.empty())
-            abiertos.push_back(tipo + " " + nombre);
+        std::wstring tipo = tipo_de_manejador(manejador), nombre = nombre_de_manejador(manejador);
+        if ((tipo == L"Section" || tipo == L"Directory") && !nombre.empty())
+            abiertos.push_back(a_utf8(tipo + L" " + nombre));
     }
     return abiertos;
 }
