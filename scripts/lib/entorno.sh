@@ -386,6 +386,7 @@ toma_prefijo_libre()
     prefijo=$ALMACEN/prefijo-$n
     toma_prefijo "$prefijo"
     [[ -e $prefijo/completa ]] || copia_plantilla "$prefijo"
+    renueva_registro "$prefijo"
     mkdir "$carpeta"
     ln -s "$prefijo" "$carpeta/prefijo"
 }
@@ -399,6 +400,12 @@ copia_plantilla()
     cp -al "$plantilla/drive_c" "$1/"
     cp -a "$plantilla/dosdevices" "$plantilla"/*.reg "$plantilla/.update-timestamp" "$1/"
     touch "$1/completa"
+}
+
+# Puts back the registry of a prefix that nothing runs in: a program that was killed may have left it changed.
+renueva_registro()
+{
+    cp -a "${1%/*}"/plantilla/*.reg "$1/"
 }
 
 # Starts an X server for the k-th prefix on a display that it finds free itself.
@@ -422,10 +429,13 @@ arranca_servidor()
     (en_prefijo "$1" sustituye_aparte INT "$WINESERVER" -f -p) </dev/null >/dev/null 2>&1 &
 }
 
-# Makes a prefix as new for the next program: ends what an earlier one has left running in it.
+# Makes a prefix as new for the next program: ends what an earlier one has left running in it, and forgets its settings.
 reinicia_prefijo()
 {
-    vacia_prefijo "$(readlink "$IVREXA_SESION/$1/prefijo")"
+    local prefijo
+    prefijo=$(readlink "$IVREXA_SESION/$1/prefijo")
+    vacia_prefijo "$prefijo"
+    renueva_registro "$prefijo"
     (en_prefijo "$1" sustituye "$WINESERVER" -p) </dev/null >/dev/null 2>&1
     calienta "$1" "$1"
 }
