@@ -156,6 +156,27 @@ TEST_F(monitor_teclado, copiar_sin_nada_elegido_deja_el_portapapeles_como_esta)
     m.cierra();
 }
 
+TEST_F(monitor_teclado, copiar_espera_a_quien_tiene_el_portapapeles_un_momento)
+{
+    const DWORD UN_MOMENTO_MS = 150;            // of the second for which it tries
+    monitor_vivo m;
+    papel servidor = arranca_servidor("ventana", servicio());
+    m.espera_filas(ID_LISTA_ACTIVIDADES, 1);
+    pon_en_portapapeles(L"of before");
+    m.pon_delante();
+    pulsa({VK_CONTROL, 'A'});
+    m.espera([&] { return m.actividades().primera_elegida() == 0; }, "the row to be selected");
+    ASSERT_TRUE(espera_hasta([] { return OpenClipboard(nullptr) != FALSE; }, 5000));
+    pulsa({VK_CONTROL, 'C'});
+    Sleep(UN_MOMENTO_MS);
+    CloseClipboard();
+    m.espera([&] { return portapapeles().find("\tserver\tservice offered\t" + servicio()) != std::string::npos; },
+             "the copy");
+    EXPECT_EQ(ventana_de(m.pid(), L"#32770"), nullptr);
+    acaba(servidor);
+    m.cierra();
+}
+
 TEST_F(monitor_teclado, con_ctrl_y_flechas_se_eligen_filas_que_no_son_seguidas)
 {
     monitor_vivo m;

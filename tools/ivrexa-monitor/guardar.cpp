@@ -143,9 +143,21 @@ static HGLOBAL copia_en_memoria(const std::wstring &texto)
     return memoria;
 }
 
+// Programs that keep a history of the clipboard open it whenever it changes, each for a moment.
+static bool abre_portapapeles(HWND hwnd)
+{
+    const int PASO_MS = 20, MAX_PASOS = 50;
+    for (int i = 0; i < MAX_PASOS; i++) {
+        if (OpenClipboard(hwnd))
+            return true;
+        Sleep(PASO_MS);
+    }
+    return false;
+}
+
 bool pon_en_portapapeles(HWND hwnd, const std::wstring &texto)
 {
-    if (!OpenClipboard(hwnd))
+    if (!abre_portapapeles(hwnd))
         return false;
     EmptyClipboard();
     HGLOBAL memoria = copia_en_memoria(texto);
