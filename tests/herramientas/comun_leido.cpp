@@ -71,15 +71,15 @@ TEST(leido, no_se_puede_escribir_a_traves_de_el)
         << "the mapping itself has no write access";
 }
 
-// Handles of the kinds that a look at blocks makes: what it opens has a name. Others come and go, such as the sections
-// of the libraries that the window system's threads load.
+// Handles of the kinds that a look at blocks makes, and in the folder of names where it makes them. Others come and go,
+// such as the sections of the libraries that the window system's threads load.
 static std::vector<std::string> lo_que_esta_abierto()
 {
     std::vector<std::string> abiertos;
     for (uintptr_t i = 1; i < 4096; i++) {
         HANDLE manejador = reinterpret_cast<HANDLE>(i * 4);
         std::wstring tipo = tipo_de_manejador(manejador), nombre = nombre_de_manejador(manejador);
-        if ((tipo == L"Section" || tipo == L"Directory") && !nombre.empty())
+        if ((tipo == L"Section" || tipo == L"Directory") && nombre.find(L"BaseNamedObjects") != nombre.npos)
             abiertos.push_back(a_utf8(tipo + L" " + nombre));
     }
     return abiertos;

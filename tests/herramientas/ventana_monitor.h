@@ -138,14 +138,16 @@ public:
     }
 
     void pon_delante() { ::pon_delante(m_hwnd); }
-    // Presses the keys again as long as that does not come: where a window of another program has just gone, the window
-    // system may take the front away from this one once more.
+    // Presses the keys once. Where a window of another program has just gone, the window system may take the front away
+    // from this one once more, and the keys go nowhere: then, and only then, they are pressed again.
     void pulsa_hasta_estado(const std::vector<WORD> &teclas, const std::string &texto, lugar donde = lugar::aqui())
     {
-        for (int i = 0; i < 3 && estado() != texto; i++) {
+        const int MAX_VECES = 3;
+        for (int i = 0; i < MAX_VECES; i++) {
             pon_delante();
             pulsa(teclas);
-            espera_hasta([&] { return estado() == texto; }, 5000);
+            if (espera_hasta([&] { return estado() == texto; }, 5000) || GetForegroundWindow() == m_hwnd)
+                break;
         }
         espera_estado(texto, donde);
     }
