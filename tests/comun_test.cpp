@@ -704,9 +704,10 @@ TEST(papel, no_deja_manejadores)
         p.espera_linea("ECO x", 5000);
     };
     ronda();
-    uint32_t antes = cuenta_manejadores();
-    ronda();
-    EXPECT_EQ(cuenta_manejadores(), antes);
+    uint32_t antes = cuenta_todos_los_manejadores();
+    for (int vez = 0; vez < 5; vez++)
+        ronda();
+    EXPECT_LT(cuenta_todos_los_manejadores(), antes + 5);
 }
 
 // ---- papel_c: dll_eco_c.c is the role
@@ -785,14 +786,34 @@ TEST(util, nombres_no_se_repiten_y_caben)
     EXPECT_LT(std::string(nombre_unico(std::string(200, 'x').c_str())).size(), 64u);
 }
 
-TEST(util, manejadores_se_cuentan_de_uno_en_uno)
+TEST(util, bloques_y_mutexes_de_la_sesion_se_cuentan_de_uno_en_uno)
 {
     uint32_t antes = cuenta_manejadores();
-    EXPECT_GT(antes, 0u);
-    HANDLE evento = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    HANDLE mutex = CreateMutexA(nullptr, FALSE, nombre_unico("mutex"));
     EXPECT_EQ(cuenta_manejadores(), antes + 1);
-    CloseHandle(evento);
+    HANDLE bloque = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 16, nombre_unico("bloque"));
+    EXPECT_EQ(cuenta_manejadores(), antes + 2);
+    HANDLE otros[] = {CreateEventA(nullptr, FALSE, FALSE, nombre_unico("evento")), CreateMutexA(nullptr, FALSE, nullptr),
+                      CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 16, nullptr)};
+    EXPECT_EQ(cuenta_manejadores(), antes + 2) << "no name, or another kind";
+    for (HANDLE otro : otros)
+        CloseHandle(otro);
+    CloseHandle(mutex);
+    EXPECT_EQ(cuenta_manejadores(), antes + 1);
+    CloseHandle(bloque);
     EXPECT_EQ(cuenta_manejadores(), antes);
+}
+
+TEST(util, todos_los_manejadores_se_cuentan)
+{
+    uint32_t antes = cuenta_todos_los_manejadores();
+    HANDLE eventos[50];
+    for (HANDLE &evento : eventos)
+        evento = CreateEventA(nullptr, FALSE, FALSE, nullptr);
+    EXPECT_GT(cuenta_todos_los_manejadores(), antes + 40);
+    for (HANDLE evento : eventos)
+        CloseHandle(evento);
+    EXPECT_LT(cuenta_todos_los_manejadores(), antes + 10);
 }
 
 TEST(util, espera_acaba_por_condicion_o_por_tiempo)

@@ -1,5 +1,6 @@
-// manejadores.h - the handles of this process, by the kind of their object. The library makes three kinds; of
-// those neither the window system nor the run-time makes any once it is loaded, so differences are exact.
+// manejadores.h - the handles of this process to what the library makes: blocks and mutexes among the session's names,
+// and threads. The window system's threads open and close others at any time, sections without a name among them, so only
+// these are counted exactly.
 #ifndef COMUN_MANEJADORES_H
 #define COMUN_MANEJADORES_H
 
@@ -56,14 +57,23 @@ inline std::wstring nombre_de_manejador(HANDLE manejador)
     return texto_de_manejador(manejador, 1);
 }
 
+// Whether its name is one of the session's; those of Wine itself are not meant.
+inline bool es_de_la_sesion(HANDLE manejador)
+{
+    std::wstring nombre = nombre_de_manejador(manejador);
+    return nombre.find(L"BaseNamedObjects") != nombre.npos && nombre.find(L"\\__wine") == nombre.npos &&
+           nombre.find(L"\\__WINE") == nombre.npos;
+}
+
 inline manejadores cuenta_por_tipo()
 {
     manejadores num;
     vigilante_en_reposo(5000);
     for (uintptr_t i = 1; i < 4096; i++) {
-        std::wstring tipo = tipo_de_manejador(reinterpret_cast<HANDLE>(i * 4));
-        num.bloques += tipo == L"Section";
-        num.mutexes += tipo == L"Mutant";
+        HANDLE manejador = reinterpret_cast<HANDLE>(i * 4);
+        std::wstring tipo = tipo_de_manejador(manejador);
+        num.bloques += tipo == L"Section" && es_de_la_sesion(manejador);
+        num.mutexes += tipo == L"Mutant" && es_de_la_sesion(manejador);
         num.hilos += tipo == L"Thread";
     }
     return num;

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "cerrojo.h"
+#include "manejadores.h"
 #include "sistema.h"
 #include "vigilante.h"
 
@@ -23,6 +24,12 @@ const char *nombre_unico(const char *base)
 // Handles are multiples of 4, and a new one takes a low free place. GetProcessHandleCount answers 0 under
 // Wine.
 uint32_t cuenta_manejadores()
+{
+    const manejadores m = cuenta_por_tipo();
+    return static_cast<uint32_t>(m.bloques + m.mutexes);
+}
+
+uint32_t cuenta_todos_los_manejadores()
 {
     constexpr uint32_t i_MAX_HUECO = 1024;
     vigilante_en_reposo(5000);

@@ -15,10 +15,12 @@
 // (a long base is cut). Stays valid until the process ends.
 const char *nombre_unico(const char *base);
 
-// The handles that this process holds. Threads that come and go count too: compare two counts in a quiet
-// moment, and after a first round of what is measured, because the window system and the run-time make some
-// on first use.
+// The blocks and mutexes of the session's names that this process holds open.
 uint32_t cuenta_manejadores();
+
+// All that this process holds open. The window system's threads open and close some at any time: do what is measured many
+// times, and expect fewer new ones than that.
+uint32_t cuenta_todos_los_manejadores();
 
 // Looks at the condition every 2 ms until it holds; false once `ms` are over. For what gives no signal of its
 // own.
