@@ -26,6 +26,9 @@ uint32_t cuenta_todos_los_manejadores();
 // own.
 bool espera_hasta(const std::function<bool()> &condicion, uint32_t ms);
 
+// The shortest of five times, in ms: what stands still for a moment is this machine, what is slow is slow each time.
+uint64_t mas_breve_de_cinco(const std::function<void()> &tarea);
+
 // Compares bytes; on a difference the message shows both sides as a hex dump around it.
 //     EXPECT_TRUE(bytes_iguales(de_hex("05 00 00 00"), bloque.bytes(0, 4)));
 ::testing::AssertionResult bytes_iguales(const std::vector<uint8_t> &esperados,
