@@ -22,13 +22,15 @@ public:
         SECURITY_ATTRIBUTES heredable = {sizeof heredable, nullptr, TRUE};
         CreatePipe(&m_lee, &m_escribe, &heredable, 0);
         SetHandleInformation(m_lee, HANDLE_FLAG_INHERIT, 0);
+        const HANDLE yo = GetCurrentProcess();
+        DuplicateHandle(yo, m_escribe, yo, &m_propio, 0, FALSE, DUPLICATE_SAME_ACCESS);
     }
     ~tubo()
     {
         suelta_extremo();
-        if (m_hilo.joinable())
-            m_hilo.join();
+        acaba();
         cierra();
+        CloseHandle(m_propio);
     }
     HANDLE extremo() const { return m_escribe; }
     void suelta_extremo()
@@ -45,10 +47,15 @@ public:
         m_lee = nullptr;
     }
     void deja_de_leer() { m_basta = true; }
+    // The program has ended. What it has started, Wine's desktop for one, may hold its output open: the end comes from us,
+    // behind its last words.
     void acaba()
     {
-        if (m_hilo.joinable())
-            m_hilo.join();
+        if (!m_hilo.joinable())
+            return;
+        DWORD num;
+        WriteFile(m_propio, &FIN, 1, &num, nullptr);
+        m_hilo.join();
     }
     std::string texto() const
     {
@@ -63,13 +70,17 @@ private:
         DWORD num = 0;
         while (ReadFile(m_lee, trozo, sizeof trozo, &num, nullptr) && num > 0) {
             std::lock_guard<std::mutex> guarda(m_candado);
-            m_texto.append(trozo, num);
+            const bool es_el_fin = trozo[num - 1] == FIN;
+            m_texto.append(trozo, es_el_fin ? num - 1 : num);
             m_texto.erase(std::remove(m_texto.begin(), m_texto.end(), '\r'), m_texto.end());
             if (m_basta)
                 return cierra();
+            if (es_el_fin)
+                return;
         }
     }
-    HANDLE m_lee = nullptr, m_escribe = nullptr;
+    static constexpr char FIN = '\x04';
+    HANDLE m_lee = nullptr, m_escribe = nullptr, m_propio = nullptr;   // the last one we keep
     mutable std::mutex m_candado;
     std::string m_texto;
     std::atomic<bool> m_basta{false};
