@@ -1,6 +1,6 @@
 // manejadores.h - the handles of this process to what the library makes: blocks and mutexes among the session's names,
-// and threads. The window system's threads open and close others at any time, sections without a name among them, so only
-// these are counted exactly.
+// and threads. The window system's threads open and close others at any time, sections without a name among them, so
+// only these are counted exactly.
 #ifndef COMUN_MANEJADORES_H
 #define COMUN_MANEJADORES_H
 

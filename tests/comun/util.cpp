@@ -21,14 +21,14 @@ const char *nombre_unico(const char *base)
     return nombres.back().c_str();
 }
 
-// Handles are multiples of 4, and a new one takes a low free place. GetProcessHandleCount answers 0 under
-// Wine.
 uint32_t cuenta_manejadores()
 {
     const manejadores m = cuenta_por_tipo();
     return static_cast<uint32_t>(m.bloques + m.mutexes);
 }
 
+// Handles are multiples of 4, and a new one takes a low free place. GetProcessHandleCount answers 0 under
+// Wine.
 uint32_t cuenta_todos_los_manejadores()
 {
     constexpr uint32_t i_MAX_HUECO = 1024;

@@ -18,8 +18,8 @@ const char *nombre_unico(const char *base);
 // The blocks and mutexes of the session's names that this process holds open.
 uint32_t cuenta_manejadores();
 
-// All that this process holds open. The window system's threads open and close some at any time: do what is measured many
-// times, and expect fewer new ones than that.
+// All that this process holds open. The window system's threads open and close some at any time: do what is measured
+// many times, and expect fewer new ones than that.
 uint32_t cuenta_todos_los_manejadores();
 
 // Looks at the condition every 2 ms until it holds; false once `ms` are over. For what gives no signal of its
