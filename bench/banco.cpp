@@ -13,11 +13,11 @@ using namespace banco;
 namespace {
 
 struct orden {
-    opciones                 opciones;
+    opciones opciones;
     std::vector<std::string> secciones;
-    std::string              json;
-    bool                     estricto = false;
-    std::string              papel, sesion, padre, listo, fin;      // of a child
+    std::string json;
+    bool estricto = false;
+    std::string papel, sesion, padre, listo, fin; // of a child
 };
 
 int juega_papel(const orden &orden)
@@ -47,8 +47,8 @@ void prepara(orden *orden, informe *informe)
     }
     for (const std::string &clave : orden->secciones)
         if (clave != COMPROBABLE)
-            throw std::runtime_error("--check is for the section " + std::string(COMPROBABLE) + ": " + clave
-                                     + " has no check that measures nothing");
+            throw std::runtime_error("--check is for the section " + std::string(COMPROBABLE) + ": " + clave +
+                                     " has no check that measures nothing");
     orden->secciones = {COMPROBABLE};
 }
 
@@ -84,7 +84,7 @@ std::vector<std::string> claves_de_filas()
     return claves;
 }
 
-}
+} // namespace
 
 int main(int argc, char **argv)
 {

@@ -37,4 +37,4 @@ const std::vector<const fila *> &filas()
     return todas;
 }
 
-}
+} // namespace banco

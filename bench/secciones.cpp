@@ -35,4 +35,4 @@ const std::vector<papel> &papeles()
     return todos;
 }
 
-}
+} // namespace banco

@@ -37,7 +37,7 @@ static void escribe(comdat *entrada, const std::string &bytes)
 static void comprueba(comdat *salida, const std::string &bytes)
 {
     exige(salida != nullptr, "no output data");
-    double suma = ivrexa_dame_double(salida, 0);                // numbers first, then texts and buffers
+    double suma = ivrexa_dame_double(salida, 0); // numbers first, then texts and buffers
     const wchar_t *saludo = ivrexa_dame_cadena_unicode(salida, 1);
     uint32_t tam = 0;
     const char *vuelta = static_cast<const char *>(ivrexa_dame_buffer(salida, 2, &tam));
@@ -49,17 +49,17 @@ static void comprueba(comdat *salida, const std::string &bytes)
 static void ejecuta(const char *servicio)
 {
     const wchar_t *textos[] = {L"corto", L"a\u00f1o nuevo", L"tercer texto"};
-    wchar_t vuelta[3][256];                         // the library fills up to 64, 256 and 256 characters
+    wchar_t vuelta[3][256]; // the library fills up to 64, 256 and 256 characters
     uint32_t id_salida = 0;
     std::string bytes;
     for (int i = 0; i < 1000; i++)
         bytes += static_cast<char>(i * 7);
     datos_comando entrada(ivrexa_crea_datos_comando_entrada(servicio), ivrexa_destruye_datos_comando);
     escribe(entrada.get(), bytes);
-    uint32_t id_entrada = ivrexa_guarda_datos(entrada.get());   // by this id the server will open it
+    uint32_t id_entrada = ivrexa_guarda_datos(entrada.get()); // by this id the server will open it
     printf("sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block %u\n", id_entrada);
-    uint32_t resultado = ivrexa_ejecuta_comando(servicio, COMANDO_ECO, 0, id_entrada, textos[0], textos[1],
-                                                textos[2], &id_salida, vuelta[0], vuelta[1], vuelta[2]);
+    uint32_t resultado = ivrexa_ejecuta_comando(servicio, COMANDO_ECO, 0, id_entrada, textos[0], textos[1], textos[2],
+                                                &id_salida, vuelta[0], vuelta[1], vuelta[2]);
     printf("got  result %u, output block %u\n", resultado, id_salida);
     exige(resultado != ivrexa_resultado_NINGUNO, "no answer: the server is gone");
     exige(resultado == ivrexa_resultado_OK, "the server refused the command, or it has died");
@@ -86,7 +86,7 @@ int main(int argc, char **argv)
         HANDLE turno = CreateMutexA(nullptr, FALSE, ("turn of " + std::string(servicio)).c_str());
         exige(WaitForSingleObject(turno, 60000) <= WAIT_ABANDONED, "another client has not ended");
         ivrexa_registra_cliente_de_servicio(argv[0], nullptr, servicio);
-        Sleep(2500);    // our heartbeat has to begin: at 0 a server without a window may take us for dead
+        Sleep(2500); // our heartbeat has to begin: at 0 a server without a window may take us for dead
         ejecuta(servicio);
         ivrexa_terminar_servidor(servicio);
         printf("all came back as it was sent\n");
@@ -95,5 +95,5 @@ int main(int argc, char **argv)
         printf("%s\n", mal.what());
     }
     ivrexa_cierra_sesion();
-    return codigo;      // the end of the process gives the next client its turn
+    return codigo; // the end of the process gives the next client its turn
 }

@@ -14,7 +14,7 @@ enum { ABIERTO = 100, CERRADO = 101, ID_DOCUMENTO = 7, PLAZO_MS = 5000 };
 static const wchar_t *const RUTA = L"C:\\informes\\a\u00f1o nuevo.txt";
 
 static DWORD s_hilo_ventana, s_avisado;
-static CRITICAL_SECTION s_guarda;               /* for what two threads use: */
+static CRITICAL_SECTION s_guarda; /* for what two threads use: */
 static uint32_t s_revision;
 static char s_autor[256];
 
@@ -28,7 +28,7 @@ static void toma(const char *servicio, uint32_t id_cliente, uint32_t dato)
         EnterCriticalSection(&s_guarda);
         s_revision = ivrexa_dame_ulong(datos, 0);
         const wchar_t *autor = ivrexa_dame_cadena_unicode(datos, 1);
-        if (autor != NULL)                      /* copied: it goes with the container */
+        if (autor != NULL) /* copied: it goes with the container */
             WideCharToMultiByte(CP_UTF8, 0, autor, -1, s_autor, (int)sizeof s_autor - 1, NULL, NULL);
         LeaveCriticalSection(&s_guarda);
         ivrexa_destruye_datos_comando(datos);
@@ -58,8 +58,8 @@ static uint32_t manda(const char *servicio, uint32_t id_comando, uint32_t id_cli
     ivrexa_graba_ulong(entrada, "id_cliente", id_cliente);
     ivrexa_graba_ulong(entrada, "id_documento", ID_DOCUMENTO);
     ivrexa_graba_cadena_unicode(entrada, "ruta", RUTA);
-    uint32_t resultado = ivrexa_ejecuta_comando(servicio, id_comando, 0, ivrexa_guarda_datos(entrada), NULL,
-                                                NULL, NULL, NULL, NULL, NULL, NULL);
+    uint32_t resultado = ivrexa_ejecuta_comando(servicio, id_comando, 0, ivrexa_guarda_datos(entrada), NULL, NULL, NULL,
+                                                NULL, NULL, NULL, NULL);
     ivrexa_destruye_datos_comando(entrada);
     printf("%s: result %u%s\n", id_comando == ABIERTO ? "opened" : "closed", resultado,
            resultado == ivrexa_resultado_OK ? "" : ", the server refuses it or is gone");
@@ -87,7 +87,7 @@ int main(int argc, char **argv)
     uint32_t abierto = manda(servicio, ABIERTO, id_cliente);
 
     MSG msg;
-    SetTimer(NULL, 0, PLAZO_MS, NULL);          /* a server that was killed never notifies us */
+    SetTimer(NULL, 0, PLAZO_MS, NULL); /* a server that was killed never notifies us */
     while (abierto == ivrexa_resultado_OK && GetMessageW(&msg, NULL, 0, 0) > 0 && msg.message != WM_TIMER)
         DispatchMessageW(&msg);
 

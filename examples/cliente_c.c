@@ -8,11 +8,11 @@
 #include <windows.h>
 #include "ivrexa.h"
 
-enum { ECO = 100, VERSION = 3 };            /* what the server of the service understands */
+enum { ECO = 100, VERSION = 3 }; /* what the server of the service understands */
 
 static void imprime(const char *rotulo, const wchar_t *texto)
 {
-    char utf8[1024] = "";       /* the library gives NULL for a text that is missing */
+    char utf8[1024] = ""; /* the library gives NULL for a text that is missing */
     WideCharToMultiByte(CP_UTF8, 0, texto != NULL ? texto : L"", -1, utf8, (int)sizeof utf8 - 1, NULL, NULL);
     printf("%s\"%s\"\n", rotulo, utf8);
 }
@@ -42,19 +42,19 @@ static void imprime_salida(const char *servicio, uint32_t id_salida)
         return;
     }
     uint32_t tam = 0;
-    double suma = ivrexa_dame_double(salida, 0);        /* numbers first, then texts and buffers */
+    double suma = ivrexa_dame_double(salida, 0); /* numbers first, then texts and buffers */
     const wchar_t *saludo = ivrexa_dame_cadena_unicode(salida, 1);
     ivrexa_dame_buffer(salida, 2, &tam);
     printf("got  suma=%g bytes=%u ", suma, tam);
     imprime("saludo=", saludo);
-    ivrexa_destruye_datos_comando(salida);              /* and with it the text that saludo points to */
+    ivrexa_destruye_datos_comando(salida); /* and with it the text that saludo points to */
 }
 
 static uint32_t ejecuta(const char *servicio)
 {
     static const char *const sentido[] = {"no answer: the server is gone", "OK", "cancelled by the server",
                                           "error: the server refused the command, or it has died"};
-    wchar_t texto1[64], texto2[256], texto3[256];       /* these are the sizes that the library fills */
+    wchar_t texto1[64], texto2[256], texto3[256]; /* these are the sizes that the library fills */
     uint32_t id_salida = 0;
     comdat *entrada = crea_entrada(servicio);
     uint32_t id_entrada = ivrexa_guarda_datos(entrada); /* now the server can open it by this id */
@@ -68,7 +68,7 @@ static uint32_t ejecuta(const char *servicio)
         imprime("got  text 3 ", texto3);
         imprime_salida(servicio, id_salida);
     }
-    ivrexa_destruye_datos_comando(entrada);             /* only now: the server has read it */
+    ivrexa_destruye_datos_comando(entrada); /* only now: the server has read it */
     return resultado;
 }
 
@@ -87,11 +87,11 @@ int main(int argc, char **argv)
     }
     char nombre[100];
     snprintf(nombre, sizeof nombre, "turn of %s", servicio);
-    HANDLE turno = CreateMutexA(NULL, FALSE, nombre);   /* clients of one service take turns */
+    HANDLE turno = CreateMutexA(NULL, FALSE, nombre); /* clients of one service take turns */
     if (WaitForSingleObject(turno, 60000) > WAIT_ABANDONED)
         return 1;
     ivrexa_registra_cliente_de_servicio(argv[0], NULL, servicio);
-    Sleep(2500);        /* our heartbeat has to begin: at 0 a server without a window may take us for dead */
+    Sleep(2500); /* our heartbeat has to begin: at 0 a server without a window may take us for dead */
     uint32_t resultado = ejecuta(servicio);
     ivrexa_cierra_sesion();
     ReleaseMutex(turno);

@@ -13,9 +13,9 @@
 #include "ivrexa.h"
 
 struct vista {
-    std::string hasta;                                                      // whose end is ours
-    std::map<const char *, std::string> nombres;                            // by their place in the registry
-    std::map<std::pair<std::string, const datServ *>, uint32_t> esperas;    // the last state of each side
+    std::string hasta;                                                   // whose end is ours
+    std::map<const char *, std::string> nombres;                         // by their place in the registry
+    std::map<std::pair<std::string, const datServ *>, uint32_t> esperas; // the last state of each side
 };
 static DWORD s_hilo_principal;
 
@@ -29,12 +29,14 @@ static std::string nombre_de(vista *v, const char *nombre)
 }
 
 // The activity function. What one side saves the other opens.
-static void actividad(uint32_t tipo_programa, uint32_t tipo_actividad, uint16_t indicador,
-                      const char *nombre_servicio, uint32_t dato1, uint32_t dato2, void *datos)
+static void actividad(uint32_t tipo_programa, uint32_t tipo_actividad, uint16_t indicador, const char *nombre_servicio,
+                      uint32_t dato1, uint32_t dato2, void *datos)
 {
-    static const char *const textos[5][2] = {
-        {"?", "?"}, {"service closed", "service offered"}, {"command ends", "command begins"},
-        {"input opened", "input saved"}, {"output saved", "output opened"}};
+    static const char *const textos[5][2] = {{"?", "?"},
+                                             {"service closed", "service offered"},
+                                             {"command ends", "command begins"},
+                                             {"input opened", "input saved"},
+                                             {"output saved", "output opened"}};
     vista *v = static_cast<vista *>(datos);
     std::string nombre = nombre_de(v, nombre_servicio);
     bool segundo = tipo_actividad <= 2 ? indicador == 1 : tipo_programa == 1;
@@ -59,16 +61,15 @@ static void espera(void *datos, const char *lado, const datServ *servicio, uint3
 // The loop functions, for the waits of clients and of servers.
 static void bucle_cliente(const iv_mcbase_t *, const datServ *servicio, uint32_t estado, void *datos)
 {
-    static const char *const textos[] = {
-        "?", "until no other client uses the service", "until the server has taken the command",
-        "until it has finished", "until the server has seen the receipt"};
+    static const char *const textos[] = {"?", "until no other client uses the service",
+                                         "until the server has taken the command", "until it has finished",
+                                         "until the server has seen the receipt"};
     espera(datos, "client", servicio, estado, textos[estado <= 4 ? estado : 0]);
 }
 
 static void bucle_servidor(const iv_mcbase_t *, const datServ *servicio, uint32_t estado, void *datos)
 {
-    espera(datos, "server", servicio, estado,
-           estado == 1 ? "for a command" : "until the client has the result");
+    espera(datos, "server", servicio, estado, estado == 1 ? "for a command" : "until the client has the result");
 }
 
 static BOOL WINAPI al_interrumpir(DWORD suceso)
@@ -82,18 +83,17 @@ int main(int argc, char **argv)
         fprintf(stderr, "usage: monitor [SERVICE]\n");
         return 2;
     }
-    setvbuf(stdout, nullptr, _IONBF, 0);            // each line at once, also into a pipe
+    setvbuf(stdout, nullptr, _IONBF, 0); // each line at once, also into a pipe
     HWND hwnd = CreateWindowExA(0, "STATIC", "monitor", WS_POPUP, 0, 0, 1, 1, NULL, NULL, NULL, NULL);
     s_hilo_principal = GetCurrentThreadId();
     SetConsoleCtrlHandler(al_interrumpir, TRUE);
-    vista v;
-    v.hasta = argc > 1 ? argv[1] : "Ejemplo";
+    vista v{argc > 1 ? argv[1] : "Ejemplo", {}, {}};
     ivrexa_registra_monitor(hwnd, actividad, bucle_cliente, bucle_servidor, &v);
     printf("ready: until %s is closed, or Ctrl-C\n", v.hasta.c_str());
     MSG msg;
-    while (GetMessageW(&msg, nullptr, 0, 0) > 0)     // the functions above are called in here
+    while (GetMessageW(&msg, nullptr, 0, 0) > 0) // the functions above are called in here
         DispatchMessageW(&msg);
-    ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr);   // closing the session does not
+    ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr); // closing the session does not
     ivrexa_cierra_sesion();
     return 0;
 }

@@ -10,7 +10,7 @@
 #include <windows.h>
 #include "ivrexa.h"
 
-enum { COMANDO_ECO = 100, VERSION = 3 };    /* ids below 100 are the library's; the version is our own */
+enum { COMANDO_ECO = 100, VERSION = 3 }; /* ids below 100 are the library's; the version is our own */
 
 static DWORD s_hilo_principal;
 
@@ -24,11 +24,11 @@ static void imprime(const char *rotulo, const wchar_t *texto)
 /* The command function, called inside main's message loop: it reads the input, works, and answers. */
 static int32_t procesa(const char *servicio, uint32_t id_comando, comando *contexto, void *datos_externos)
 {
-    comdat *entrada = contexto->datos_entrada;              /* NULL without input; the library destroys it */
+    comdat *entrada = contexto->datos_entrada; /* NULL without input; the library destroys it */
     wchar_t texto1[64], texto2[256], texto3[256], saludo[128] = L"Hola, ";
-    if (id_comando != COMANDO_ECO || entrada == NULL || ivrexa_numero_valores(entrada) != 5
-        || ivrexa_get_datos_entrada_comando(servicio, id_comando, NULL, texto1, texto2, texto3) != CIERTO)
-        return ivrexa_resultado_ERROR;                      /* so the client sees that we refuse it */
+    if (id_comando != COMANDO_ECO || entrada == NULL || ivrexa_numero_valores(entrada) != 5 ||
+        ivrexa_get_datos_entrada_comando(servicio, id_comando, NULL, texto1, texto2, texto3) != CIERTO)
+        return ivrexa_resultado_ERROR; /* so the client sees that we refuse it */
 
     /* Values are found by position. Another program wrote them, so expect anything: a value of another type
      * reads as 0 or NULL. Numbers first: they are checked against where the last text or buffer was read. */
@@ -46,20 +46,20 @@ static int32_t procesa(const char *servicio, uint32_t id_comando, comando *conte
     imprime("", saludo);
 
     comdat *salida = ivrexa_crea_datos_comando_salida(servicio);
-    contexto->datos_salida = salida;        /* the library's from here on: kept until the next command */
+    contexto->datos_salida = salida; /* the library's from here on: kept until the next command */
     ivrexa_graba_double(salida, "suma", a + b);
     ivrexa_graba_cadena_unicode(salida, "saludo", saludo);
     ivrexa_graba_buffer(salida, "bytes", bytes, tam);
-    uint32_t id_salida = ivrexa_guarda_datos(salida);       /* 0: there was no room for it */
-    if (id_salida == 0
-        || ivrexa_set_datos_salida_comando(servicio, id_comando, id_salida, texto1, texto2, texto3) != CIERTO)
+    uint32_t id_salida = ivrexa_guarda_datos(salida); /* 0: there was no room for it */
+    if (id_salida == 0 ||
+        ivrexa_set_datos_salida_comando(servicio, id_comando, id_salida, texto1, texto2, texto3) != CIERTO)
         return ivrexa_resultado_ERROR;
     printf("sent suma=%g bytes=%u and the three texts, output block %u\n", a + b, tam, id_salida);
     ++*(int *)datos_externos;
     return ivrexa_resultado_OK;
 }
 
-static BOOL WINAPI al_interrumpir(DWORD suceso)             /* Ctrl-C ends the message loop, in good order */
+static BOOL WINAPI al_interrumpir(DWORD suceso) /* Ctrl-C ends the message loop, in good order */
 {
     return suceso == CTRL_C_EVENT && PostThreadMessageW(s_hilo_principal, WM_QUIT, 0, 0);
 }
@@ -73,7 +73,7 @@ int main(int argc, char **argv)
         return 2;
     }
     HWND hwnd = CreateWindowExA(0, "STATIC", servicio, WS_POPUP, 0, 0, 1, 1, NULL, NULL, NULL, NULL);
-    CreateMutexA(NULL, FALSE, servicio);        /* ours while we live: two servers would disturb each other */
+    CreateMutexA(NULL, FALSE, servicio); /* ours while we live: two servers would disturb each other */
     if (GetLastError() == ERROR_ALREADY_EXISTS || hwnd == NULL) {
         fprintf(stderr, "%s %s\n", servicio, hwnd == NULL ? "has no window" : "has a server already");
         return 1;
@@ -84,13 +84,13 @@ int main(int argc, char **argv)
     SetConsoleCtrlHandler(al_interrumpir, TRUE);
 
     ivrexa_registra_servidor(argv[0], hwnd, servicio, VERSION, &num_comandos, procesa);
-    ivrexa_terminado_registro();                            /* from here on clients find the service */
+    ivrexa_terminado_registro(); /* from here on clients find the service */
     printf("ready: %s\n", servicio);
 
     MSG msg;
-    while (GetMessageW(&msg, NULL, 0, 0) > 0)               /* until Ctrl-C or ivrexa_terminar_servidor */
+    while (GetMessageW(&msg, NULL, 0, 0) > 0) /* until Ctrl-C or ivrexa_terminar_servidor */
         DispatchMessageW(&msg);
-    ivrexa_cierra_sesion();                                 /* before the window goes: the library uses it */
+    ivrexa_cierra_sesion(); /* before the window goes: the library uses it */
     DestroyWindow(hwnd);
     printf("ended after %d commands\n", num_comandos);
     return 0;

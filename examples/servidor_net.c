@@ -10,18 +10,18 @@
 #include <windows.h>
 #include "ivrexa.h"
 
-enum { COMANDO_ECO = 100, VERSION = 3 };    /* ids below 100 are the library's; the version is our own */
+enum { COMANDO_ECO = 100, VERSION = 3 }; /* ids below 100 are the library's; the version is our own */
 
 static const char *s_servicio = "Ejemplo";
-static uint32_t s_msg_servicio;             /* the message by which commands arrive */
-static comdat *s_salida;                    /* the last command's output: its client may still read it */
+static uint32_t s_msg_servicio; /* the message by which commands arrive */
+static comdat *s_salida;        /* the last command's output: its client may still read it */
 
 /* Makes the output from the input. Another program wrote it, so expect anything: a value of another type
  * reads as 0 or NULL. Numbers first: they are checked against where the last text or buffer was read. */
 static comdat *calcula(comdat *entrada)
 {
     wchar_t saludo[128] = L"Hola, ";
-    uint32_t a = ivrexa_dame_ulong(entrada, 0);             /* values are found by position */
+    uint32_t a = ivrexa_dame_ulong(entrada, 0); /* values are found by position */
     double b = ivrexa_dame_double(entrada, 1);
     const char *nombre = ivrexa_dame_cadena_ansi(entrada, 3);
     uint32_t tam = 0;
@@ -41,20 +41,20 @@ static int32_t atiende(uint32_t id_comando)
     wchar_t texto1[64], texto2[256], texto3[256];
     uint32_t id_entrada, id_salida = 0;
     if (ivrexa_get_datos_entrada_comando(s_servicio, id_comando, &id_entrada, texto1, texto2, texto3) != 1)
-        return ivrexa_resultado_ERROR;                  /* a message of nobody's command */
+        return ivrexa_resultado_ERROR; /* a message of nobody's command */
     comdat *entrada = id_entrada != 0 ? ivrexa_lee_datos(s_servicio, id_entrada, CIERTO) : NULL;
     if (s_salida != NULL)
         ivrexa_destruye_datos_comando(s_salida);
     s_salida = NULL;
     if (id_comando == COMANDO_ECO && entrada != NULL && ivrexa_numero_valores(entrada) == 5) {
         s_salida = calcula(entrada);
-        id_salida = ivrexa_guarda_datos(s_salida);      /* 0: there was no room for it */
+        id_salida = ivrexa_guarda_datos(s_salida); /* 0: there was no room for it */
     }
     if (entrada != NULL)
         ivrexa_destruye_datos_comando(entrada);
-    if (id_salida == 0
-        || ivrexa_set_datos_salida_comando(s_servicio, id_comando, id_salida, texto1, texto2, texto3) != 1)
-        return ivrexa_resultado_ERROR;                  /* so the client sees that we refuse it */
+    if (id_salida == 0 ||
+        ivrexa_set_datos_salida_comando(s_servicio, id_comando, id_salida, texto1, texto2, texto3) != 1)
+        return ivrexa_resultado_ERROR; /* so the client sees that we refuse it */
     printf("sent the sum, a greeting, the bytes and the three texts, output block %u\n", id_salida);
     return ivrexa_resultado_OK;
 }
@@ -77,7 +77,7 @@ int main(int argc, char **argv)
     }
     s_servicio = argc > 1 ? argv[1] : s_servicio;
     HWND hwnd = CreateWindowExA(0, "STATIC", s_servicio, WS_POPUP, 0, 0, 1, 1, NULL, NULL, NULL, NULL);
-    CreateMutexA(NULL, FALSE, s_servicio);      /* ours while we live: two servers would disturb each other */
+    CreateMutexA(NULL, FALSE, s_servicio); /* ours while we live: two servers would disturb each other */
     if (GetLastError() == ERROR_ALREADY_EXISTS || hwnd == NULL) {
         fprintf(stderr, "%s %s\n", s_servicio, hwnd == NULL ? "has no window" : "has a server already");
         return 1;
@@ -85,7 +85,7 @@ int main(int argc, char **argv)
     setvbuf(stdout, NULL, _IONBF, 0);
     SetWindowLongPtrW(hwnd, GWLP_WNDPROC, (LONG_PTR)procedimiento);
     ivrexa_registra_servidor_net(argv[0], hwnd, s_servicio, VERSION);
-    ivrexa_terminado_registro();                /* from here on clients find the service */
+    ivrexa_terminado_registro(); /* from here on clients find the service */
     s_msg_servicio = ivrexa_dame_id_MSG_servicio(s_servicio);
     printf("ready: %s\n", s_servicio);
     MSG msg;

@@ -70,6 +70,8 @@ typedef struct HWND__ *ivrexa_hwnd;
 /* Command data: a counted sequence of typed, named values. Opaque. */
 typedef struct comdat comdat;
 
+/* By hand: the columns make a table. */
+/* clang-format off */
 /* Type of a value. */
 typedef enum tipoDato {
     ivrexa_tipoDato_desconocido = 0,            /* never written; the answer for a position that does not exist */
@@ -111,6 +113,7 @@ typedef struct comando {
     uint64_t    hwnd_cliente;       /* the client's main window, as a number; 0 = it has none */
     ivrexa_hwnd hwnd_servidor;      /* the server's main window, or NULL */
 } comando;
+/* clang-format on */
 
 /* A service's command function. It runs on the window's thread (server with a window) or on the service's own
  * thread (server without). It reads contexto->datos_entrada. To answer with output it creates a container with
@@ -186,8 +189,8 @@ IVREXA_API void ivrexa_graba_cadena_unicode(comdat *comdat, const char *nombre_v
  *  Limit: an array of wide texts is written without its count while readers expect one, so it does not come back
  *  and hides the values behind it; ivrexa_lee_datos reports that. Deliberate, a format shared with every other host:
  *  use single wide texts. */
-IVREXA_API void ivrexa_graba_arr_cadenas_ansi(comdat *comdat, const char *nombre_valor,
-                                              const char *const *cadenas, uint32_t num_valores);
+IVREXA_API void ivrexa_graba_arr_cadenas_ansi(comdat *comdat, const char *nombre_valor, const char *const *cadenas,
+                                              uint32_t num_valores);
 IVREXA_API void ivrexa_graba_arr_cadenas_unicode(comdat *comdat, const char *nombre_valor,
                                                  const wchar_t *const *cadenas, uint32_t num_valores);
 
@@ -262,8 +265,7 @@ IVREXA_API const wchar_t *ivrexa_dame_cadena_unicode(comdat *comdat, uint32_t in
 /** The texts at a position, as an array of pointers; a null text comes back as a pointer to what follows it.
  *  num_valores  out, how many; 0 when the position or the type does not fit. NULL reports "(num_valores) != 0".
  *  Each call makes a new array and only the last one goes with the container: read an array once. Deliberate. */
-IVREXA_API const char *const *ivrexa_dame_arr_cadenas_ansi(comdat *comdat, uint32_t indice,
-                                                           uint32_t *num_valores);
+IVREXA_API const char *const *ivrexa_dame_arr_cadenas_ansi(comdat *comdat, uint32_t indice, uint32_t *num_valores);
 IVREXA_API const wchar_t *const *ivrexa_dame_arr_cadenas_unicode(comdat *comdat, uint32_t indice,
                                                                  uint32_t *num_valores);
 
@@ -337,9 +339,8 @@ IVREXA_API uint32_t ivrexa_dame_id_MSG_servicio(const char *nombre_servicio);
  *                             or a command that is not under way.
  *  Reports                    "(nombre_servicio) != 0". */
 IVREXA_API int16_t ivrexa_get_datos_entrada_comando(const char *nombre_servicio, uint32_t id_comando,
-                                                    uint32_t *id_datos_entrada_comando,
-                                                    wchar_t *buffer_cliente_64, wchar_t *buffer_cliente_256,
-                                                    wchar_t *buffer_cliente2_256);
+                                                    uint32_t *id_datos_entrada_comando, wchar_t *buffer_cliente_64,
+                                                    wchar_t *buffer_cliente_256, wchar_t *buffer_cliente2_256);
 
 /** Answers the command under way with an output block and three texts; the client gets them with result 1.
  *
@@ -349,9 +350,8 @@ IVREXA_API int16_t ivrexa_get_datos_entrada_comando(const char *nombre_servicio,
  *                           at most 63, 255 and 255 characters are sent; NULL sends an empty text.
  *  Returns, Reports         as ivrexa_get_datos_entrada_comando. */
 IVREXA_API int16_t ivrexa_set_datos_salida_comando(const char *nombre_servicio, uint32_t id_comando,
-                                                   uint32_t id_datos_salida_comando,
-                                                   const wchar_t *resultado_64, const wchar_t *resultado_256,
-                                                   const wchar_t *resultado_256_2);
+                                                   uint32_t id_datos_salida_comando, const wchar_t *resultado_64,
+                                                   const wchar_t *resultado_256, const wchar_t *resultado_256_2);
 
 /** Notifies a client of a service that this server offers, and waits until it called
  *  ivrexa_procesada_notificacion, or until this server ends the service: without any other time-out. Deliberate.
@@ -408,9 +408,9 @@ IVREXA_API void ivrexa_registra_cliente_notificaciones_servicio(
  *  Returns                  the command's result; see ivrexa_resultado. A server without a window whose heartbeat
  *                           stands still for 26 rounds counts as dead.
  *  Reports                  "(nombre_servicio) != 0". */
-IVREXA_API uint32_t ivrexa_ejecuta_comando(const char *nombre_servicio, uint32_t id_comando,
-                                           uint16_t opciones_ventana, uint32_t id_bloque_MCCom_entrada,
-                                           const wchar_t *param1, const wchar_t *param2, const wchar_t *param3,
+IVREXA_API uint32_t ivrexa_ejecuta_comando(const char *nombre_servicio, uint32_t id_comando, uint16_t opciones_ventana,
+                                           uint32_t id_bloque_MCCom_entrada, const wchar_t *param1,
+                                           const wchar_t *param2, const wchar_t *param3,
                                            uint32_t *id_datos_salida_comando, wchar_t *serv_buffer_64,
                                            wchar_t *serv_buffer_256, wchar_t *serv_buffer2_256);
 
@@ -475,8 +475,7 @@ IVREXA_API void ivrexa_procesada_notificacion(const char *nombre_servicio);
  *           this program is the monitor already (nothing changes); without one "funcionNotificacionActividad ==
  *           NULL", "funcionMonitorBuclesCliente == NULL", "funcionMonitorBuclesServidor == NULL",
  *           "datos_externos_monitor == NULL". */
-IVREXA_API void ivrexa_registra_monitor(ivrexa_hwnd hwnd_monitor,
-                                        ivrexa_funcion_actividad funcionNotificacionActividad,
+IVREXA_API void ivrexa_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_actividad funcionNotificacionActividad,
                                         ivrexa_funcion_bucle funcionMonitorBuclesCliente,
                                         ivrexa_funcion_bucle funcionMonitorBuclesServidor,
                                         void *datos_externos_monitor);

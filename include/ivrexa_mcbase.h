@@ -26,14 +26,16 @@ extern "C" {
 #endif
 
 enum {
-    iv_mcbase_NUM_MAX_PROGRAMAS = 16,   /* an id_programa of 16 means none */
-    iv_mcbase_NUM_MAX_SERVICIOS = 32,   /* an ind_datServ of 32 means none */
-    iv_mcbase_NUM_ACTIVIDADES = 64,     /* record 64 is initialised and never written. Deliberate. */
+    iv_mcbase_NUM_MAX_PROGRAMAS = 16, /* an id_programa of 16 means none */
+    iv_mcbase_NUM_MAX_SERVICIOS = 32, /* an ind_datServ of 32 means none */
+    iv_mcbase_NUM_ACTIVIDADES = 64,   /* record 64 is initialised and never written. Deliberate. */
     iv_mcbase_TAM_NOMBRE_PROGRAMA = 256,
     iv_mcbase_TAM_NOMBRE_SERVICIO = 64,
     iv_mcbase_VERSION = 256
 };
 
+/* By hand: the columns make a table. */
+/* clang-format off */
 #pragma pack(push, 1)
 
 /* One activity, 22 bytes. Record number n (1 to 63) is actividades[n - 1]; after 63 comes 1. */
@@ -84,6 +86,7 @@ typedef struct iv_mcbase_t {
 } iv_mcbase_t;
 
 #pragma pack(pop)
+/* clang-format on */
 
 #ifdef __cplusplus
 #define IV_FORMATO(condicion, texto) static_assert(condicion, texto)

@@ -7,15 +7,15 @@
 
 static const uint32_t TAM_INICIAL = 1024;
 static const uint32_t PASO_CRECIMIENTO = 1024;
-static const uint32_t TAM_CONTADOR = sizeof(uint32_t);      // the count of values at the head
-static const uint32_t TAM_CABECERA_VALOR = 2;               // its type and the length of its name
-static const uint32_t TAM_MINIMO_VALOR = TAM_CABECERA_VALOR;        // with a name of no bytes
-static const uint32_t TAM_MAXIMO_NOMBRE = 255;              // with its NUL; a longer one is reported
-static const uint32_t TAM_MAXIMO_PEQUENYO = 64;             // of the data of a value that is written in one pass
-static const uint32_t TAM_SIN_ADELANTO = 65536;             // a buffer below this grows by the rule alone
-static const uint32_t FACTOR_ADELANTO = 4;                  // above, by so many times what the heap has given,
-static const uint32_t MIN_ADELANTO = 4 << 20;               // but not by less
-static const uint32_t MAX_ADELANTO = 256 << 20;             // nor by more
+static const uint32_t TAM_CONTADOR = sizeof(uint32_t);       // the count of values at the head
+static const uint32_t TAM_CABECERA_VALOR = 2;                // its type and the length of its name
+static const uint32_t TAM_MINIMO_VALOR = TAM_CABECERA_VALOR; // with a name of no bytes
+static const uint32_t TAM_MAXIMO_NOMBRE = 255;               // with its NUL; a longer one is reported
+static const uint32_t TAM_MAXIMO_PEQUENYO = 64;              // of the data of a value that is written in one pass
+static const uint32_t TAM_SIN_ADELANTO = 65536;              // a buffer below this grows by the rule alone
+static const uint32_t FACTOR_ADELANTO = 4;                   // above, by so many times what the heap has given,
+static const uint32_t MIN_ADELANTO = 4 << 20;                // but not by less
+static const uint32_t MAX_ADELANTO = 256 << 20;              // nor by more
 static const uint32_t TAM_MAXIMO = UINT32_MAX / PASO_CRECIMIENTO * PASO_CRECIMIENTO;
 static const uintptr_t TAM_PAGINA = 4096;
 
@@ -25,15 +25,15 @@ static const uintptr_t TAM_PAGINA = 4096;
 // 1024, in 32 bits. Deliberate, also where it is such a multiple already. 0 where that wraps.
 static uint32_t tam_por_regla(uint64_t tam_minimo_nuevo)
 {
-    uint32_t nuevo_tam = static_cast<uint32_t>(tam_minimo_nuevo + PASO_CRECIMIENTO) / PASO_CRECIMIENTO
-                         * PASO_CRECIMIENTO;
+    uint32_t nuevo_tam =
+        static_cast<uint32_t>(tam_minimo_nuevo + PASO_CRECIMIENTO) / PASO_CRECIMIENTO * PASO_CRECIMIENTO;
     iv_assert(nuevo_tam >= tam_minimo_nuevo);
     return nuevo_tam >= tam_minimo_nuevo ? nuevo_tam : 0;
 }
 
-// How much to ask the heap for. Up to 64 KiB what the rule says. A buffer that grows on from there is given several times
-// more at once, so that it seldom moves and the cost of a value does not rise with their number: what moves is copied
-// into memory that the system has to make anew.
+// How much to ask the heap for. Up to 64 KiB what the rule says. A buffer that grows on from there is given several
+// times more at once, so that it seldom moves and the cost of a value does not rise with their number: what moves is
+// copied into memory that the system has to make anew.
 static uint32_t tam_con_adelanto(const comdat *comdat, uint32_t nuevo_tam)
 {
     if (comdat->reservado < TAM_SIN_ADELANTO || comdat->marca == CIERTO)
@@ -56,7 +56,7 @@ static int16_t muda(comdat *comdat, uint32_t nuevo_tam)
     if (dado < pedido)
         comdat->marca = CIERTO;
     if (nuevo == NULL)
-        return FALSO;                                       // a heap that does not raise
+        return FALSO; // a heap that does not raise
     comdat->buffer = static_cast<uint8_t *>(nuevo);
     comdat->num_valores = static_cast<uint32_t *>(nuevo);
     comdat->reservado = dado;
@@ -92,9 +92,9 @@ static inline uint8_t *avanza(comdat *comdat, uint32_t tam)
 // heap raises. In a container that is read only the cursor goes back: what was written over stays written over.
 struct escritura {
     struct comdat *comdat;
-    uint32_t       offset_inicial;
-    uint32_t       ocupado_inicial;
-    int16_t        completa;
+    uint32_t offset_inicial;
+    uint32_t ocupado_inicial;
+    int16_t completa;
 };
 
 static void deshace(escritura *escritura)
@@ -158,7 +158,7 @@ static inline escritura empieza_valor(comdat *comdat, tipoDato tipo, const char 
     iv_assert(comdat->tipo == iv_comdat_tipo_ESCRITURA);
     escritura escritura = {comdat, comdat->offset, comdat->ocupado, CIERTO};
     uint32_t len = iv_mem_longitud(nombre_valor) + 1;
-    iv_assert(len < 256);                                   // Deliberate: a longer name is written all the same
+    iv_assert(len < 256); // Deliberate: a longer name is written all the same
     const uint8_t codigo_y_len[2] = {static_cast<uint8_t>(tipo), static_cast<uint8_t>(len)};
     anexa_numero(&escritura, &codigo_y_len);
     anexa(&escritura, nombre_valor != NULL ? nombre_valor : "", len);
@@ -200,7 +200,7 @@ static inline int16_t lee(comdat *comdat, numero *destino)
         comdat->offset += static_cast<uint32_t>(sizeof *destino);
         return CIERTO;
     }
-    if (comdat->offset < comdat->ocupado)                   // some of its bytes are there
+    if (comdat->offset < comdat->ocupado) // some of its bytes are there
         iv_mem_copia(destino, comdat->buffer + comdat->offset, comdat->ocupado - comdat->offset);
     return FALSO;
 }
@@ -253,7 +253,7 @@ static int16_t salta_datos(comdat *comdat, const iv_comdat_valor *valor)
         return salta_con_longitud(comdat);
     case ivrexa_tipoDato_arr_cadenas_ansi:
     case ivrexa_tipoDato_arr_cadenas_unicode:
-        return salta_arreglo(comdat);           // Deliberate: wide texts have no count; their first position is read
+        return salta_arreglo(comdat); // Deliberate: wide texts have no count; their first position is read
     default:
         return CIERTO;
     }
@@ -296,7 +296,7 @@ static void indexa(comdat *comdat, uint32_t num_valores)
         if (indexa_valor(comdat, &comdat->valores[i]) != CIERTO)
             return;
     if (num < num_valores)
-        hay_para_leer(comdat, TAM_MINIMO_VALOR);        // the content is at its end: this reports that
+        hay_para_leer(comdat, TAM_MINIMO_VALOR); // the content is at its end: this reports that
 }
 
 // ---- Life
@@ -335,9 +335,8 @@ comdat *iv_comdat_crea_para_grabar(const char *nombre_servicio, int16_t es_entra
     return comdat;
 }
 
-comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom,
-                                 iv_shared_bloque **shared_MCCom, uint8_t *datos, uint32_t tam_datos,
-                                 int16_t es_entrada)
+comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom, iv_shared_bloque **shared_MCCom,
+                                 uint8_t *datos, uint32_t tam_datos, int16_t es_entrada)
 {
     iv_traza_cadena("*** iv_comdat_crea_para_leer(");
     iv_traza_cadena(es_entrada == CIERTO ? "DatosEntrada)" : "DatosSalida)");
@@ -420,8 +419,8 @@ void iv_comdat_destruye(comdat *comdat)
 
 // ---- Writers
 
-// Copies a text with its NUL to a place for `tam` bytes. How many they were; 0 when it has more, or might come to where it
-// cannot be read: a text that does counts as empty, which iv_mem_longitud finds out.
+// Copies a text with its NUL to a place for `tam` bytes. How many they were; 0 when it has more, or might come to where
+// it cannot be read: a text that does counts as empty, which iv_mem_longitud finds out.
 static inline uint32_t copia_si_cabe(uint8_t *sitio, const char *texto, uint32_t tam)
 {
     if (reinterpret_cast<uintptr_t>(texto) % TAM_PAGINA > TAM_PAGINA - tam)
@@ -434,8 +433,9 @@ static inline uint32_t copia_si_cabe(uint8_t *sitio, const char *texto, uint32_t
     return 0;
 }
 
-static_assert(TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO < PASO_CRECIMIENTO,
-              "a value that fits what the heap has given crosses at most one step of `tam`, which so stays within that");
+static_assert(
+    TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO < PASO_CRECIMIENTO,
+    "a value that fits what the heap has given crosses at most one step of `tam`, which so stays within that");
 
 // Moves the cursor behind a part that has been written into what the heap has given; `tam` follows its rule.
 static inline void anota_ocupado(comdat *comdat, uint32_t tam)
@@ -452,8 +452,8 @@ static inline void anota_ocupado(comdat *comdat, uint32_t tam)
 // The place of a small value, with its name; NULL for none, and its length in *len.
 static inline uint8_t *empieza_de_una_vez(const comdat *comdat, const char *nombre_valor, uint32_t *len)
 {
-    if (comdat->tipo != iv_comdat_tipo_ESCRITURA || nombre_valor == NULL
-        || comdat->reservado - comdat->offset < TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO)
+    if (comdat->tipo != iv_comdat_tipo_ESCRITURA || nombre_valor == NULL ||
+        comdat->reservado - comdat->offset < TAM_CABECERA_VALOR + TAM_MAXIMO_NOMBRE + TAM_MAXIMO_PEQUENYO)
         return NULL;
     uint8_t *sitio = comdat->buffer + comdat->offset;
     *len = copia_si_cabe(sitio + TAM_CABECERA_VALOR, nombre_valor, TAM_MAXIMO_NOMBRE);
@@ -537,7 +537,7 @@ void iv_comdat_graba_hwnd(comdat *comdat, const char *nombre_valor, ivrexa_hwnd 
 
 static void anexa_con_longitud(escritura *escritura, const void *datos, uint64_t tam)
 {
-    uint32_t longitud = static_cast<uint32_t>(tam);         // what passes 32 bits finds no room below
+    uint32_t longitud = static_cast<uint32_t>(tam); // what passes 32 bits finds no room below
     anexa_numero(escritura, &longitud);
     if (tam != 0)
         anexa(escritura, datos, tam);
@@ -769,15 +769,14 @@ static void llena_tabla(comdat *comdat, const void **tabla, uint32_t num)
 static const void **lee_tabla(comdat *comdat, iv_comdat_valor *valor, uint32_t *num)
 {
     comdat->offset = valor->offset;
-    if (lee(comdat, num) != CIERTO || *num > comdat->ocupado
-        || uint64_t{*num} * sizeof(void *) > UINT32_MAX) {
+    if (lee(comdat, num) != CIERTO || *num > comdat->ocupado || uint64_t{*num} * sizeof(void *) > UINT32_MAX) {
         *num = 0;
         return NULL;
     }
     const void **tabla = static_cast<const void **>(i_malloc(*num * static_cast<uint32_t>(sizeof(void *))));
     if (tabla == NULL)
         *num = 0;
-    valor->tabla_cadenas = tabla;           // Deliberate: the table of an earlier read is not freed
+    valor->tabla_cadenas = tabla; // Deliberate: the table of an earlier read is not freed
     comdat->marca = CIERTO;
     llena_tabla(comdat, tabla, *num);
     return tabla;

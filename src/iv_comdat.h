@@ -40,28 +40,28 @@ enum iv_comdat_tipo : uint32_t {
 
 // One value of a container that is read.
 struct iv_comdat_valor {
-    uint32_t    tipoDato;
-    const char *nombre;             // inside the buffer
-    uint32_t    offset;             // position of the data, behind the name
-    void       *tabla_cadenas;      // array of pointers made by the last read of an array; NULL until then
+    uint32_t tipoDato;
+    const char *nombre;  // inside the buffer
+    uint32_t offset;     // position of the data, behind the name
+    void *tabla_cadenas; // array of pointers made by the last read of an array; NULL until then
 };
 
 struct comdat {
-    char             *nombre_servicio;      // its own copy
-    uint32_t          id_bloque_MCCom;      // block that holds or held the content; 0 until stored
-    iv_shared_bloque *shared_MCCom;         // that block, kept open; NULL until stored
-    int16_t           es_entrada;           // CIERTO input, FALSO output
-    int16_t           marca;                // CIERTO, in reading, once an array was read: the index may hold tables;
-                                            // in writing, once the heap did not give more ahead
-    uint32_t          tipo;                 // iv_comdat_tipo
-    uint32_t         *num_valores;          // the count at the head of the buffer; moves with it
-    uint8_t          *buffer;
-    uint32_t          tam;                  // bytes allocated, by the rule of growth
-    uint32_t          ocupado;              // bytes in use
-    uint32_t          offset;               // the cursor
-    iv_comdat_valor  *valores;              // index, when read and not empty; NULL otherwise
-    uint32_t          num_indexados;        // entries of the index that the content bore out
-    uint32_t          reservado;            // bytes that the heap has given: tam, or more above 64 KiB
+    char *nombre_servicio;          // its own copy
+    uint32_t id_bloque_MCCom;       // block that holds or held the content; 0 until stored
+    iv_shared_bloque *shared_MCCom; // that block, kept open; NULL until stored
+    int16_t es_entrada;             // CIERTO input, FALSO output
+    int16_t marca;                  // CIERTO, in reading, once an array was read: the index may hold tables;
+                                    // in writing, once the heap did not give more ahead
+    uint32_t tipo;                  // iv_comdat_tipo
+    uint32_t *num_valores;          // the count at the head of the buffer; moves with it
+    uint8_t *buffer;
+    uint32_t tam;             // bytes allocated, by the rule of growth
+    uint32_t ocupado;         // bytes in use
+    uint32_t offset;          // the cursor
+    iv_comdat_valor *valores; // index, when read and not empty; NULL otherwise
+    uint32_t num_indexados;   // entries of the index that the content bore out
+    uint32_t reservado;       // bytes that the heap has given: tam, or more above 64 KiB
 };
 
 // ---- Life
@@ -74,9 +74,8 @@ comdat *iv_comdat_crea_para_grabar(const char *nombre_servicio, int16_t es_entra
 //   datos         private copy from the heap, taken over; followed by four zero bytes. tam_datos does not count them.
 //   Reports       "id_bloque_MCCom != 0", goes on; "shared_MCCom != NULL" for a null address, then NULL: `datos` stays
 //                 the caller's. "valor->tipoDato != ivrexa_tipoDato_desconocido" for each such; reads past the end.
-comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom,
-                                 iv_shared_bloque **shared_MCCom, uint8_t *datos, uint32_t tam_datos,
-                                 int16_t es_entrada);
+comdat *iv_comdat_crea_para_leer(const char *nombre_servicio, uint32_t id_bloque_MCCom, iv_shared_bloque **shared_MCCom,
+                                 uint8_t *datos, uint32_t tam_datos, int16_t es_entrada);
 
 // Copies the data of an open block and makes a container for reading over the copy; takes the block over. NULL, with
 // the block released, when there is no memory for the copy.
@@ -112,9 +111,9 @@ void iv_comdat_graba_arr_cadenas_unicode(comdat *comdat, const char *nombre_valo
 
 // ---- Readers. A null container: the neutral result. See ivrexa.h.
 
-uint32_t iv_comdat_numero_valores(comdat *comdat);                      // reports "(comdat) != 0" again
-const char *iv_comdat_nombre_valor(comdat *comdat, uint32_t indice);    // likewise
-uint32_t iv_comdat_tipoDato(comdat *comdat, uint32_t indice);           // likewise
+uint32_t iv_comdat_numero_valores(comdat *comdat);                   // reports "(comdat) != 0" again
+const char *iv_comdat_nombre_valor(comdat *comdat, uint32_t indice); // likewise
+uint32_t iv_comdat_tipoDato(comdat *comdat, uint32_t indice);        // likewise
 uint8_t iv_comdat_dame_byte(comdat *comdat, uint32_t indice);
 uint16_t iv_comdat_dame_ushort(comdat *comdat, uint32_t indice);
 uint32_t iv_comdat_dame_ulong(comdat *comdat, uint32_t indice);

@@ -11,7 +11,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE modulo, DWORD motivo, LPVOID)
 
 #if defined(_MSC_VER)
 #pragma function(memcpy, memset)
-extern "C" int _fltused = 0;            // the compiler names it wherever floating point is used
+extern "C" int _fltused = 0; // the compiler names it wherever floating point is used
 #endif
 
 extern "C" void *memcpy(void *destino, const void *origen, size_t n)

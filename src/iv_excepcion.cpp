@@ -1,15 +1,15 @@
 #include "iv_excepcion.h"
 
-static const DWORD EXCEPCION_GCC = 0x20474343;          // a throw of GCC's run-time
-static const int MOTIVO_CAPTURA_AJENA = 1;              // why its object is given back: another language caught it
+static const DWORD EXCEPCION_GCC = 0x20474343; // a throw of GCC's run-time
+static const int MOTIVO_CAPTURA_AJENA = 1;     // why its object is given back: another language caught it
 static const ULONG TAM_PAGINA = 4096;
-static const ULONG TAM_RESERVA = 4 * TAM_PAGINA;        // of the stack, for leaving an overflow
+static const ULONG TAM_RESERVA = 4 * TAM_PAGINA; // of the stack, for leaving an overflow
 
 // The exception object of GCC's run-time, which other compilers of its kind share.
 struct iv_excepcion_gcc {
     uint64_t clase;
-    void   (*libera)(int motivo, iv_excepcion_gcc *excepcion);
-    uint64_t privado[6];            // 1 frame and 2 place where it is caught, 3 a number for a catch of its own
+    void (*libera)(int motivo, iv_excepcion_gcc *excepcion);
+    uint64_t privado[6]; // 1 frame and 2 place where it is caught, 3 a number for a catch of its own
 };
 
 // Takes the innermost frame off the context and returns its value, 0 without one. *base is where its module lies,
@@ -29,10 +29,10 @@ static void apunta_marco(iv_excepcion_guarda *guarda, CONTEXT *contexto)
 {
     DWORD64 base = 0;
     const SCOPE_TABLE_AMD64 *tabla;
-    quita_marco(contexto, &base, &tabla);               // iv_excepcion_prepara's own
+    quita_marco(contexto, &base, &tabla); // iv_excepcion_prepara's own
     guarda->marco = quita_marco(contexto, &base, &tabla);
     for (DWORD i = 0; tabla != NULL && i < tabla->Count; i++)
-        if (tabla->ScopeRecord[i].JumpTarget != 0)      // 0: a __finally
+        if (tabla->ScopeRecord[i].JumpTarget != 0) // 0: a __finally
             guarda->destino = base + tabla->ScopeRecord[i].JumpTarget;
 }
 
@@ -50,7 +50,7 @@ static void prepara_pila(void)
     char *fondo = static_cast<char *>(zona.AllocationBase);
     if (VirtualQuery(fondo, &zona, sizeof zona) == 0 || zona.RegionSize != TAM_PAGINA)
         return;
-    const ULONG tam = TAM_RESERVA + TAM_PAGINA;         // touching the topmost page of a guard is no overflow yet
+    const ULONG tam = TAM_RESERVA + TAM_PAGINA; // touching the topmost page of a guard is no overflow yet
     DWORD antes;
     if (fondo + TAM_PAGINA + tam + TAM_RESERVA < aqui)
         VirtualProtect(fondo + TAM_PAGINA, tam, PAGE_READWRITE | PAGE_GUARD, &antes);
@@ -74,7 +74,7 @@ LONG iv_excepcion_filtra(iv_excepcion_guarda *guarda, const EXCEPTION_POINTERS *
         auto *gcc = reinterpret_cast<volatile iv_excepcion_gcc *>(registro->ExceptionInformation[0]);
         gcc->privado[1] = guarda->marco;
         gcc->privado[2] = guarda->destino;
-        guarda->en_vuelo = const_cast<iv_excepcion_gcc *>(gcc);     // last: what is no object faults before
+        guarda->en_vuelo = const_cast<iv_excepcion_gcc *>(gcc); // last: what is no object faults before
     }
     return EXCEPTION_EXECUTE_HANDLER;
 }

@@ -25,9 +25,9 @@
 struct iv_excepcion_gcc;
 
 struct iv_excepcion_guarda {
-    uint64_t          marco;        // the frame of the function with the __except
-    uint64_t          destino;      // where that __except begins
-    iv_excepcion_gcc *en_vuelo;     // a C++ exception of GCC's run-time that ends here; NULL for none
+    uint64_t marco;             // the frame of the function with the __except
+    uint64_t destino;           // where that __except begins
+    iv_excepcion_gcc *en_vuelo; // a C++ exception of GCC's run-time that ends here; NULL for none
 };
 
 // Notes the caller's frame, and makes sure that its thread has room for leaving an overflow.

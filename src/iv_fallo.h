@@ -16,8 +16,8 @@
 #include <stdint.h>
 
 enum iv_fallo_modo : uint32_t {
-    iv_fallo_MUERE = 0,         // the process ends with the code iv_fallo_CODIGO, without a chance to tidy up
-    iv_fallo_ESPERA = 1,        // sets the event "ivrexa_fallo_llega_<pid>", waits for "ivrexa_fallo_sigue_<pid>"
+    iv_fallo_MUERE = 0,  // the process ends with the code iv_fallo_CODIGO, without a chance to tidy up
+    iv_fallo_ESPERA = 1, // sets the event "ivrexa_fallo_llega_<pid>", waits for "ivrexa_fallo_sigue_<pid>"
 };
 
 enum : uint32_t { iv_fallo_CODIGO = 86 };
@@ -29,10 +29,10 @@ extern "C" __declspec(dllexport) void iv_fallo_arma(const char *punto, uint32_t 
 void iv_fallo_paso(const char *punto);
 void iv_fallo_paso_cerrojo(const char *momento, uint32_t sitio);
 
-#define iv_fallo(punto) iv_fallo_paso(punto)
+#define iv_fallo(punto)                  iv_fallo_paso(punto)
 #define iv_fallo_cerrojo(momento, sitio) iv_fallo_paso_cerrojo(momento, sitio)
 #else
-#define iv_fallo(punto) static_cast<void>(0)
+#define iv_fallo(punto)                  static_cast<void>(0)
 #define iv_fallo_cerrojo(momento, sitio) static_cast<void>(0)
 #endif
 

@@ -13,14 +13,14 @@ iv_mcbase_monitor *s_programa_monitor = NULL;
 
 static iv_mcbase_monitor s_registro_monitor;
 
-static const uint32_t NUM_ACTIVIDAD_FINAL = 64;         // the counter wraps here; this record is never written
+static const uint32_t NUM_ACTIVIDAD_FINAL = 64; // the counter wraps here; this record is never written
 static const uint32_t LATIDO_MS = 2000;
 static const uint32_t ESPERA_USOS_MS = 500;
 
-static SRWLOCK s_apertura = SRWLOCK_INIT;               // the first opens of two threads make one access record
-static volatile DWORD s_hilo_apertura = 0;              // who holds it: the box of a report lets that thread come back
+static SRWLOCK s_apertura = SRWLOCK_INIT;  // the first opens of two threads make one access record
+static volatile DWORD s_hilo_apertura = 0; // who holds it: the box of a report lets that thread come back
 static uint32_t s_veces_apertura = 0;
-static volatile LONG s_num_usos = 0;                    // operations under way in this process
+static volatile LONG s_num_usos = 0; // operations under way in this process
 
 // ---- Access
 
@@ -80,7 +80,7 @@ iv_mcbase_acceso *iv_mcbase_abre(uint32_t, int16_t registrando)
             s_mcbase_acceso = crea_acceso(registrando);
         acceso = s_mcbase_acceso;
     } __finally {
-        suelta_apertura();                          // the heap raises when memory runs out
+        suelta_apertura(); // the heap raises when memory runs out
     }
     return acceso;
 }
@@ -144,7 +144,7 @@ static void olvida_acceso(void)
 void iv_mcbase_cierra(void)
 {
     olvida_acceso();
-    InterlockedExchange(&s_num_usos, 0);        // what is left are threads that were ended
+    InterlockedExchange(&s_num_usos, 0); // what is left are threads that were ended
 }
 
 static uint32_t cuenta_programas(iv_mcbase_vista *mcbase)
@@ -194,14 +194,13 @@ static int16_t es_el_programa(volatile iv_mcbase_programa_t *programa, const cha
     if (programa->hwnd == hwnd)
         return CIERTO;
     if (hwnd == 0 || iv_ventana()->IsWindow(reinterpret_cast<HWND>(programa->hwnd)))
-        return FALSO;                           // the name is another live program's
-    programa->hwnd = hwnd;                      // its old holder is dead
+        return FALSO;      // the name is another live program's
+    programa->hwnd = hwnd; // its old holder is dead
     return CIERTO;
 }
 
 // Index of the program's own entry, 16 for none; the first free entry before it in *ind_libre, 16 for none.
-static uint32_t busca_programa(iv_mcbase_vista *mcbase, const char *nombre_programa, uint64_t hwnd,
-                               uint32_t *ind_libre)
+static uint32_t busca_programa(iv_mcbase_vista *mcbase, const char *nombre_programa, uint64_t hwnd, uint32_t *ind_libre)
 {
     *ind_libre = iv_mcbase_NUM_MAX_PROGRAMAS;
     for (uint32_t i = 0; i < iv_mcbase_NUM_MAX_PROGRAMAS; i++) {
@@ -266,8 +265,8 @@ uint16_t iv_mcbase_registra_programa(uint32_t tipo_programa, const char *nombre_
     iv_mcbase_acceso *acceso = iv_mcbase_bloquea(tipo_programa, CIERTO, iv_sitio_MCB_REGISTRA_PROGRAMA);
     if (acceso == NULL)
         return iv_mcbase_NUM_MAX_PROGRAMAS;
-    uint32_t id_programa = entra_programa(acceso->mcbase, tipo_programa, nombre_programa,
-                                          reinterpret_cast<uint64_t>(hwnd));
+    uint32_t id_programa =
+        entra_programa(acceso->mcbase, tipo_programa, nombre_programa, reinterpret_cast<uint64_t>(hwnd));
     iv_mcbase_desbloquea(acceso, iv_sitio_MCB_REGISTRA_PROGRAMA);
     return static_cast<uint16_t>(id_programa);
 }
@@ -302,7 +301,7 @@ int16_t iv_mcbase_estoy_vivo(uint16_t id_programa)
     iv_traza_estoy_vivo(id_programa);
     if (id_programa >= iv_mcbase_NUM_MAX_PROGRAMAS)
         return CIERTO;
-    if (s_LocalHeap == NULL)            // the session is closed; opening the registry would bring the heap back
+    if (s_LocalHeap == NULL) // the session is closed; opening the registry would bring the heap back
         return CIERTO;
 
     iv_mcbase_acceso *acceso = iv_mcbase_bloquea(iv_tipo_MONITOR, FALSO, iv_sitio_MCB_ESTOY_VIVO);
@@ -331,8 +330,8 @@ uint32_t iv_mcbase_busca_servicio(iv_mcbase_vista *mcbase, const char *nombre_se
         if (nombre[0] == '\0') {
             if (libre == iv_mcbase_NUM_MAX_SERVICIOS)
                 libre = i;
-        } else if (ind_datServ == iv_mcbase_NUM_MAX_SERVICIOS
-                   && iv_mem_cadenas_iguales(nombre, nombre_servicio) == CIERTO) {
+        } else if (ind_datServ == iv_mcbase_NUM_MAX_SERVICIOS &&
+                   iv_mem_cadenas_iguales(nombre, nombre_servicio) == CIERTO) {
             ind_datServ = i;
         }
     }
@@ -360,7 +359,7 @@ uint32_t iv_mcbase_quita_servicio(uint32_t, iv_mcbase_vista *mcbase, const char 
 {
     uint32_t ind_datServ = iv_mcbase_busca_servicio(mcbase, nombre_servicio, NULL);
     if (ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS)
-        mcbase->servicios[ind_datServ].nombre[0] = '\0';        // the other fields stay
+        mcbase->servicios[ind_datServ].nombre[0] = '\0'; // the other fields stay
     return ind_datServ;
 }
 
@@ -443,15 +442,13 @@ static void registra_en_servicio(uint32_t tipo_programa, int16_t registrando, iv
         *ind_datServ = ind;
 }
 
-void iv_mcbase_registra_servidor_de_servicio(uint16_t id_programa, const char *nombre_servicio,
-                                             uint32_t *ind_datServ)
+void iv_mcbase_registra_servidor_de_servicio(uint16_t id_programa, const char *nombre_servicio, uint32_t *ind_datServ)
 {
     registra_en_servicio(iv_tipo_SERVIDOR, FALSO, iv_sitio_MCB_REGISTRA_SERVIDOR, id_programa, nombre_servicio,
                          ind_datServ, pon_servidor);
 }
 
-void iv_mcbase_registra_cliente_de_servicio(uint16_t id_programa, const char *nombre_servicio,
-                                            uint32_t *ind_datServ)
+void iv_mcbase_registra_cliente_de_servicio(uint16_t id_programa, const char *nombre_servicio, uint32_t *ind_datServ)
 {
     registra_en_servicio(iv_tipo_CLIENTE, CIERTO, iv_sitio_MCB_REGISTRA_CLIENTE, id_programa, nombre_servicio,
                          ind_datServ, pon_cliente);
@@ -484,8 +481,10 @@ void iv_mcbase_termina_comando(uint32_t ind_datServ, uint32_t)
 
 static int16_t monitor_listo(iv_mcbase_vista *mcbase)
 {
-    return mcbase->tam_bloque == sizeof(iv_mcbase_t) && mcbase->version == iv_mcbase_VERSION
-           && mcbase->hwnd_monitor != 0 && mcbase->msg_monitor != 0 ? CIERTO : FALSO;
+    return mcbase->tam_bloque == sizeof(iv_mcbase_t) && mcbase->version == iv_mcbase_VERSION &&
+                   mcbase->hwnd_monitor != 0 && mcbase->msg_monitor != 0
+               ? CIERTO
+               : FALSO;
 }
 
 int16_t iv_mcbase_hay_monitor(uint32_t tipo_programa)
@@ -554,8 +553,8 @@ void iv_mcbase_anota_actividad(uint32_t tipo_programa, uint32_t tipo_actividad, 
     if (monitor_listo(mcbase) == CIERTO) {
         if (ind >= iv_mcbase_NUM_MAX_SERVICIOS)
             ind = iv_mcbase_busca_servicio(mcbase, nombre_servicio, NULL);
-        iv_mcbase_actividad_t actividad = {ind, dato1, dato2, tipo_programa, tipo_actividad,
-                                           static_cast<uint16_t>(indicador)};
+        iv_mcbase_actividad_t actividad = {ind,           dato1,          dato2,
+                                           tipo_programa, tipo_actividad, static_cast<uint16_t>(indicador)};
         if (ind < iv_mcbase_NUM_MAX_SERVICIOS)
             n = escribe_actividad(mcbase, &actividad);
         hwnd_monitor = mcbase->hwnd_monitor;
@@ -633,7 +632,7 @@ void iv_mcbase_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion_activid
 
 void iv_mcbase_quita_monitor(void)
 {
-    if (s_mcbase_acceso != NULL || s_programa_monitor != NULL) {    // the session may have been closed before
+    if (s_mcbase_acceso != NULL || s_programa_monitor != NULL) { // the session may have been closed before
         iv_mcbase_acceso *acceso = iv_mcbase_bloquea(iv_tipo_MONITOR, FALSO, iv_sitio_MCB_QUITA_MONITOR);
         if (acceso != NULL) {
             acceso->mcbase->hwnd_monitor = 0;

@@ -20,9 +20,9 @@
 using iv_mcbase_vista = volatile iv_mcbase_t;
 
 struct iv_mcbase_acceso {
-    iv_mutex         *mutex;
+    iv_mutex *mutex;
     iv_shared_bloque *bloque;
-    iv_mcbase_vista  *mcbase;
+    iv_mcbase_vista *mcbase;
 };
 
 enum iv_tipo_programa : uint32_t {
@@ -32,20 +32,20 @@ enum iv_tipo_programa : uint32_t {
 };
 
 enum iv_tipo_actividad : uint32_t {
-    iv_actividad_SERVICIO = 1,          // a service becomes available / is closed
-    iv_actividad_COMANDO = 2,           // a client starts / has finished a command
-    iv_actividad_DATOS_ENTRADA = 3,     // a block of input data is saved or opened
-    iv_actividad_DATOS_SALIDA = 4,      // a block of output data is saved or opened
+    iv_actividad_SERVICIO = 1,      // a service becomes available / is closed
+    iv_actividad_COMANDO = 2,       // a client starts / has finished a command
+    iv_actividad_DATOS_ENTRADA = 3, // a block of input data is saved or opened
+    iv_actividad_DATOS_SALIDA = 4,  // a block of output data is saved or opened
 };
 
 // wParam of the monitor's message.
 enum iv_aviso_monitor : uint32_t {
-    iv_aviso_ACTIVIDAD = 0,             // lParam: number of the activity record
-    iv_aviso_RONDA_CLIENTE = 1,         // lParam: service index in the low 16 bits, loop state in the high 16
-    iv_aviso_RONDA_SERVIDOR = 2,        // likewise
+    iv_aviso_ACTIVIDAD = 0,      // lParam: number of the activity record
+    iv_aviso_RONDA_CLIENTE = 1,  // lParam: service index in the low 16 bits, loop state in the high 16
+    iv_aviso_RONDA_SERVIDOR = 2, // likewise
 };
 
-extern iv_mcbase_acceso *volatile s_mcbase_acceso;      // NULL while the registry is not open
+extern iv_mcbase_acceso *volatile s_mcbase_acceso; // NULL while the registry is not open
 
 // ---- Access
 
@@ -101,10 +101,8 @@ int16_t iv_mcbase_hay_servicio_registrado_empiece_por(const char *prefijo_nombre
                                                       char *buffer_nombre_servicio_registrado64);
 
 // Makes the program the server, or the (last) client, of a service. The service's index in *ind_datServ, if given.
-void iv_mcbase_registra_servidor_de_servicio(uint16_t id_programa, const char *nombre_servicio,
-                                             uint32_t *ind_datServ);
-void iv_mcbase_registra_cliente_de_servicio(uint16_t id_programa, const char *nombre_servicio,
-                                            uint32_t *ind_datServ);
+void iv_mcbase_registra_servidor_de_servicio(uint16_t id_programa, const char *nombre_servicio, uint32_t *ind_datServ);
+void iv_mcbase_registra_cliente_de_servicio(uint16_t id_programa, const char *nombre_servicio, uint32_t *ind_datServ);
 
 // A client's command begins / has ended.
 void iv_mcbase_inicia_comando(uint32_t ind_datServ, uint32_t id_comando);
@@ -126,16 +124,16 @@ void iv_mcbase_avisa_ronda(iv_mcbase_vista *mcbase, iv_aviso_monitor aviso, uint
 
 // This process's monitor. The callbacks run on the thread that owns the window.
 struct iv_mcbase_monitor {
-    ivrexa_hwnd              hwnd;
-    WNDPROC                  proc_ventana_anterior;
+    ivrexa_hwnd hwnd;
+    WNDPROC proc_ventana_anterior;
     ivrexa_funcion_actividad funcionNotificacionActividad;
-    ivrexa_funcion_bucle     funcionMonitorBuclesCliente;
-    ivrexa_funcion_bucle     funcionMonitorBuclesServidor;
-    void                    *datos_externos_monitor;
-    uint32_t                 msg_monitor;
+    ivrexa_funcion_bucle funcionMonitorBuclesCliente;
+    ivrexa_funcion_bucle funcionMonitorBuclesServidor;
+    void *datos_externos_monitor;
+    uint32_t msg_monitor;
 };
 
-extern iv_mcbase_monitor *s_programa_monitor;       // NULL while this process is not the monitor
+extern iv_mcbase_monitor *s_programa_monitor; // NULL while this process is not the monitor
 
 // Makes this process the monitor: subclasses the window, initialises the registry's header and ring, and empties the
 // names of all services. Deliberate. Reports "s_programa_monitor == NULL" where it is that already, then nothing.

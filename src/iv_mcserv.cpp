@@ -11,7 +11,7 @@
 
 static const uint32_t RONDAS_SIN_LATIDO = 25;
 static const uint32_t PRIMER_COMANDO_PROPIO = ivrexa_comando_PRIMERO_PROPIO;
-static const uint32_t TAM_TEXTO_CORTO = 64;         // characters, NUL included
+static const uint32_t TAM_TEXTO_CORTO = 64; // characters, NUL included
 static const uint32_t TAM_TEXTO_LARGO = 256;
 static const uint32_t PRIMER_MENSAJE_REGISTRADO = 0xC000;
 static const uint32_t ULTIMO_MENSAJE_REGISTRADO = 0xFFFF;
@@ -176,8 +176,7 @@ static int16_t bloquea_buzon(iv_mutex *mutex_interno, iv_sitio sitio)
 // CIERTO, with the internal mutex held, when the state has come; FALSO when the server ends. It sleeps outside the
 // mutex, and has no time-out but that. Deliberate. A session that closes ends it before it marks the channel: a command
 // function that notifies holds the mutex that the mark needs.
-static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, iv_sitio sitio,
-                                   uint32_t estado)
+static int16_t espera_notificacion(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, iv_sitio sitio, uint32_t estado)
 {
     while (bloquea_buzon(mutex_interno, sitio) == CIERTO) {
         if (mcserv->estado_notificacion == estado)
@@ -213,8 +212,8 @@ static void vacia_buzon(iv_mcserv_vista *mcserv)
 void iv_mcserv_notifica(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, uint32_t dato1, uint32_t dato2,
                         uint32_t dato3)
 {
-    int16_t libre = espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESCRIBE,
-                                        iv_mcserv_estadoNotificacion_LIBRE);
+    int16_t libre =
+        espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESCRIBE, iv_mcserv_estadoNotificacion_LIBRE);
     if (libre != CIERTO)
         return;
     escribe_notificacion(mcserv, dato1, dato2, dato3);
@@ -223,8 +222,8 @@ void iv_mcserv_notifica(iv_mcserv_vista *mcserv, iv_mutex *mutex_interno, uint32
     if (terminado == CIERTO)
         return;
 
-    int16_t procesada = espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESPERA,
-                                            iv_mcserv_estadoNotificacion_PROCESADA);
+    int16_t procesada =
+        espera_notificacion(mcserv, mutex_interno, iv_sitio_NOTIFICA_ESPERA, iv_mcserv_estadoNotificacion_PROCESADA);
     if (procesada != CIERTO)
         return;
     vacia_buzon(mcserv);
@@ -287,7 +286,7 @@ void iv_mcserv_termina_servidor(const char *nombre_servicio)
 struct iv_bucle {
     volatile uint32_t *estado;
     volatile uint32_t *vueltas;
-    volatile uint32_t *vivo;            // the other side's heartbeat when the state was entered
+    volatile uint32_t *vivo; // the other side's heartbeat when the state was entered
 };
 
 // Counts one round of the wait for `estado`; CIERTO at each 25th with the heartbeat where it was on entry. Entering
@@ -330,7 +329,7 @@ static int16_t ronda_cliente(uint32_t ind_datServ, iv_mcserv_vista *mcserv, uint
 {
     Sleep(iv_mcserv_RONDA_MS);
     if (ind_datServ >= iv_mcbase_NUM_MAX_SERVICIOS)
-        return CIERTO;                                  // the service is not in the table
+        return CIERTO; // the service is not in the table
     iv_mcbase_acceso *acceso = iv_mcbase_bloquea(iv_tipo_CLIENTE, FALSO, iv_sitio_MCB_RONDA_CLIENTE);
     if (acceso == NULL)
         return CIERTO;
@@ -400,18 +399,18 @@ int16_t iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO(uint32_t ind_datServ,
 // ---- Client: one exchange over the channel
 
 struct iv_intercambio {
-    uint32_t         id_comando;
-    uint16_t         opciones_ventana;
-    uint32_t         id_bloque_MCCom_entrada;
-    const wchar_t   *textos[3];
-    uint32_t        *id_resultado;          // outs, each may be NULL
-    wchar_t        **resultados[3];
-    uint32_t         ind_datServ;
-    ivrexa_hwnd      hwnd_cliente;
+    uint32_t id_comando;
+    uint16_t opciones_ventana;
+    uint32_t id_bloque_MCCom_entrada;
+    const wchar_t *textos[3];
+    uint32_t *id_resultado; // outs, each may be NULL
+    wchar_t **resultados[3];
+    uint32_t ind_datServ;
+    ivrexa_hwnd hwnd_cliente;
     iv_mcserv_vista *mcserv;
-    iv_mutex        *mutex;
-    int16_t          reclamado;             // the channel is ours until it is freed
-    int16_t          completo;
+    iv_mutex *mutex;
+    int16_t reclamado; // the channel is ours until it is freed
+    int16_t completo;
 };
 
 // Waits until no other client uses the channel. CIERTO when it is ours. Either way the mutex is held.
@@ -420,7 +419,7 @@ static int16_t reclama(const iv_intercambio *x)
     for (;;) {
         iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_RECLAMA);
         if (x->mcserv->ocupacion == iv_mcserv_ocupacion_LIBRE)
-            return CIERTO;                              // also where the server has ended
+            return CIERTO; // also where the server has ended
         if (x->mcserv->servidor_terminado == 1)
             return FALSO;
         if (iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE(x->ind_datServ, x->mcserv) == CIERTO)
@@ -546,9 +545,9 @@ static void despide(iv_intercambio *x)
     iv_mcserv_vista *mcserv = x->mcserv;
     for (;;) {
         iv_mutex_bloquea(x->mutex, iv_sitio_CLIENTE_ESPERA_AVISADO);
-        if (mcserv->info_estadoComando == iv_mcserv_estadoComando_AVISADO_SERVIDOR
-            || mcserv->estado_servidor == iv_mcserv_estadoServidor_ESPERA
-            || mcserv->estado_servidor == iv_mcserv_estadoServidor_PARADO || mcserv->servidor_terminado == 1)
+        if (mcserv->info_estadoComando == iv_mcserv_estadoComando_AVISADO_SERVIDOR ||
+            mcserv->estado_servidor == iv_mcserv_estadoServidor_ESPERA ||
+            mcserv->estado_servidor == iv_mcserv_estadoServidor_PARADO || mcserv->servidor_terminado == 1)
             break;
         if (iv_mcserv_CLIENTE_ESPERA_SERVIDOR_AVISADO(x->ind_datServ, mcserv) == CIERTO)
             break;
@@ -680,8 +679,8 @@ uint32_t iv_mcserv_ejecuta_comando(const char *nombre_servicio, uint32_t id_coma
     x.resultados[1] = resultado_256;
     x.resultados[2] = resultado_256_2;
 
-    iv_traza_inicio_comando(nombre_servicio, id_comando, id_bloque_MCCom_entrada, buffer_cliente_64,
-                            buffer_cliente_256, buffer_cliente2_256);
+    iv_traza_inicio_comando(nombre_servicio, id_comando, id_bloque_MCCom_entrada, buffer_cliente_64, buffer_cliente_256,
+                            buffer_cliente2_256);
     anota_comando(CIERTO, nombre_servicio, &x);
     if (iv_reg_dame_servicio_solicitado(nombre_servicio, &x.ind_datServ, &x.hwnd_cliente) != CIERTO)
         return ivrexa_resultado_ERROR;

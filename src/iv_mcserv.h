@@ -32,6 +32,8 @@
 #include "iv_plataforma.h"
 #include "iv_shared.h"
 
+// By hand: the columns make a table.
+// clang-format off
 #pragma pack(push, 1)
 struct iv_mcserv_t {
     uint16_t tam_bloque;                 //    0  bytes, 2378 once a server has initialised the channel
@@ -60,6 +62,7 @@ struct iv_mcserv_t {
     uint32_t notificacion_dato3;         // 2374  id of the data block attached
 };
 #pragma pack(pop)
+// clang-format on
 
 IV_FORMATO(sizeof(iv_mcserv_t) == 2378, "the channel is a cross-process format");
 IV_CAMPO(iv_mcserv_t, tam_bloque, 0);
@@ -103,13 +106,13 @@ enum iv_mcserv_estadoServidor : uint32_t {
     iv_mcserv_estadoServidor_PARADO = 0,
     iv_mcserv_estadoServidor_ESPERA = 1,
     iv_mcserv_estadoServidor_EJECUTA = 2,
-    iv_mcserv_estadoServidor_TERMINADO = 3,     // with the current command
+    iv_mcserv_estadoServidor_TERMINADO = 3, // with the current command
 };
 
 enum iv_mcserv_ocupacion : uint32_t {
     iv_mcserv_ocupacion_LIBRE = 0,
-    iv_mcserv_ocupacion_ESCRIBE = 1,            // a client is writing its command
-    iv_mcserv_ocupacion_EN_CURSO = 2,           // a command is written and under way
+    iv_mcserv_ocupacion_ESCRIBE = 1,  // a client is writing its command
+    iv_mcserv_ocupacion_EN_CURSO = 2, // a command is written and under way
 };
 
 enum iv_mcserv_estadoNotificacion : uint32_t {
@@ -138,7 +141,7 @@ iv_mcserv_vista *iv_mcserv_vista_de(iv_shared_bloque *shared_MCServ);
 void iv_mcserv_inicia(iv_mcserv_vista *mcserv, uint16_t version_servicio, int16_t ya_existia);
 void iv_mcserv_servidor_listo(iv_mcserv_vista *mcserv, ivrexa_hwnd hwnd_servidor, uint32_t msg_servidor);
 void iv_mcserv_servidor_terminado(iv_mcserv_vista *mcserv);
-int16_t iv_mcserv_es_comando_reservado(uint32_t id_comando);        // CIERTO for 1 to 99
+int16_t iv_mcserv_es_comando_reservado(uint32_t id_comando); // CIERTO for 1 to 99
 
 // The command under way, if it is this one: its input block and texts into those outs that are given, of 64, 256 and
 // 256 characters. FALSO, with nothing written, otherwise.

@@ -10,16 +10,16 @@
 HANDLE s_LocalHeap = NULL;
 
 static const SIZE_T TAM_INICIAL_HEAP = 16384;
-static const uint32_t TAM_LINEA = 64;           // of the processor's cache, in bytes
-static SRWLOCK s_creacion = SRWLOCK_INIT;       // the first allocations of two threads make one heap
-static volatile DWORD s_hilo_creacion = 0;      // who makes it
+static const uint32_t TAM_LINEA = 64;      // of the processor's cache, in bytes
+static SRWLOCK s_creacion = SRWLOCK_INIT;  // the first allocations of two threads make one heap
+static volatile DWORD s_hilo_creacion = 0; // who makes it
 
 // ---- Heap
 
 static void crea_heap(void)
 {
     iv_mutex_heap_crea_y_bloquea();
-    if (s_LocalHeap != NULL)                    // made meanwhile, from inside the box of the lock's report
+    if (s_LocalHeap != NULL) // made meanwhile, from inside the box of the lock's report
         return;
     HANDLE heap = HeapCreate(HEAP_GENERATE_EXCEPTIONS, TAM_INICIAL_HEAP, 0);
     InterlockedExchangePointer(&s_LocalHeap, heap);
@@ -33,7 +33,7 @@ static HANDLE dame_heap(void)
     if (heap != NULL)
         return heap;
 
-    if (s_hilo_creacion == GetCurrentThreadId()) {      // back from inside the box of a report
+    if (s_hilo_creacion == GetCurrentThreadId()) { // back from inside the box of a report
         crea_heap();
         return s_LocalHeap;
     }
@@ -44,7 +44,7 @@ static HANDLE dame_heap(void)
             crea_heap();
     } __finally {
         s_hilo_creacion = 0;
-        ReleaseSRWLockExclusive(&s_creacion);           // what the host does inside that box may raise
+        ReleaseSRWLockExclusive(&s_creacion); // what the host does inside that box may raise
     }
     return s_LocalHeap;
 }
@@ -69,7 +69,7 @@ static uint64_t valor_de(const void *puntero)
 IV_RARA static void traza_informacion(const char *prefijo, HANDLE heap, const void *memlocal)
 {
     uint32_t tam = 0;
-    if (heap != NULL && memlocal != NULL)       // the heap cannot size what is no block
+    if (heap != NULL && memlocal != NULL) // the heap cannot size what is no block
         tam = static_cast<uint32_t>(HeapSize(heap, HEAP_NO_SERIALIZE, memlocal));
     iv_traza_cadena(prefijo);
     iv_traza_cadena_valor("(Info mem=", valor_de(memlocal), FALSO);
@@ -278,7 +278,7 @@ char *iv_mem_duplica_cadena(const char *cadena)
 {
     uint32_t tam = iv_mem_longitud(cadena) + 1;
     char *copia = static_cast<char *>(i_malloc(tam));
-    iv_mem_copia(copia, cadena, tam - 1);       // the NUL is there: blocks are zero
+    iv_mem_copia(copia, cadena, tam - 1); // the NUL is there: blocks are zero
     return copia;
 }
 
@@ -415,9 +415,9 @@ static void copia_corta(uint8_t *destino, const uint8_t *origen, uint32_t num_by
             copia_palabra<uint8_t>(destino, origen, n);
 }
 
-// Line by line of an aligned destination, what lies before and behind byte by byte. Right also where the destination is a
-// line or more behind the source. In fresh memory, which the system makes page by page meanwhile, this is quicker than
-// one instruction for all.
+// Line by line of an aligned destination, what lies before and behind byte by byte. Right also where the destination is
+// a line or more behind the source. In fresh memory, which the system makes page by page meanwhile, this is quicker
+// than one instruction for all.
 static void copia_larga(uint8_t *destino, const uint8_t *origen, uint32_t num_bytes)
 {
     const uint32_t tam = sizeof(__m128i);

@@ -15,24 +15,24 @@
 
 #include "iv_plataforma.h"
 
-extern HANDLE s_LocalHeap;      // NULL while there is no heap; the heartbeat takes that as the end of the session
+extern HANDLE s_LocalHeap; // NULL while there is no heap; the heartbeat takes that as the end of the session
 
 // ---- Heap. Sizes in bytes; new bytes are zero; blocks are the caller's.
 
 void *i_malloc(uint32_t tam);
-void *i_realloc(void *memlocal, uint32_t tam);      // contents kept, may move
-void i_free(void *memlocal);                        // NULL is harmless
+void *i_realloc(void *memlocal, uint32_t tam); // contents kept, may move
+void i_free(void *memlocal);                   // NULL is harmless
 
 // The same, reporting "tam > 0" for a size of 0 and going on with it.
 void *iv_mem_malloc(uint32_t tam);
-void *iv_mem_calloc(uint32_t num, uint32_t tam_elemento);       // the 32-bit product is not checked for overflow
+void *iv_mem_calloc(uint32_t num, uint32_t tam_elemento); // the 32-bit product is not checked for overflow
 void *iv_mem_realloc(void *memlocal, uint32_t tam);
 
 // The same for a block that one would like larger at once: *dado bytes. Where there is no memory for so much it is tam
 // bytes, without a report; *dado tells how many. One operation of the heap, whichever it is.
 void *iv_mem_realloc_con_adelanto(void *memlocal, uint32_t tam, uint32_t *dado);
 
-void *iv_mem_malloc_con_margen(uint32_t tam, uint32_t margen);  // tam is checked, tam + margen bytes are given
+void *iv_mem_malloc_con_margen(uint32_t tam, uint32_t margen); // tam is checked, tam + margen bytes are given
 
 // Frees *ptr and sets it to NULL. Reports "ptr != 0" for a null address, then nothing; "*ptr != 0" for a null pointer,
 // and goes on. The other two do the same, for texts.
@@ -54,7 +54,7 @@ void iv_mem_cierra(void);
 
 char *iv_mem_duplica_cadena(const char *cadena);
 wchar_t *iv_mem_duplica_cadena_u(const wchar_t *cadena);
-int16_t iv_mem_cadenas_iguales(const char *cadena1, const char *cadena2);           // exact, case included
+int16_t iv_mem_cadenas_iguales(const char *cadena1, const char *cadena2); // exact, case included
 int16_t iv_mem_cadenas_iguales_u(const wchar_t *cadena1, const wchar_t *cadena2);
 uint32_t iv_mem_longitud(const char *cadena);
 uint32_t iv_mem_longitud_u(const wchar_t *cadena);

@@ -25,7 +25,7 @@ iv_mutex *iv_mutex_crea(const char *nombre, int16_t recrea)
     int16_t ya_existia;
     HANDLE mutex = abre_por_nombre(nombre, &ya_existia);
     if (ya_existia == CIERTO && recrea == CIERTO) {
-        ReleaseMutex(mutex);                    // not ours, so this fails without effect. Deliberate.
+        ReleaseMutex(mutex); // not ours, so this fails without effect. Deliberate.
         CloseHandle(mutex);
         mutex = abre_por_nombre(nombre, &ya_existia);
     }
@@ -33,18 +33,18 @@ iv_mutex *iv_mutex_crea(const char *nombre, int16_t recrea)
     iv_mutex *registro = static_cast<iv_mutex *>(iv_mem_malloc(sizeof(iv_mutex)));
     registro->mutex = mutex;
     registro->nombre = iv_mem_duplica_cadena(nombre);
-    return registro;                            // level and codes are 0: blocks are zero
+    return registro; // level and codes are 0: blocks are zero
 }
 
 static int16_t espera_y_cuenta(iv_mutex *iv_mutex, uint32_t codigo, uint32_t plazo_ms)
 {
-    iv_assert_puntero(iv_mutex->mutex);                 // the wait then fails at once
+    iv_assert_puntero(iv_mutex->mutex); // the wait then fails at once
     iv_fallo_cerrojo("espera", codigo);
     if (WaitForSingleObject(iv_mutex->mutex, plazo_ms) == WAIT_TIMEOUT)
-        return FALSO;                                   // any other result counts as acquired: an abandoned mutex does
+        return FALSO; // any other result counts as acquired: an abandoned mutex does
     int32_t nivel = iv_mutex->nivel_bloqueo;
     iv_assert(iv_mutex->nivel_bloqueo < i_NUM_NIVELES_BLOQUEO);
-    if (0 <= nivel && nivel < i_NUM_NIVELES_BLOQUEO)    // the table has no other entries
+    if (0 <= nivel && nivel < i_NUM_NIVELES_BLOQUEO) // the table has no other entries
         iv_mutex->codigos_bloqueo[nivel] = codigo;
     iv_mutex->nivel_bloqueo = nivel + 1;
     iv_fallo_cerrojo("entra", codigo);

@@ -13,6 +13,8 @@
 
 enum { i_NUM_NIVELES_BLOQUEO = 4 };
 
+// By hand: the columns make a table.
+// clang-format off
 enum iv_sitio : uint32_t {
     // the registry's mutex "Ivrexa_Mutex_MCB", 1 to 15
     iv_sitio_MCB_LIBERA_SI_VACIO      = 1,  // counts the programs left; releases behind it
@@ -50,13 +52,14 @@ enum iv_sitio : uint32_t {
     iv_sitio_GUARDA_DATOS             = 34, // numbers a data block and stores it
     iv_sitio_PROCESA_COMANDO          = 35, // takes the input; not held while the command function runs
 };
+// clang-format on
 
 // This process's record of a named mutex, from the private heap. Level and codes change only while it is held.
 struct iv_mutex {
-    HANDLE   mutex;
-    char    *nombre;                                    // the record's own copy
-    int32_t  nivel_bloqueo;                             // holds of this process; 0 = free
-    uint32_t codigos_bloqueo[i_NUM_NIVELES_BLOQUEO];    // entry i: site of the hold that made level i + 1
+    HANDLE mutex;
+    char *nombre;                                    // the record's own copy
+    int32_t nivel_bloqueo;                           // holds of this process; 0 = free
+    uint32_t codigos_bloqueo[i_NUM_NIVELES_BLOQUEO]; // entry i: site of the hold that made level i + 1
 };
 
 // Makes the mutex `nombre`, or opens it when it exists.
@@ -83,9 +86,9 @@ void iv_mutex_destruye(iv_mutex **iv_mutex);
 
 // The heap's plain lock "ivrexa_iv_mem": no record, no level. The handle is NULL while there is no heap, and waiting
 // on it or releasing it then fails at once, without a report.
-void iv_mutex_heap_crea_y_bloquea(void);    // makes it where there is none
+void iv_mutex_heap_crea_y_bloquea(void); // makes it where there is none
 void iv_mutex_heap_bloquea(void);
 void iv_mutex_heap_desbloquea(void);
-void iv_mutex_heap_destruye(void);      // releases it once, closes it
+void iv_mutex_heap_destruye(void); // releases it once, closes it
 
 #endif

@@ -15,10 +15,10 @@ static_assert(sizeof(void *) == 8, "a 64-bit library");
 // A function that is seldom called: out of line and small, and the ways to it lie away from what is quick. And one that
 // stands in its caller whatever else is asked of the compiler.
 #if defined(_MSC_VER) && !defined(__clang__)
-#define IV_RARA __declspec(noinline)
+#define IV_RARA     __declspec(noinline)
 #define IV_EN_LINEA __forceinline
 #else
-#define IV_RARA __attribute__((cold, noinline))
+#define IV_RARA     __attribute__((cold, noinline))
 #define IV_EN_LINEA inline __attribute__((always_inline))
 #endif
 
@@ -49,17 +49,17 @@ inline void iv_llena_bytes(void *destino, unsigned char valor, size_t n)
 // The calls of the window system. They are bound on first use: loading the library does not load user32. Tests swap
 // entries to record a message or to answer a message box.
 struct iv_ventana_llamadas {
-    int      (WINAPI *MessageBoxA)(HWND hwnd, LPCSTR texto, LPCSTR titulo, UINT estilo);
-    int      (WINAPIV *wsprintfA)(LPSTR destino, LPCSTR formato, ...);
-    UINT     (WINAPI *RegisterWindowMessageA)(LPCSTR nombre);
-    LONG_PTR (WINAPI *SetWindowLongPtrW)(HWND hwnd, int indice, LONG_PTR valor);
-    LRESULT  (WINAPI *CallWindowProcW)(WNDPROC proc, HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
-    BOOL     (WINAPI *PostMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
-    LRESULT  (WINAPI *SendMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
-    void     (WINAPI *PostQuitMessage)(int codigo);
-    BOOL     (WINAPI *IsWindow)(HWND hwnd);
-    HWND     (WINAPI *GetActiveWindow)(void);
-    BOOL     (WINAPI *SetForegroundWindow)(HWND hwnd);
+    int(WINAPI *MessageBoxA)(HWND hwnd, LPCSTR texto, LPCSTR titulo, UINT estilo);
+    int(WINAPIV *wsprintfA)(LPSTR destino, LPCSTR formato, ...);
+    UINT(WINAPI *RegisterWindowMessageA)(LPCSTR nombre);
+    LONG_PTR(WINAPI *SetWindowLongPtrW)(HWND hwnd, int indice, LONG_PTR valor);
+    LRESULT(WINAPI *CallWindowProcW)(WNDPROC proc, HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    BOOL(WINAPI *PostMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    LRESULT(WINAPI *SendMessageW)(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
+    void(WINAPI *PostQuitMessage)(int codigo);
+    BOOL(WINAPI *IsWindow)(HWND hwnd);
+    HWND(WINAPI *GetActiveWindow)(void);
+    BOOL(WINAPI *SetForegroundWindow)(HWND hwnd);
 };
 
 // The table, filled. Never NULL; the first call loads user32. Threads may race to it: they store the same addresses.

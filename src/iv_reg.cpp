@@ -13,9 +13,9 @@
 iv_reg_programa *volatile s_programa = NULL;
 
 static iv_reg_programa s_registro_programa;
-static WNDPROC s_wndproc_ultima = NULL;             // the procedure last replaced, for what still comes after the close
+static WNDPROC s_wndproc_ultima = NULL; // the procedure last replaced, for what still comes after the close
 
-static const SIZE_T TAM_PILA = 128;                 // the system rounds it up
+static const SIZE_T TAM_PILA = 128; // the system rounds it up
 static const uint32_t GRACIA_HILO_MS = 500;
 static const uint32_t ESPERA_TERMINAR_MS = 400;
 static const uint32_t VUELTA_NOTIFICACION_MS = 500;
@@ -23,7 +23,7 @@ static const uint32_t NUM_VUELTAS_NOTIFICACION = 60;
 static const uint32_t ESPERA_NOTIFICADORES_MS = 2000;
 static const uint32_t ESPERA_SALIDA_MS = 5000;
 
-static volatile LONG s_num_notificadores = 0;       // threads inside iv_reg_notifica_a_cliente
+static volatile LONG s_num_notificadores = 0; // threads inside iv_reg_notifica_a_cliente
 
 int16_t iv_reg_esta_cerrando(void)
 {
@@ -58,8 +58,7 @@ uint32_t iv_reg_dame_id_MSG_servicio(const char *nombre_servicio)
     return solicitado != NULL ? solicitado->id_MSG_servicio : 0;
 }
 
-int16_t iv_reg_dame_servicio_solicitado(const char *nombre_servicio, uint32_t *ind_datServ,
-                                        ivrexa_hwnd *hwnd_programa)
+int16_t iv_reg_dame_servicio_solicitado(const char *nombre_servicio, uint32_t *ind_datServ, ivrexa_hwnd *hwnd_programa)
 {
     const iv_reg_servicio_solicitado *solicitado = busca_solicitado(nombre_servicio);
     if (solicitado == NULL)
@@ -136,7 +135,7 @@ static volatile LONG *salida_de(const iv_reg_servicio_solicitado *solicitado)
 static DWORD sal_del_hilo(volatile LONG *salida)
 {
     if (InterlockedCompareExchange(salida, SALIDA_PROPIA, SALIDA_NINGUNA) == SALIDA_FORZADA)
-        Sleep(INFINITE);                // the close is ending this thread
+        Sleep(INFINITE); // the close is ending this thread
     ExitThread(0);
 }
 
@@ -180,7 +179,7 @@ static void inicia_registro(uint32_t tipo_programa, const char *ruta_ejecutable,
     programa->siguiente_id_cliente = i_PRIMER_ID_CLIENTE;
     programa->num_servicios_solicitados = 0;
     programa->num_documentos = 0;
-    s_num_notificadores = 0;            // what the last session left are threads that it ended
+    s_num_notificadores = 0; // what the last session left are threads that it ended
 
     programa->id_programa = iv_mcbase_registra_programa(tipo_programa, ruta_ejecutable, hwnd_programa);
     s_programa = programa;
@@ -278,7 +277,7 @@ static void crea_canal(iv_reg_servicio_prestado *servicio)
 {
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_INICIA);
     int16_t ya_existia;
-    iv_shared_destruye(&servicio->shared_MCServ);       // an early look at the service may have opened it
+    iv_shared_destruye(&servicio->shared_MCServ); // an early look at the service may have opened it
     servicio->shared_MCServ = iv_mcserv_crea_bloque(servicio->nombre_MCServ, &ya_existia);
     if (servicio->shared_MCServ != NULL)
         iv_mcserv_inicia(iv_mcserv_vista_de(servicio->shared_MCServ), servicio->version, ya_existia);
@@ -310,7 +309,7 @@ static void crea_objetos(iv_reg_servicio_prestado *servicio)
 static void anuncia(iv_reg_servicio_prestado *servicio)
 {
     if (s_programa->hwnd_programa == NULL && servicio->estado_hilo_servidor == iv_reg_hilo_NINGUNO)
-        return;                                         // nobody would serve it: its thread has ended or never was
+        return; // nobody would serve it: its thread has ended or never was
     iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_LISTO);
     if (servicio->shared_MCServ != NULL)
         iv_mcserv_servidor_listo(iv_mcserv_vista_de(servicio->shared_MCServ), s_programa->hwnd_programa,
@@ -347,8 +346,8 @@ void iv_reg_terminado_registro(void)
 
 // What one run of a command function holds; given back however it ends.
 struct iv_reg_ejecucion {
-    int16_t  con_mutex;         // site 35 is held
-    comdat  *datos_entrada;
+    int16_t con_mutex; // site 35 is held
+    comdat *datos_entrada;
     comando *contexto;
 };
 
@@ -367,8 +366,8 @@ static void prepara_ejecucion(iv_reg_servicio_prestado *servicio, iv_mcserv_vist
     uint64_t hwnd_cliente = mcserv->hwnd_cliente;
     uint64_t hwnd_servidor = mcserv->hwnd_servidor;
     if (id_bloque_entrada != 0)
-        ejecucion->datos_entrada = iv_mcserv_lee_datos_entrada(servicio->nombre_servicio, servicio->shared_MCServ,
-                                                               id_bloque_entrada);
+        ejecucion->datos_entrada =
+            iv_mcserv_lee_datos_entrada(servicio->nombre_servicio, servicio->shared_MCServ, id_bloque_entrada);
     comando *contexto = static_cast<comando *>(iv_mem_malloc(sizeof(comando)));
     contexto->datos_entrada = ejecucion->datos_entrada;
     contexto->datos_salida = NULL;
@@ -510,8 +509,8 @@ static int16_t responde(UINT msg, uint32_t wparam, uint32_t lparam, LRESULT *res
 LRESULT CALLBACK iv_reg_wndproc_programa(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
 {
     LRESULT respuesta;
-    if (s_programa != NULL && msg != 0 && wparam != 0
-        && responde(msg, static_cast<uint32_t>(wparam), static_cast<uint32_t>(lparam), &respuesta) == CIERTO)
+    if (s_programa != NULL && msg != 0 && wparam != 0 &&
+        responde(msg, static_cast<uint32_t>(wparam), static_cast<uint32_t>(lparam), &respuesta) == CIERTO)
         return respuesta;
 
     WNDPROC anterior = s_programa != NULL ? s_programa->wndproc_anterior : NULL;
@@ -538,8 +537,8 @@ static int16_t espera_comando(iv_reg_servicio_prestado *servicio, iv_mcserv_vist
 }
 
 // An exception that escapes the command function gives 3, and the mutex goes back to the depth it had.
-static __declspec(noinline) uint32_t despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t id_comando,
-                                                        uint32_t id_bloque_entrada)
+static __declspec(noinline) uint32_t
+    despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t id_comando, uint32_t id_bloque_entrada)
 {
     uint32_t resultado;
     int32_t nivel = servicio->mutex_MCServ->nivel_bloqueo;
@@ -578,14 +577,14 @@ static void espera_recibo(iv_reg_servicio_prestado *servicio, iv_mcserv_vista *m
     int16_t seguir = CIERTO;
     while (seguir == CIERTO) {
         iv_mutex_bloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_ESPERA_RECIBO);
-        if (mcserv->servidor_terminado == 1
-            || mcserv->info_estadoComando == iv_mcserv_estadoComando_RECIBIDO_POR_CLIENTE)
+        if (mcserv->servidor_terminado == 1 ||
+            mcserv->info_estadoComando == iv_mcserv_estadoComando_RECIBIDO_POR_CLIENTE)
             seguir = FALSO;
         else
             iv_assert(mcserv->info_estadoComando == iv_mcserv_estadoComando_TERMINADO_POR_SERVIDOR);
         iv_mutex_desbloquea(servicio->mutex_MCServ, iv_sitio_SERVIDOR_ESPERA_RECIBO);
-        if (seguir == CIERTO
-            && iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO(servicio->ind_datServ, mcserv) == CIERTO)
+        if (seguir == CIERTO &&
+            iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO(servicio->ind_datServ, mcserv) == CIERTO)
             seguir = FALSO;
     }
 }
@@ -619,7 +618,7 @@ DWORD WINAPI iv_reg_bucle_servidor(void *arg)
     iv_mcserv_vista *mcserv = iv_mcserv_vista_de(servicio->shared_MCServ);
     if (mcserv != NULL)
         sirve(servicio, mcserv);
-    servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;       // the last act: a close may follow at once
+    servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO; // the last act: a close may follow at once
     return sal_del_hilo(salida_de(servicio));
 }
 
@@ -675,7 +674,7 @@ void iv_reg_notifica_a_cliente(const char *nombre_servicio, uint32_t id_cliente,
     InterlockedIncrement(&s_num_notificadores);
     iv_reg_servicio_prestado *servicio = iv_reg_esta_cerrando() != CIERTO ? busca_prestado(nombre_servicio) : NULL;
     iv_mcserv_vista *mcserv = servicio != NULL ? canal_de(servicio, NULL) : NULL;
-    if (mcserv != NULL && servicio->mutex_interno != NULL)      // none before iv_reg_terminado_registro
+    if (mcserv != NULL && servicio->mutex_interno != NULL) // none before iv_reg_terminado_registro
         iv_mcserv_notifica(mcserv, servicio->mutex_interno, id_cliente, dato, id_datos);
     InterlockedDecrement(&s_num_notificadores);
 }
@@ -768,8 +767,8 @@ static void toma_notificacion(const iv_reg_servicio_solicitado *solicitado, iv_m
     if (mcserv->notificacion_dato1 == solicitado->id_cliente)
         entrega(solicitado, mcserv->notificacion_dato2);
     for (uint32_t n = 0; n < NUM_VUELTAS_NOTIFICACION; n++) {
-        if (mcserv->estado_notificacion == iv_mcserv_estadoNotificacion_PROCESADA
-            || acaba_notificaciones(solicitado, mcserv) == CIERTO)
+        if (mcserv->estado_notificacion == iv_mcserv_estadoNotificacion_PROCESADA ||
+            acaba_notificaciones(solicitado, mcserv) == CIERTO)
             return;
         Sleep(VUELTA_NOTIFICACION_MS);
     }
@@ -922,7 +921,7 @@ static void registra_documento(const wchar_t *ruta_documento, uint32_t id_docume
         doc = libre;
     }
     if (doc == NULL)
-        return;                                         // all slots are used: it is not recorded
+        return; // all slots are used: it is not recorded
     comprueba_documento(doc, ruta_documento, id_documento);
     doc->servicios[ind_solicitado] = 1;
 }
@@ -968,7 +967,7 @@ static void mata_hilo(HANDLE hilo, iv_mutex *mutex)
     iv_mcbase_retiene();
     iv_mutex_heap_bloquea();
     TerminateThread(hilo, 0);
-    WaitForSingleObject(hilo, ESPERA_SALIDA_MS);        // it is asked to end, and runs until the system sees to that
+    WaitForSingleObject(hilo, ESPERA_SALIDA_MS); // it is asked to end, and runs until the system sees to that
     iv_mutex_heap_desbloquea();
     iv_mcbase_suelta();
     if (mutex != NULL)
@@ -1017,7 +1016,7 @@ static void retira_servicio(iv_reg_servicio_prestado *servicio)
         return;
     para_hilo(servicio->hilo_servidor, salida_de(servicio), servicio->mutex_MCServ);
     if (*salida_de(servicio) == SALIDA_PROPIA)
-        destruye_salida(servicio);                      // of a command that it still ran after the mark
+        destruye_salida(servicio); // of a command that it still ran after the mark
     servicio->hilo_servidor = NULL;
     servicio->id_hilo_servidor = 0;
     servicio->estado_hilo_servidor = iv_reg_hilo_NINGUNO;
@@ -1085,7 +1084,7 @@ void iv_reg_cierra_sesion(void)
     if (programa == NULL)
         return;
     programa->estado_registro = iv_reg_CERRANDO;
-    iv_mcbase_abre(iv_tipo_SERVIDOR, FALSO);            // a monitor that has gone took the access with it
+    iv_mcbase_abre(iv_tipo_SERVIDOR, FALSO); // a monitor that has gone took the access with it
     para_latido();
     iv_mcbase_quita_programa(programa->id_programa);
     for (uint32_t i = 0; i < programa->num_servicios_prestados; i++)

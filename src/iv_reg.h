@@ -34,58 +34,58 @@ enum iv_reg_estado_hilo : uint32_t { iv_reg_hilo_NINGUNO = 0, iv_reg_hilo_CREADO
 
 // A service offered.
 struct iv_reg_servicio_prestado {
-    char                  *nombre_servicio;
-    uint32_t               ind_datServ;                 // filled by iv_reg_terminado_registro
-    uint16_t               version;
-    void                  *datos_externos;
+    char *nombre_servicio;
+    uint32_t ind_datServ; // filled by iv_reg_terminado_registro
+    uint16_t version;
+    void *datos_externos;
     ivrexa_funcion_comando procesaComandoExterno;
-    char                  *nombre_MCServ;               // name of the channel block
-    uint32_t               id_MSG_servicio;             // 0 without a window
-    iv_mutex              *mutex_interno;               // guards the mailbox
-    iv_mutex              *mutex_MCServ;                // guards the channel
-    iv_shared_bloque      *shared_MCServ;
-    HANDLE                 hilo_servidor;               // without a window only
-    uint32_t               id_hilo_servidor;
-    volatile uint32_t      estado_hilo_servidor;        // iv_reg_estado_hilo
-    comdat                *iv_comdat_salida_postergada; // the last command's output, kept for its client
+    char *nombre_MCServ;      // name of the channel block
+    uint32_t id_MSG_servicio; // 0 without a window
+    iv_mutex *mutex_interno;  // guards the mailbox
+    iv_mutex *mutex_MCServ;   // guards the channel
+    iv_shared_bloque *shared_MCServ;
+    HANDLE hilo_servidor; // without a window only
+    uint32_t id_hilo_servidor;
+    volatile uint32_t estado_hilo_servidor; // iv_reg_estado_hilo
+    comdat *iv_comdat_salida_postergada;    // the last command's output, kept for its client
 };
 
 // A service used as client.
 struct iv_reg_servicio_solicitado {
-    char                       *nombre_servicio;
-    uint32_t                    ind_datServ;
-    uint32_t                    id_MSG_servicio;        // with or without a window
-    volatile uint32_t           id_cliente;             // 0 until a document is opened or a message brings one
+    char *nombre_servicio;
+    uint32_t ind_datServ;
+    uint32_t id_MSG_servicio;     // with or without a window
+    volatile uint32_t id_cliente; // 0 until a document is opened or a message brings one
     ivrexa_funcion_notificacion funcion_notificacion_cliente;
-    iv_mutex                   *mutex_interno;
-    iv_shared_bloque           *shared_MCServ;
-    HANDLE                      hilo_cliente;
-    uint32_t                    id_hilo_cliente;
-    volatile uint16_t           terminar_hilo_cliente;
+    iv_mutex *mutex_interno;
+    iv_shared_bloque *shared_MCServ;
+    HANDLE hilo_cliente;
+    uint32_t id_hilo_cliente;
+    volatile uint16_t terminar_hilo_cliente;
 };
 
 struct documento {
     wchar_t *ruta;
     uint32_t id;                                        // 0 = free slot
-    uint8_t  servicios[i_NUM_MAX_SERVICIOS_SOLICITADOS];    // 1 = opened for that service; nothing reads it
+    uint8_t servicios[i_NUM_MAX_SERVICIOS_SOLICITADOS]; // 1 = opened for that service; nothing reads it
 };
 
 struct iv_reg_programa {
-    volatile uint32_t          estado_registro;         // iv_reg_estado
-    char                      *ruta_ejecutable;
-    ivrexa_hwnd                hwnd_programa;
-    WNDPROC                    wndproc_anterior;        // NULL while the window is not subclassed
-    uint16_t                   id_programa;
-    uint16_t                   usa_procesaComandoExterno;
-    uint32_t                   num_servicios_prestados;
-    iv_reg_servicio_prestado   servicios_prestados[i_NUM_MAX_SERVICIOS_PRESTADOS];
-    uint32_t                   siguiente_id_cliente;
-    uint32_t                   num_servicios_solicitados;
+    volatile uint32_t estado_registro; // iv_reg_estado
+    char *ruta_ejecutable;
+    ivrexa_hwnd hwnd_programa;
+    WNDPROC wndproc_anterior; // NULL while the window is not subclassed
+    uint16_t id_programa;
+    uint16_t usa_procesaComandoExterno;
+    uint32_t num_servicios_prestados;
+    iv_reg_servicio_prestado servicios_prestados[i_NUM_MAX_SERVICIOS_PRESTADOS];
+    uint32_t siguiente_id_cliente;
+    uint32_t num_servicios_solicitados;
     iv_reg_servicio_solicitado servicios_solicitados[i_NUM_MAX_SERVICIOS_SOLICITADOS];
-    uint32_t                   num_documentos;          // 0 and never maintained: all slots are scanned. Deliberate.
-    documento                  documentos[i_NUM_MAX_DOCUMENTOS];
-    HANDLE                     hilo_registro;           // heartbeat
-    uint32_t                   id_hilo_registro;
+    uint32_t num_documentos; // 0 and never maintained: all slots are scanned. Deliberate.
+    documento documentos[i_NUM_MAX_DOCUMENTOS];
+    HANDLE hilo_registro; // heartbeat
+    uint32_t id_hilo_registro;
 };
 
 #pragma pack(pop)
@@ -113,8 +113,7 @@ void iv_reg_registra_cliente(const char *ruta_ejecutable, ivrexa_hwnd hwnd_progr
                              ivrexa_funcion_notificacion funcion_notificacion_cliente);
 
 // A service that this program uses, for running commands on it. FALSO, with nothing written, when it does not.
-int16_t iv_reg_dame_servicio_solicitado(const char *nombre_servicio, uint32_t *ind_datServ,
-                                        ivrexa_hwnd *hwnd_programa);
+int16_t iv_reg_dame_servicio_solicitado(const char *nombre_servicio, uint32_t *ind_datServ, ivrexa_hwnd *hwnd_programa);
 
 // The monitor's procedure leaves a window that may be this program's: see iv_mcbase_programa_deja_ventana.
 void iv_reg_monitor_deja_ventana(WNDPROC quitado, WNDPROC hallado);
@@ -122,7 +121,7 @@ void iv_reg_monitor_deja_ventana(WNDPROC quitado, WNDPROC hallado);
 // ---- Server
 
 LRESULT CALLBACK iv_reg_wndproc_programa(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam);
-DWORD WINAPI iv_reg_bucle_servidor(void *servicio);     // thread of one service of a server without a window
+DWORD WINAPI iv_reg_bucle_servidor(void *servicio); // thread of one service of a server without a window
 uint32_t iv_reg_procesa_comando(iv_reg_servicio_prestado *servicio, uint32_t id_comando, uint32_t id_bloque_entrada);
 
 int16_t iv_reg_get_datos_entrada_comando(const char *nombre_servicio, uint32_t id_comando,

@@ -7,9 +7,9 @@
 #define IV_MODULO "iv_shared"
 
 static const uint32_t TAM_CABECERA = sizeof(iv_shared_cabecera);
-static const uint32_t TAM_PAGINA = 4096;            // a view is never smaller
-static const uint32_t MARGEN_COPIA_LOCAL = 4;       // zero bytes, so that a text at the end of a copy ends
-static const uint32_t NUM_ESPERAS_CABECERA = 20;     // of 1 ms
+static const uint32_t TAM_PAGINA = 4096;         // a view is never smaller
+static const uint32_t MARGEN_COPIA_LOCAL = 4;    // zero bytes, so that a text at the end of a copy ends
+static const uint32_t NUM_ESPERAS_CABECERA = 20; // of 1 ms
 static const char TIPO_POR_DEFECTO[] = "bloqueMC";
 
 // ---- Mapping
@@ -19,7 +19,7 @@ static HANDLE crea_o_abre(const char *nombre, uint32_t tam_datos, int16_t *ya_es
 {
     *ya_estaba_creado = FALSO;
     if (tam_datos > UINT32_MAX - TAM_CABECERA)
-        return NULL;                                // header and data together do not fit a 32-bit size
+        return NULL; // header and data together do not fit a 32-bit size
 
     HANDLE hmap = CreateFileMappingA(INVALID_HANDLE_VALUE, NULL, PAGE_READWRITE, 0, tam_datos + TAM_CABECERA, nombre);
     if (GetLastError() == ERROR_ALREADY_EXISTS) {
@@ -133,8 +133,7 @@ int16_t iv_shared_existe(const char *nombre)
     return OpenFileMappingA(FILE_MAP_ALL_ACCESS, FALSE, nombre) != NULL ? CIERTO : FALSO;
 }
 
-iv_shared_bloque *iv_shared_crea(const char *nombre, const char *tipo, uint32_t tam_memcomp,
-                                 int16_t *ya_estaba_creado)
+iv_shared_bloque *iv_shared_crea(const char *nombre, const char *tipo, uint32_t tam_memcomp, int16_t *ya_estaba_creado)
 {
     iv_assert(tam_memcomp > 0);
     HANDLE hmap;
@@ -222,7 +221,7 @@ void *iv_shared_copia_local(const iv_shared_bloque *bloque, uint32_t *tam_datos)
         tam = UINT32_MAX - MARGEN_COPIA_LOCAL;
     void *copia = iv_mem_malloc_con_margen(tam, MARGEN_COPIA_LOCAL);
     if (copia == NULL)
-        tam = 0;                                    // a heap that does not raise; it has been reported
+        tam = 0; // a heap that does not raise; it has been reported
     iv_mem_copia(copia, iv_shared_datos(bloque), tam);
     *tam_datos = tam;
     return copia;

@@ -26,10 +26,10 @@ IV_CAMPO(iv_shared_cabecera, tam_datos, 0);
 
 // This process's record of an open block, from the private heap.
 struct iv_shared_bloque {
-    char   *nombre;         // the record's own copy
-    char   *tipo;           // label for the debugger, its own copy
-    HANDLE  hmap;
-    void   *sharedmem;      // the whole block, header included
+    char *nombre; // the record's own copy
+    char *tipo;   // label for the debugger, its own copy
+    HANDLE hmap;
+    void *sharedmem; // the whole block, header included
 };
 
 // CIERTO if a block of that name exists. The probe's handle is never closed and keeps the block alive. Deliberate.
@@ -43,8 +43,7 @@ int16_t iv_shared_existe(const char *nombre);
 //   Returns           a new record, the caller's until iv_shared_destruye; NULL without a mapping.
 //   Reports           "tam_memcomp > 0", then goes on; "sharedmem != NULL" when a view fails; "tam_datos > 0" for a
 //                     new block of no bytes. A handle that the system refuses is not reported.
-iv_shared_bloque *iv_shared_crea(const char *nombre, const char *tipo, uint32_t tam_memcomp,
-                                 int16_t *ya_estaba_creado);
+iv_shared_bloque *iv_shared_crea(const char *nombre, const char *tipo, uint32_t tam_memcomp, int16_t *ya_estaba_creado);
 
 // Makes a block that holds a copy of `datos`. A block that exists and is too small is closed and mapped once more. That
 // makes a fresh one if nobody has it open any more; the handle that found it stays open here, as everywhere.

@@ -22,7 +22,7 @@ static DWORD indice_cajas(void)
     indice = InterlockedCompareExchange(&s_indice, nuevo, static_cast<LONG>(TLS_OUT_OF_INDEXES));
     if (static_cast<DWORD>(indice) == TLS_OUT_OF_INDEXES)
         return static_cast<DWORD>(nuevo);
-    TlsFree(static_cast<DWORD>(nuevo));         // another thread was first
+    TlsFree(static_cast<DWORD>(nuevo)); // another thread was first
     return static_cast<DWORD>(indice);
 }
 
@@ -46,7 +46,7 @@ static int muestra_caja(const char *texto)
     __try {
         respuesta = iv_ventana()->MessageBoxA(NULL, texto, "Assert ivrexa", 0);
     } __finally {
-        pon_cajas(indice, num_cajas);           // what the host does inside the box may raise
+        pon_cajas(indice, num_cajas); // what the host does inside the box may raise
     }
     return respuesta;
 }
@@ -222,8 +222,7 @@ void iv_traza_registro_servicio_prestado_si_activa(const char *nombre_servicio, 
 // end with an empty line.
 void iv_traza_get_datos_entrada_comando_si_activa(const char *nombre_servicio, uint32_t id_comando,
                                                   const uint32_t *id_datos_entrada_comando,
-                                                  const wchar_t *buffer_cliente_64,
-                                                  const wchar_t *buffer_cliente_256,
+                                                  const wchar_t *buffer_cliente_64, const wchar_t *buffer_cliente_256,
                                                   const wchar_t *buffer_cliente2_256, int16_t resultado)
 {
     if (!iv_traza_activa())
@@ -311,7 +310,7 @@ void iv_traza_fin_comando_si_activa(const char *nombre_servicio, uint32_t id_com
         escribe("    ERROR\n");
         break;
     default:
-        break;      // Deliberate: a host's own result is not named and leaves the record without a line end.
+        break; // Deliberate: a host's own result is not named and leaves the record without a line end.
     }
 }
 

@@ -17,7 +17,7 @@
 // Each source file names itself in IV_MODULO before it reports. The expression is the report's text, so the names of
 // locals and parameters inside it are part of the interface.
 #define iv_assert(cond)      ((cond) ? (void)0 : (void)iv_assert_mensaje(#cond, IV_MODULO, __LINE__))
-#define iv_assert_puntero(p) iv_assert((p) != 0)    // the report shows "(p) != 0" with p as written
+#define iv_assert_puntero(p) iv_assert((p) != 0) // the report shows "(p) != 0" with p as written
 
 // Shows the report and returns what the box returned; 0 where 16 boxes stand on this thread already, one inside the
 // other: the report then goes to the trace alone. Allocates nothing, so that it can report the heap's failures.
@@ -31,35 +31,35 @@ extern uint32_t iv_traza_activada;
 // The answer behind that test: reads the variable if this is the first call of all. Not 0 when tracing is on.
 IV_RARA uint32_t iv_traza_decide(void);
 
-IV_EN_LINEA uint32_t iv_traza_activa(void)      // not 0 when tracing is on
+IV_EN_LINEA uint32_t iv_traza_activa(void) // not 0 when tracing is on
 {
     return iv_traza_activada != 0 ? iv_traza_decide() : 0;
 }
 
 // A function that is the test alone, and the declaration of what it calls when the test does not stop it.
 #define IV_TRAZA(nombre, parametros, argumentos) \
-    IV_RARA void nombre##_si_activa parametros; \
-    IV_EN_LINEA void nombre parametros \
-    { \
-        if (iv_traza_activada != 0) \
-            nombre##_si_activa argumentos; \
+    IV_RARA void nombre##_si_activa parametros;  \
+    IV_EN_LINEA void nombre parametros           \
+    {                                            \
+        if (iv_traza_activada != 0)              \
+            nombre##_si_activa argumentos;       \
     }
 
 // ---- Primitives. Each but the last four tests the switch. A null text is left out.
 
 IV_TRAZA(iv_traza_cadena, (const char *texto), (texto))
-IV_TRAZA(iv_traza_linea, (const char *texto), (texto))      // and a line end
+IV_TRAZA(iv_traza_linea, (const char *texto), (texto)) // and a line end
 IV_TRAZA(iv_traza_cadena_numero, (const char *texto, uint32_t numero, uint32_t con_fin_de_linea),
          (texto, numero, con_fin_de_linea))
-IV_TRAZA(iv_traza_cadena_valor, (const char *texto, uint64_t valor, uint32_t con_fin_de_linea),     // handle, address
+IV_TRAZA(iv_traza_cadena_valor, (const char *texto, uint64_t valor, uint32_t con_fin_de_linea), // handle, address
          (texto, valor, con_fin_de_linea))
 
 // Decimal digits in a static buffer that the next call overwrites; 0 gives "0".
 const char *iv_traza_numero_a_texto(uint64_t numero);
 
-void iv_traza_cabecera(void);                                            // "\n*** <tick count>: "
-void iv_traza_valor_u32(const uint32_t *numero, const char *etiqueta);   // <etiqueta> = <numero>; NULL: nothing
-void iv_traza_texto_u(const wchar_t *texto, const char *etiqueta);       // <etiqueta>"<texto>"; NULL: nothing
+void iv_traza_cabecera(void);                                          // "\n*** <tick count>: "
+void iv_traza_valor_u32(const uint32_t *numero, const char *etiqueta); // <etiqueta> = <numero>; NULL: nothing
+void iv_traza_texto_u(const wchar_t *texto, const char *etiqueta);     // <etiqueta>"<texto>"; NULL: nothing
 
 // ---- Records. Each tests the switch and opens with the header.
 
@@ -77,8 +77,7 @@ IV_TRAZA(iv_traza_get_datos_entrada_comando,
           buffer_cliente2_256, resultado))
 IV_TRAZA(iv_traza_set_datos_entrada_comando,
          (const char *nombre_servicio, uint32_t id_comando, uint32_t id_datos_salida_comando,
-          const wchar_t *resultado_64, const wchar_t *resultado_256, const wchar_t *resultado_256_2,
-          int16_t resultado),
+          const wchar_t *resultado_64, const wchar_t *resultado_256, const wchar_t *resultado_256_2, int16_t resultado),
          (nombre_servicio, id_comando, id_datos_salida_comando, resultado_64, resultado_256, resultado_256_2,
           resultado))
 IV_TRAZA(iv_traza_inicio_comando,
@@ -86,9 +85,8 @@ IV_TRAZA(iv_traza_inicio_comando,
           const wchar_t *param2, const wchar_t *param3),
          (nombre_servicio, id_comando, id_bloque_MCCom_entrada, param1, param2, param3))
 IV_TRAZA(iv_traza_fin_comando,
-         (const char *nombre_servicio, uint32_t id_comando, uint32_t resultado,
-          const uint32_t *id_datos_salida_comando, wchar_t *const *serv_buffer_64, wchar_t *const *serv_buffer_256,
-          wchar_t *const *serv_buffer2_256),
+         (const char *nombre_servicio, uint32_t id_comando, uint32_t resultado, const uint32_t *id_datos_salida_comando,
+          wchar_t *const *serv_buffer_64, wchar_t *const *serv_buffer_256, wchar_t *const *serv_buffer2_256),
          (nombre_servicio, id_comando, resultado, id_datos_salida_comando, serv_buffer_64, serv_buffer_256,
           serv_buffer2_256))
 IV_TRAZA(iv_traza_estoy_vivo, (uint16_t id_programa), (id_programa))

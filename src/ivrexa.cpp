@@ -317,9 +317,9 @@ uint32_t ivrexa_ejecuta_comando(const char *nombre_servicio, uint32_t id_comando
     wchar_t *texto_64 = NULL;
     wchar_t *texto_256 = NULL;
     wchar_t *texto2_256 = NULL;
-    uint32_t resultado = iv_mcserv_ejecuta_comando(texto_o_vacio(nombre_servicio), id_comando, opciones_ventana,
-                                                   id_bloque_MCCom_entrada, param1, param2, param3,
-                                                   id_datos_salida_comando, &texto_64, &texto_256, &texto2_256);
+    uint32_t resultado =
+        iv_mcserv_ejecuta_comando(texto_o_vacio(nombre_servicio), id_comando, opciones_ventana, id_bloque_MCCom_entrada,
+                                  param1, param2, param3, id_datos_salida_comando, &texto_64, &texto_256, &texto2_256);
     entrega_texto(resultado, &texto_64, serv_buffer_64, 64);
     entrega_texto(resultado, &texto_256, serv_buffer_256, 256);
     entrega_texto(resultado, &texto2_256, serv_buffer2_256, 256);

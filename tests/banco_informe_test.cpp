@@ -38,7 +38,7 @@ nlohmann::json escrito(informe *informe)
     return json;
 }
 
-}
+} // namespace
 
 TEST(informe, tabla_de_una_pasada_entera_dice_solo_el_sistema)
 {
@@ -105,11 +105,10 @@ TEST(informe, columnas_alineadas)
 
 TEST(informe, filas_cortas_dejan_hueco)
 {
-    EXPECT_EQ(tabla_de({{"a", "b", "c"}, {"1", "2"}, {"x", "10", "20"}}),
-              "a   b   c\n"
-              "---------\n"
-              "1   2\n"
-              "x  10  20\n");
+    EXPECT_EQ(tabla_de({{"a", "b", "c"}, {"1", "2"}, {"x", "10", "20"}}), "a   b   c\n"
+                                                                          "---------\n"
+                                                                          "1   2\n"
+                                                                          "x  10  20\n");
 }
 
 TEST(informe, meta_cumplida_hasta_el_limite_inclusive)
@@ -127,11 +126,8 @@ TEST(informe, meta_cumplida_hasta_el_limite_inclusive)
 TEST(informe, json_lleva_las_muestras_y_su_resumen)
 {
     nlohmann::json json = a_json(medida{"a", {3, 1, 2}});
-    EXPECT_EQ(json, (nlohmann::json{{"name", "a"},
-                                    {"samples", {3.0, 1.0, 2.0}},
-                                    {"median", 2.0},
-                                    {"min", 1.0},
-                                    {"max", 3.0}}));
+    EXPECT_EQ(json, (nlohmann::json{
+                        {"name", "a"}, {"samples", {3.0, 1.0, 2.0}}, {"median", 2.0}, {"min", 1.0}, {"max", 3.0}}));
 }
 
 TEST(informe, json_dice_cuando_donde_y_con_que_se_midio)

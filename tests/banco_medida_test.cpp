@@ -53,7 +53,7 @@ tarea apunta(const std::string &nombre, std::string *apuntes, double segundos = 
     return tarea;
 }
 
-}
+} // namespace
 
 TEST(medida, mediana_de_impares_es_la_de_en_medio)
 {

@@ -11,8 +11,8 @@
 static int muestra_caja()
 {
     HMODULE user32 = LoadLibraryA("user32.dll");
-    auto caja = reinterpret_cast<decltype(&MessageBoxA)>(
-        reinterpret_cast<void *>(GetProcAddress(user32, "MessageBoxA")));
+    auto caja =
+        reinterpret_cast<decltype(&MessageBoxA)>(reinterpret_cast<void *>(GetProcAddress(user32, "MessageBoxA")));
     return caja(nullptr, "Error in iv_mem - lin 87\n\nExpr: (memlocal) != 0", "Assert ivrexa", 0);
 }
 

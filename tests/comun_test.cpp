@@ -42,15 +42,15 @@ DWORD espera_hilo(HANDLE hilo)
 // Runs one of the disabled tests below in a process of its own; `salida` gets what it printed.
 uint32_t corre_desactivada(const char *nombre, std::string *salida)
 {
-    papel hija = arranca_programa(
-        "", {std::string("--gtest_filter=*.DISABLED_") + nombre, "--gtest_also_run_disabled_tests"});
+    papel hija =
+        arranca_programa("", {std::string("--gtest_filter=*.DISABLED_") + nombre, "--gtest_also_run_disabled_tests"});
     uint32_t codigo = hija.espera_fin(30000);
     for (const std::string &linea : hija.lineas())
         *salida += linea + "\n";
     return codigo;
 }
 
-}
+} // namespace
 
 // ---- Tests that must fail: each is run by the one that proves it.
 
@@ -81,8 +81,7 @@ TEST(informes_que_suspenden, DISABLED_nada_malo) {}
 
 TEST(informes, texto_de_la_caja_se_lee_en_sus_partes)
 {
-    datos_informe i =
-        lee_informe("Assert ivrexa", "Error in iv_mutex - lin 0\n\nExpr: a - lin 3 < b\n\nExpr: c");
+    datos_informe i = lee_informe("Assert ivrexa", "Error in iv_mutex - lin 0\n\nExpr: a - lin 3 < b\n\nExpr: c");
 
     EXPECT_FALSE(i.ajeno);
     EXPECT_EQ(i.modulo, "iv_mutex");
@@ -136,8 +135,7 @@ TEST(informes, varias_cajas_a_la_vez_se_cierran_todas)
 TEST(informes, cajas_seguidas_se_cuentan_en_su_orden)
 {
     for (const char *modulo : {"a", "b", "c", "d", "e", "f"})
-        MessageBoxA(nullptr, (std::string("Error in ") + modulo + " - lin 1\n\nExpr: x").c_str(),
-                    "Assert ivrexa", 0);
+        MessageBoxA(nullptr, (std::string("Error in ") + modulo + " - lin 1\n\nExpr: x").c_str(), "Assert ivrexa", 0);
 
     for (const char *modulo : {"a", "b", "c", "d", "e", "f"})
         EXPECT_INFORME(modulo, "x");
@@ -145,7 +143,7 @@ TEST(informes, cajas_seguidas_se_cuentan_en_su_orden)
 
 TEST(informes, caja_se_cierra_pronto)
 {
-    MessageBoxA(nullptr, TEXTO, "Assert ivrexa", 0);    // the first one also starts the window system
+    MessageBoxA(nullptr, TEXTO, "Assert ivrexa", 0); // the first one also starts the window system
     uint64_t inicio = GetTickCount64();
     for (int n = 0; n < 10; n++)
         MessageBoxA(nullptr, TEXTO, "Assert ivrexa", 0);
@@ -188,8 +186,7 @@ TEST(informes, caja_que_nadie_espera_suspende_su_prueba)
 {
     std::string salida;
     EXPECT_NE(corre_desactivada("caja_inesperada", &salida), 0u);
-    EXPECT_NE(salida.find("[  FAILED  ] informes_que_suspenden.DISABLED_caja_inesperada"), std::string::npos)
-        << salida;
+    EXPECT_NE(salida.find("[  FAILED  ] informes_que_suspenden.DISABLED_caja_inesperada"), std::string::npos) << salida;
     EXPECT_NE(salida.find("iv_mem line 87: \"(memlocal) != 0\""), std::string::npos) << salida;
 }
 
@@ -336,8 +333,7 @@ TEST(lineas, todo_texto_va_y_vuelve)
     std::string todos;
     for (int c = 255; c >= 0; c--)
         todos += static_cast<char>(c);
-    for (const std::string &texto :
-         {todos, std::string(), std::string("100% de \"x\"\n"), std::string("%41")}) {
+    for (const std::string &texto : {todos, std::string(), std::string("100% de \"x\"\n"), std::string("%41")}) {
         EXPECT_EQ(descodifica(codifica_linea(texto)), texto);
         EXPECT_EQ(descodifica(codifica_argumento(texto)), texto);
         EXPECT_EQ(campos(junta({texto, "", texto})), (argumentos{texto, "", texto}));
@@ -408,8 +404,7 @@ PAPEL(entorno)
     char valor[64] = "";
     DWORD num = GetEnvironmentVariableA(args.at(0).c_str(), valor, sizeof valor);
     yo.di("LISTO");
-    yo.di("VALOR " +
-          (num == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND ? "none" : "=" + std::string(valor)));
+    yo.di("VALOR " + (num == 0 && GetLastError() == ERROR_ENVVAR_NOT_FOUND ? "none" : "=" + std::string(valor)));
     return 0;
 }
 
@@ -578,7 +573,7 @@ TEST(papel, informe_del_hijo_se_toma)
     papel p = arranca_papel("informador");
     p.espera_linea("DESPUES", 10000);
 
-    EXPECT_EQ(p.num_informes(), 1u);    // it came before the line that the child wrote behind it
+    EXPECT_EQ(p.num_informes(), 1u); // it came before the line that the child wrote behind it
     EXPECT_INFORME_DE(p, "iv_mem", "(memlocal) != 0");
 }
 
@@ -625,8 +620,7 @@ TEST(papel, entorno_se_cambia_solo_para_el_hijo)
     EXPECT_EQ(arranca_papel("entorno", {"IVREXA_DEBUG"}, con_traza).espera_linea("VALOR", 5000), "VALOR =");
     EXPECT_EQ(arranca_papel("entorno", {"IVREXA_DEBUG"}).espera_linea("VALOR", 5000), "VALOR none");
     EXPECT_EQ(arranca_papel("entorno", {"COMUN_HEREDADA"}).espera_linea("VALOR", 5000), "VALOR =si");
-    EXPECT_EQ(arranca_papel("entorno", {"COMUN_HEREDADA"}, sin_heredada).espera_linea("VALOR", 5000),
-              "VALOR none");
+    EXPECT_EQ(arranca_papel("entorno", {"COMUN_HEREDADA"}, sin_heredada).espera_linea("VALOR", 5000), "VALOR none");
 }
 
 TEST(papel, suspendido_no_contesta_hasta_que_se_reanuda)
@@ -793,7 +787,8 @@ TEST(util, bloques_y_mutexes_de_la_sesion_se_cuentan_de_uno_en_uno)
     EXPECT_EQ(cuenta_manejadores(), antes + 1);
     HANDLE bloque = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 16, nombre_unico("bloque"));
     EXPECT_EQ(cuenta_manejadores(), antes + 2);
-    HANDLE otros[] = {CreateEventA(nullptr, FALSE, FALSE, nombre_unico("evento")), CreateMutexA(nullptr, FALSE, nullptr),
+    HANDLE otros[] = {CreateEventA(nullptr, FALSE, FALSE, nombre_unico("evento")),
+                      CreateMutexA(nullptr, FALSE, nullptr),
                       CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, 16, nullptr)};
     EXPECT_EQ(cuenta_manejadores(), antes + 2) << "no name, or another kind";
     for (HANDLE otro : otros)
@@ -830,8 +825,7 @@ TEST(util, diferencia_de_bytes_se_muestra)
     b[35] = 0x7a;
     ::testing::AssertionResult distintos = bytes_iguales(a, b);
     EXPECT_FALSE(distintos);
-    EXPECT_NE(std::string(distintos.message()).find("differ first at 35"), std::string::npos)
-        << distintos.message();
+    EXPECT_NE(std::string(distintos.message()).find("differ first at 35"), std::string::npos) << distintos.message();
     EXPECT_NE(std::string(distintos.message()).find("     got    32  41 41 41 7a"), std::string::npos)
         << distintos.message();
     b = a;
@@ -902,7 +896,7 @@ TEST(crudo, mutex_se_retiene_se_suelta_y_se_abandona)
     uno.abandona();
     HANDLE mutex = OpenMutexA(MUTEX_ALL_ACCESS, FALSE, nombre);
     EXPECT_EQ(WaitForSingleObject(mutex, 0), static_cast<DWORD>(WAIT_ABANDONED));
-    EXPECT_FALSE(otro.libre());    // this thread has it now
+    EXPECT_FALSE(otro.libre()); // this thread has it now
     ReleaseMutex(mutex);
     CloseHandle(mutex);
 }

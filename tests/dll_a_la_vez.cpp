@@ -37,7 +37,7 @@ static void uno_solo_lo_encuentra_entero(const std::string &servicio)
 
 struct caso_a_la_vez {
     const char *clase;
-    uint32_t num_clientes, num_comandos;        // of each
+    uint32_t num_clientes, num_comandos; // of each
 
     friend std::ostream &operator<<(std::ostream &salida, const caso_a_la_vez &c)
     {
@@ -123,9 +123,9 @@ INSTANTIATE_TEST_SUITE_P(servidor, a_la_vez,
 
 struct estorbo {
     const char *nombre;
-    uint32_t id_comando;            // written over the client's 200
-    int32_t entrada;                // written over its input: 0 none, 1 its own, 2 another's, 3 one that is not there
-    const char *con_ventana;        // what the client then tells: eco_cuentas
+    uint32_t id_comando;     // written over the client's 200
+    int32_t entrada;         // written over its input: 0 none, 1 its own, 2 another's, 3 one that is not there
+    const char *con_ventana; // what the client then tells: eco_cuentas
     const char *sin_ventana;
     const char *informe_con, *informe_sin;
 
@@ -197,7 +197,7 @@ TEST_P(entre_reclamo_y_toma, los_ids_de_otro_dan_lo_que_los_pasos_dicen)
         EXPECT_INFORME_DE(servidor, "iv_mcserv", informe);
     EXPECT_EQ(servidor.num_informes(), 0u);
     ivrexa_destruye_datos_comando(otra);
-    if (e.id_comando == 777)        // the longest road
+    if (e.id_comando == 777) // the longest road
         uno_solo_lo_encuentra_entero(servicio);
     else
         espera_canal_entero(servicio);
@@ -206,8 +206,7 @@ TEST_P(entre_reclamo_y_toma, los_ids_de_otro_dan_lo_que_los_pasos_dicen)
 }
 
 INSTANTIATE_TEST_SUITE_P(servidor, entre_reclamo_y_toma,
-                         ::testing::Combine(::testing::Values("ventana", "sin_ventana"),
-                                            ::testing::ValuesIn(ESTORBOS)),
+                         ::testing::Combine(::testing::Values("ventana", "sin_ventana"), ::testing::ValuesIn(ESTORBOS)),
                          [](const auto &dato) {
                              return std::string(std::get<0>(dato.param)) + "_" + std::get<1>(dato.param).nombre;
                          });

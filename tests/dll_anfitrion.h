@@ -34,14 +34,14 @@
 
 /* The commands. 120 to 139 only return what is above 120; other ids go to anfitrion_yo.otros. */
 enum {
-    anfitrion_ECO = 100,        /* answers the input values as they came and each text turned round */
-    anfitrion_RESULTADO = 101,  /* answers output and texts, and returns the number that text 1 spells */
-    anfitrion_NADA = 102,       /* answers nothing: "NADA input?" */
-    anfitrion_ESPERA = 103,     /* says "DENTRO" and goes on at the line "SIGUE" */
-    anfitrion_LARGOS = 104,     /* answers texts of 64, 256 and 300 characters: "LARGOS n|n|n", what it got */
-    anfitrion_NULOS = 105,      /* answers id 0 and null texts */
-    anfitrion_CONSULTA = 106,   /* asks for the command in every way: "CONSULTA ..." */
-    anfitrion_QUIEN = 107,      /* answers the service's name and external data */
+    anfitrion_ECO = 100,       /* answers the input values as they came and each text turned round */
+    anfitrion_RESULTADO = 101, /* answers output and texts, and returns the number that text 1 spells */
+    anfitrion_NADA = 102,      /* answers nothing: "NADA input?" */
+    anfitrion_ESPERA = 103,    /* says "DENTRO" and goes on at the line "SIGUE" */
+    anfitrion_LARGOS = 104,    /* answers texts of 64, 256 and 300 characters: "LARGOS n|n|n", what it got */
+    anfitrion_NULOS = 105,     /* answers id 0 and null texts */
+    anfitrion_CONSULTA = 106,  /* asks for the command in every way: "CONSULTA ..." */
+    anfitrion_QUIEN = 107,     /* answers the service's name and external data */
     anfitrion_PRIMER_NUMERO = 120,
     anfitrion_ULTIMO_NUMERO = 139
 };
@@ -51,8 +51,8 @@ enum { anfitrion_MAX_SERVICIOS = 20, anfitrion_TAM_LINEA = 4000, anfitrion_PLAZO
 typedef struct anfitrion_peticion {
     const char *servicio;
     uint32_t id_comando;
-    comdat *entrada;            /* NULL: the command has none */
-    comdat *salida;             /* out: stored output, or NULL */
+    comdat *entrada; /* NULL: the command has none */
+    comdat *salida;  /* out: stored output, or NULL */
     void *datos_externos;
 } anfitrion_peticion;
 
@@ -60,17 +60,17 @@ typedef struct anfitrion {
     int con_funcion;
     uint32_t num_servicios;
     char servicios[anfitrion_MAX_SERVICIOS][64];
-    uint32_t mensajes[anfitrion_MAX_SERVICIOS];     /* net: the services' messages */
-    comdat *salidas[anfitrion_MAX_SERVICIOS];       /* net: the last output, until the next command */
-    uint16_t version;                               /* of the first service */
+    uint32_t mensajes[anfitrion_MAX_SERVICIOS]; /* net: the services' messages */
+    comdat *salidas[anfitrion_MAX_SERVICIOS];   /* net: the last output, until the next command */
+    uint16_t version;                           /* of the first service */
     HWND hwnd;
     char ruta[64];
     int32_t (*otros)(anfitrion_peticion *peticion);
-    void (*al_nacer)(void);                         /* called once the window stands, before the registration */
+    void (*al_nacer)(void); /* called once the window stands, before the registration */
 } anfitrion;
 
 static anfitrion anfitrion_yo;
-static volatile LONG anfitrion_sigue;       /* the line "SIGUE" has come */
+static volatile LONG anfitrion_sigue; /* the line "SIGUE" has come */
 
 /* ---- Texts ----------------------------------------------------------------------------------------------- */
 
@@ -625,8 +625,8 @@ static inline void anfitrion_manda_eco(uint32_t n)
     comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio);
     anfitrion_graba_muestra(entrada, n);
     uint32_t id_entrada = ivrexa_guarda_datos(entrada), id_salida = 0;
-    uint32_t resultado = ivrexa_ejecuta_comando(servicio, anfitrion_ECO, 0, id_entrada, t1, t2, t3, &id_salida, r1, r2,
-                                                r3);
+    uint32_t resultado =
+        ivrexa_ejecuta_comando(servicio, anfitrion_ECO, 0, id_entrada, t1, t2, t3, &id_salida, r1, r2, r3);
     papel_c_di("RESULTADO %u|%u|%u", (unsigned)resultado, (unsigned)id_entrada, (unsigned)id_salida);
     anfitrion_di_textos(r1, r2, r3);
     anfitrion_di_salida(id_salida);
@@ -642,8 +642,8 @@ static inline int anfitrion_obedece_cliente(const char *linea)
         anfitrion_manda_eco((uint32_t)strtoul(linea + 4, NULL, 10));
     } else if (strncmp(linea, "COMANDO ", 8) == 0) {
         uint32_t id_comando = (uint32_t)strtoul(linea + 8, NULL, 10);
-        uint32_t resultado = ivrexa_ejecuta_comando(servicio, id_comando, 0, 0, NULL, NULL, NULL, NULL, NULL, NULL,
-                                                    NULL);
+        uint32_t resultado =
+            ivrexa_ejecuta_comando(servicio, id_comando, 0, 0, NULL, NULL, NULL, NULL, NULL, NULL, NULL);
         papel_c_di("RESULTADO %u", (unsigned)resultado);
     } else {
         papel_c_di("?? %s", linea);

@@ -139,8 +139,8 @@ PAPEL(servidor_sin_user32)
     auto crea = busca<comdat *(*)(const char *)>(dll, "ivrexa_crea_datos_comando_salida");
     auto graba = busca<void (*)(comdat *, const char *, uint32_t)>(dll, "ivrexa_graba_ulong");
     auto destruye = busca<void (*)(comdat *)>(dll, "ivrexa_destruye_datos_comando");
-    auto registra = busca<void (*)(const char *, void *, const char *, uint16_t, void *, void *)>(
-        dll, "ivrexa_registra_servidor");
+    auto registra =
+        busca<void (*)(const char *, void *, const char *, uint16_t, void *, void *)>(dll, "ivrexa_registra_servidor");
     auto publica = busca<void (*)()>(dll, "ivrexa_terminado_registro");
     auto cierra = busca<void (*)()>(dll, "ivrexa_cierra_sesion");
     comdat *datos = crea("serv");
@@ -150,7 +150,7 @@ PAPEL(servidor_sin_user32)
     EXPECT_FALSE(existe_bloque("Ivrexa_MCB"));
     EXPECT_FALSE(hay_user32());
 
-    registra("ruta", nullptr, args[0].c_str(), 1, nullptr, reinterpret_cast<void *>(publica));    // never called
+    registra("ruta", nullptr, args[0].c_str(), 1, nullptr, reinterpret_cast<void *>(publica)); // never called
     publica();
     EXPECT_TRUE(existe_bloque("Ivrexa_MCB"));
     EXPECT_TRUE(existe_mutex("Ivrexa_Mutex_MCB"));

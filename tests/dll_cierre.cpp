@@ -6,8 +6,7 @@
 
 #include "dll_cierre.h"
 
-class cierre_de_todo : public todo, public ::testing::WithParamInterface<forma>
-{
+class cierre_de_todo : public todo, public ::testing::WithParamInterface<forma> {
 protected:
     std::vector<bloque_crudo> abre_canales() const
     {
@@ -112,8 +111,7 @@ TEST_P(cierre_de_todo, no_deja_rastro_de_lo_suyo_ni_toca_lo_ajeno)
 
 // ---- Coming back as everything
 
-class vuelta_de_todo : public todo
-{
+class vuelta_de_todo : public todo {
 protected:
     void da_una_vuelta(const forma &f, uint32_t vez)
     {
@@ -487,8 +485,7 @@ PAPEL(sale_sin_cerrar)
     return 0;
 }
 
-class sin_cierre : public ::testing::Test
-{
+class sin_cierre : public ::testing::Test {
 protected:
     void SetUp() override { vacia_registro(); }
 

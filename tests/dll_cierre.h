@@ -112,8 +112,7 @@ static const forma FORMAS[] = {
     {"tres_sin_ventana", false, 3, "ventana"},
 };
 
-class todo : public ::testing::Test
-{
+class todo : public ::testing::Test {
 protected:
     void SetUp() override
     {

@@ -142,8 +142,8 @@ inline std::string muestra_descrita(uint32_t n)
                                          "00000000000012c0", "00000000000016c0", "0000000000001ac0"};
     std::string d = std::to_string(n);
     static const char *const byte[] = {"fa", "fb", "fc", "fd", "fe", "ff"};
-    return std::string("16;1:b=") + byte[n] + ";2:u=0" + d + "fe;3:l=0" + d + "badcfe;4:d=" + dobles[n] + ";8:h=0" +
-           d + "77665544332211;5:bytes=00017f80ff00;5:vacio=nulo;6:ansi=61f16f20257c00;6:ansi=00;6:=nulo" +
+    return std::string("16;1:b=") + byte[n] + ";2:u=0" + d + "fe;3:l=0" + d + "badcfe;4:d=" + dobles[n] + ";8:h=0" + d +
+           "77665544332211;5:bytes=00017f80ff00;5:vacio=nulo;6:ansi=61f16f20257c00;6:ansi=00;6:=nulo" +
            ";9:arr=756e6f00,00,74726573f100,;9:arr0=;1:" + std::string(254, 'n') +
            "=00;7:w0=nulo;7:w1=;7:w=004100f120acd83dde00007c";
 }
@@ -152,7 +152,7 @@ inline std::string muestra_descrita(uint32_t n)
 
 struct respuesta {
     uint32_t resultado = 0;
-    uint32_t id_salida = 0;         // 0xaaaaaaaa: nothing was written there
+    uint32_t id_salida = 0; // 0xaaaaaaaa: nothing was written there
     std::wstring t1, t2, t3;
 };
 
@@ -252,8 +252,8 @@ protected:
     const std::string servicio = nombre_unico("serv");
 };
 
-#define CON_CADA_SERVIDOR(suite)                                                                             \
-    INSTANTIATE_TEST_SUITE_P(servidor, suite, ::testing::ValuesIn(CLASES_SERVIDOR),                          \
+#define CON_CADA_SERVIDOR(suite)                                                    \
+    INSTANTIATE_TEST_SUITE_P(servidor, suite, ::testing::ValuesIn(CLASES_SERVIDOR), \
                              [](const auto &dato) { return std::string(dato.param); })
 
 #endif

@@ -291,7 +291,8 @@ static void reclama(extremo &yo, uint32_t id_comando, uint32_t id_entrada)
     canal.pon_u32(1198, 1);
     canal.pon_u64(1190, 0x1234);
     canal.pon_texto_u(1210, L"abc");
-    canal.pon_texto_u(1338, L"\x20ac" L"e");
+    canal.pon_texto_u(1338, L"\x20ac"
+                            L"e");
     canal.pon_texto_u(1850, L"");
     canal.pon_u32(4, 1);
     canal.pon_u32(1198, 2);

@@ -21,8 +21,8 @@ static std::wstring llama(const std::wstring &servicio, uint32_t id, const wchar
 {
     wchar_t texto[256] = L"";
     std::string nombre(servicio.begin(), servicio.end());
-    uint32_t r = ivrexa_ejecuta_comando(nombre.c_str(), id, 0, 0, senyal, camino, nullptr, nullptr, nullptr, texto,
-                                        nullptr);
+    uint32_t r =
+        ivrexa_ejecuta_comando(nombre.c_str(), id, 0, 0, senyal, camino, nullptr, nullptr, nullptr, texto, nullptr);
     return r == 1 ? texto : L"[" + std::to_wstring(r) + L"]";
 }
 
@@ -184,7 +184,7 @@ protected:
         m_servicios[nombre] = base;
         m_servicios[nombre + "b"] = base + "b";
         m_programas.push_back(arranca_papel("cruce", {clase, base + "," + base + "b"}));
-        if (clase == "net")     // its second service
+        if (clase == "net") // its second service
             EXPECT_INFORME_DE(m_programas.back(), "iv_reg", "procesaComandoExterno != NULL");
         return m_programas.back();
     }
@@ -296,9 +296,8 @@ class de_dos_en_dos : public cruzadas, public ::testing::WithParamInterface<par_
 static const par_de_clases PARES[] = {
     {"ventana", "ventana"}, {"sin_ventana", "sin_ventana"}, {"ventana", "sin_ventana"}, {"net", "ventana"}};
 
-INSTANTIATE_TEST_SUITE_P(clases, de_dos_en_dos, ::testing::ValuesIn(PARES), [](const auto &dato) {
-    return std::string(dato.param.a) + "_y_" + dato.param.b;
-});
+INSTANTIATE_TEST_SUITE_P(clases, de_dos_en_dos, ::testing::ValuesIn(PARES),
+                         [](const auto &dato) { return std::string(dato.param.a) + "_y_" + dato.param.b; });
 
 // From their main threads, each with a command of the other's under way. A thread that sends to a window answers
 // meanwhile; one that polls does not, and the other waits until it is done.
@@ -486,8 +485,7 @@ TEST_P(con_una_caja, en_el_hilo_principal_se_contestan_los_comandos)
 
 class en_la_funcion : public con_una_caja {};
 INSTANTIATE_TEST_SUITE_P(servidor, en_la_funcion,
-                         ::testing::Combine(::testing::ValuesIn(CLASES_SERVIDOR),
-                                            ::testing::Values("caja", "informe")),
+                         ::testing::Combine(::testing::ValuesIn(CLASES_SERVIDOR), ::testing::Values("caja", "informe")),
                          nombre_caso_caja);
 
 // Its other service answers meanwhile.

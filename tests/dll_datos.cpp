@@ -72,7 +72,7 @@ TEST_F(dll_datos, graba_buffer_informa_de_cada_argumento_nulo_en_su_orden)
     EXPECT_INFORME("ivrexa", NULO);
     EXPECT_INFORME("ivrexa", "(nombre_valor) != 0");
     EXPECT_INFORME("ivrexa", "(buffer) != 0");
-    ivrexa_graba_buffer(nullptr, nullptr, nullptr, 0);      // no bytes need no buffer
+    ivrexa_graba_buffer(nullptr, nullptr, nullptr, 0); // no bytes need no buffer
     EXPECT_INFORME("ivrexa", NULO);
     EXPECT_INFORME("ivrexa", "(nombre_valor) != 0");
     EXPECT_SIN_INFORMES();
@@ -90,7 +90,7 @@ TEST_F(dll_datos, argumentos_nulos_de_los_escritores_se_graban_vacios)
     ivrexa_graba_arr_cadenas_ansi(c.get(), nullptr, nullptr, 1);
     ivrexa_graba_arr_cadenas_unicode(c.get(), nullptr, nullptr, 1);
     ivrexa_graba_buffer(c.get(), "b", nullptr, 0);
-    EXPECT_SIN_INFORMES();                                  // only for buffers is the name looked at
+    EXPECT_SIN_INFORMES(); // only for buffers is the name looked at
     ivrexa_graba_buffer(c.get(), nullptr, nullptr, 5);
     EXPECT_INFORME("ivrexa", "(nombre_valor) != 0");
     EXPECT_INFORME("ivrexa", "(buffer) != 0");
@@ -132,7 +132,7 @@ TEST_F(dll_datos, resultados_nulos_de_los_lectores_se_informan_y_se_lee_igual)
 
 TEST_F(dll_datos, servicio_nulo_es_el_nombre_vacio)
 {
-    uint32_t id = GetCurrentProcessId();                    // blocks of the empty name are everybody's
+    uint32_t id = GetCurrentProcessId(); // blocks of the empty name are everybody's
     vecino otro;
     otro.crea("Ivrexa_MCB_Serv__Com__comdat" + std::to_string(id), 9, "01000000 01 02 6100 07");
     contenedor c(ivrexa_lee_datos(nullptr, id, 1));
@@ -190,10 +190,10 @@ TEST_F(dll_datos, punteros_valen_hasta_la_destruccion)
     const char *const *textos = ivrexa_dame_arr_cadenas_ansi(c.get(), 8, &num);
 
     for (uint32_t despl = 0; despl < 132; despl += 4)
-        otro.pon(nombre_datos(servicio, 9), despl, 0xEEEEEEEE);     // the other side may do what it likes
+        otro.pon(nombre_datos(servicio, 9), despl, 0xEEEEEEEE); // the other side may do what it likes
     otro.suelta(nombre_datos(servicio, 9));
     for (int vez = 0; vez < 3; vez++) {
-        EXPECT_NE(ivrexa_dame_arr_cadenas_ansi(c.get(), 8, &num), textos);      // a new array each time
+        EXPECT_NE(ivrexa_dame_arr_cadenas_ansi(c.get(), 8, &num), textos); // a new array each time
         EXPECT_EQ(ivrexa_dame_cadena_ansi(c.get(), 6), texto);
         EXPECT_EQ(ivrexa_nombre_valor(c.get(), 6), nombre);
     }
@@ -257,7 +257,7 @@ TEST_F(dll_datos, arreglo_ancho_se_graba_sin_cuenta_y_esconde_lo_que_sigue)
 TEST_F(dll_datos, bloque_que_falta_se_informa_y_no_se_crea)
 {
     const std::string servicio = nombre_unico("S");
-    lee(nombre_unico("S"), 1);                              // opens the registry and the window system
+    lee(nombre_unico("S"), 1); // opens the registry and the window system
     EXPECT_INFORME("ivrexa", "(shared_MCCom) != 0");
     uint32_t antes = cuenta_manejadores();
     for (int16_t es_entrada : {1, 0}) {
@@ -291,7 +291,7 @@ TEST_F(dll_datos, leer_deja_abierto_un_solo_manejador)
     contenedor c = lee(servicio, 2);
     EXPECT_EQ(cuenta_manejadores(), antes + 2);
     c.reset();
-    EXPECT_EQ(cuenta_manejadores(), antes + 1);             // the one that keeps an opened block in being
+    EXPECT_EQ(cuenta_manejadores(), antes + 1); // the one that keeps an opened block in being
 }
 
 TEST_F(dll_datos, cabecera_mayor_que_la_vista_se_recorta)
@@ -303,7 +303,7 @@ TEST_F(dll_datos, cabecera_mayor_que_la_vista_se_recorta)
     contenedor c = lee(servicio, 1);
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(ivrexa_dame_byte(c.get(), 0), 7);
-    EXPECT_INFORME("iv_comdat", "valor->tipoDato != ivrexa_tipoDato_desconocido");  // the zeros behind it
+    EXPECT_INFORME("iv_comdat", "valor->tipoDato != ivrexa_tipoDato_desconocido"); // the zeros behind it
     EXPECT_STREQ(ivrexa_nombre_valor(c.get(), 1), "");
 }
 

@@ -93,12 +93,10 @@ inline const char *const TODOS =
 inline std::string describe_todos(comdat *c)
 {
     uint32_t tam = 0, num = 0;
-    std::vector<std::string> partes = {std::to_string(ivrexa_numero_valores(c)),
-                                       std::to_string(ivrexa_dame_byte(c, 0)),
-                                       std::to_string(ivrexa_dame_ushort(c, 1)),
-                                       std::to_string(ivrexa_dame_ulong(c, 2)),
-                                       std::to_string(ivrexa_dame_double(c, 3)),
-                                       std::to_string(reinterpret_cast<uintptr_t>(ivrexa_dame_hwnd(c, 4)))};
+    std::vector<std::string> partes = {
+        std::to_string(ivrexa_numero_valores(c)), std::to_string(ivrexa_dame_byte(c, 0)),
+        std::to_string(ivrexa_dame_ushort(c, 1)), std::to_string(ivrexa_dame_ulong(c, 2)),
+        std::to_string(ivrexa_dame_double(c, 3)), std::to_string(reinterpret_cast<uintptr_t>(ivrexa_dame_hwnd(c, 4)))};
     const void *buffer = ivrexa_dame_buffer(c, 5, &tam);
     partes.push_back(a_hex(buffer, tam));
     partes.push_back(ivrexa_dame_cadena_ansi(c, 6));

@@ -18,7 +18,7 @@ TEST_F(dll_datos, lo_guardado_son_los_bytes_del_formato_en_el_bloque_de_su_numer
     EXPECT_EQ(otro.u32(canal, 12), 118u);
     EXPECT_FALSE(existe_mutex(("Mutex_Ivrexa_" + servicio).c_str()));
     c.reset();
-    EXPECT_FALSE(otro.hay(nombre_datos(servicio, 117)));    // the container kept it alive
+    EXPECT_FALSE(otro.hay(nombre_datos(servicio, 117))); // the container kept it alive
 }
 
 TEST_F(dll_datos, bloques_se_numeran_seguidos_y_por_servicio)
@@ -77,7 +77,7 @@ TEST_F(dll_datos, guardar_sin_canal_se_informa_y_da_0)
         EXPECT_FALSE(existe_bloque(nombre_canal(servicio).c_str()));
         EXPECT_FALSE(existe_mutex(("Mutex_Ivrexa_" + servicio).c_str()));
     }
-    vecino otro;                                            // nothing was attached: it can be stored later
+    vecino otro; // nothing was attached: it can be stored later
     otro.canal(servicio);
     EXPECT_EQ(ivrexa_guarda_datos(c.get()), 100u);
 }
@@ -111,7 +111,7 @@ TEST_F(dll_datos, guardar_dos_veces_se_informa_y_el_segundo_numero_vale)
     EXPECT_EQ(otro.mira(nombre_datos(servicio, 100), 9).first, 9u);
     EXPECT_EQ(otro.mira(nombre_datos(servicio, 101), 14).first, 14u);
     c.reset();
-    EXPECT_FALSE(otro.hay(nombre_datos(servicio, 100)));    // the first one was the container's
+    EXPECT_FALSE(otro.hay(nombre_datos(servicio, 100))); // the first one was the container's
     EXPECT_TRUE(otro.hay(nombre_datos(servicio, 101)));
 }
 
@@ -126,8 +126,7 @@ TEST_F(dll_datos, guardar_lo_que_se_lee_se_informa_y_se_guarda)
     EXPECT_INFORME("iv_comdat", "comdat->id_bloque_MCCom == 0");
     EXPECT_INFORME("iv_comdat", "comdat->shared_MCCom == NULL");
     EXPECT_INFORME("iv_comdat", "comdat->tipo == iv_comdat_tipo_ESCRITURA");
-    EXPECT_TRUE(bytes_iguales(de_hex("01000000 01 02 6100 07"),
-                              otro.mira(nombre_datos(servicio, 100), 9).second));
+    EXPECT_TRUE(bytes_iguales(de_hex("01000000 01 02 6100 07"), otro.mira(nombre_datos(servicio, 100), 9).second));
 }
 
 TEST_F(dll_datos, bloque_menor_que_otro_tiene_no_se_escribe_y_da_0)
@@ -141,10 +140,9 @@ TEST_F(dll_datos, bloque_menor_que_otro_tiene_no_se_escribe_y_da_0)
     EXPECT_EQ(ivrexa_guarda_datos(c.get()), 0u);
     EXPECT_INFORME("iv_comdat", "shared_MCCom != NULL && *shared_MCCom != NULL");
     EXPECT_SIN_INFORMES();
-    EXPECT_TRUE(bytes_iguales(de_hex("EEEEEEEEEEEEEEEE 00"),
-                              otro.mira(nombre_datos(servicio, 100), 9).second));
+    EXPECT_TRUE(bytes_iguales(de_hex("EEEEEEEEEEEEEEEE 00"), otro.mira(nombre_datos(servicio, 100), 9).second));
     EXPECT_EQ(otro.u32(nombre_canal(servicio), 12), 101u);
-    EXPECT_EQ(ivrexa_guarda_datos(c.get()), 101u);          // nothing was attached, and the number is used up
+    EXPECT_EQ(ivrexa_guarda_datos(c.get()), 101u); // nothing was attached, and the number is used up
 }
 
 TEST_F(dll_datos, bloque_mayor_que_ya_habia_se_usa_con_su_cabecera)
@@ -230,7 +228,7 @@ TEST_F(dll_datos, un_proceso_lee_lo_que_otro_guarda)
     EXPECT_EQ(guardador.espera_fin(10000), 0u);
 
     EXPECT_EQ(describe_todos(c.get()), DESCRIPCION);
-    EXPECT_EQ(describe_todos(lee(servicio, 200).get()), DESCRIPCION);   // whoever opened it keeps it
+    EXPECT_EQ(describe_todos(lee(servicio, 200).get()), DESCRIPCION); // whoever opened it keeps it
 }
 
 TEST_F(dll_datos, lo_que_guarda_uno_lo_lee_otro_proceso)
@@ -268,15 +266,12 @@ public:
     {
         m_crudo.pon_u16(0, 8886);
         m_crudo.pon_u16(2, 256);
-        m_crudo.pon_u64(6, 0x7FFFFFF0);                     // no window's handle
+        m_crudo.pon_u64(6, 0x7FFFFFF0); // no window's handle
         m_crudo.pon_u32(14, 0xC0DE);
         m_crudo.pon_u32(18, 1);
     }
     ~registro_forjado() { m_crudo.pon_u64(6, 0); }
-    void pon_servicio(uint32_t ind, const std::string &servicio)
-    {
-        m_crudo.pon_texto(5814 + 96 * ind, servicio);
-    }
+    void pon_servicio(uint32_t ind, const std::string &servicio) { m_crudo.pon_texto(5814 + 96 * ind, servicio); }
     void quita_monitor() { m_crudo.pon_u64(6, 0); }
     uint32_t siguiente() const { return m_crudo.u32(18); }
 
@@ -294,7 +289,7 @@ private:
     bloque_crudo m_crudo{"Ivrexa_MCB", 8886};
 };
 
-}
+} // namespace
 
 TEST_F(dll_datos, leer_se_anota_para_el_monitor)
 {
@@ -306,14 +301,14 @@ TEST_F(dll_datos, leer_se_anota_para_el_monitor)
 
     lee(servicio, 345, 1);
     lee(servicio, 345, 0);
-    lee(servicio, 345, 2);                                  // anything but 1 is output
+    lee(servicio, 345, 2); // anything but 1 is output
     EXPECT_EQ(lee(servicio, 346, 1), nullptr);
     EXPECT_INFORME("ivrexa", "(shared_MCCom) != 0");
 
     EXPECT_EQ(registro.actividad(1), "5 0 345 0 3 1");
     EXPECT_EQ(registro.actividad(2), "5 0 345 1 4 1");
     EXPECT_EQ(registro.actividad(3), "5 0 345 1 4 1");
-    EXPECT_EQ(registro.actividad(4), "5 0 346 0 3 1");      // noted before it is opened
+    EXPECT_EQ(registro.actividad(4), "5 0 346 0 3 1"); // noted before it is opened
     EXPECT_EQ(registro.siguiente(), 5u);
     registro.quita_monitor();
     lee(servicio, 345, 1);
@@ -325,7 +320,7 @@ TEST_F(dll_datos, guardar_se_anota_para_el_monitor)
     const std::string servicio = nombre_unico("S"), sin_canal = nombre_unico("S");
     vecino otro;
     const std::string canal = otro.canal(servicio);
-    otro.pon(canal, 1202, 777);                             // the command under way
+    otro.pon(canal, 1202, 777); // the command under way
     otro.crea(nombre_datos(servicio, 50), 4, "00000000");
     contenedor leida = lee(servicio, 50, 1), leida_salida = lee(servicio, 50, 0);
     registro_forjado registro;

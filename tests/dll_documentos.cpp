@@ -225,8 +225,7 @@ TEST_F(documentos, sin_registro_se_informa_de_cada_argumento_y_de_eso)
     EXPECT_EQ(existe_bloque("Ivrexa_MCB"), habia_registro) << "asking opens nothing";
 }
 
-class de_servidor : public con_cada_servidor
-{
+class de_servidor : public con_cada_servidor {
 protected:
     void ofrece(const std::string &nombre)
     {
@@ -515,8 +514,7 @@ TEST_F(documentos, cierre_de_la_sesion_libera_cada_ruta_una_vez)
 
 // ---- What others get of it: nothing
 
-class a_la_vista : public con_cada_servidor
-{
+class a_la_vista : public con_cada_servidor {
 protected:
     // The registry without what moves by itself: heartbeats and rounds.
     static std::vector<uint8_t> foto_registro()

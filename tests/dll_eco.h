@@ -16,8 +16,8 @@
 
 #include "dll_conversa.h"
 
-enum : uint32_t { eco_PRIMERO = 200 };          // the ids of eco commands begin here
-enum : uint32_t { eco_SIN_GET = 98, eco_SIN_SET = 97, eco_SIN_GET_NET = 92 };   // results when the library refused
+enum : uint32_t { eco_PRIMERO = 200 };                                        // the ids of eco commands begin here
+enum : uint32_t { eco_SIN_GET = 98, eco_SIN_SET = 97, eco_SIN_GET_NET = 92 }; // results when the library refused
 
 // ---- What is sent
 
@@ -57,8 +57,8 @@ inline comdat *eco_escribe(const std::string &servicio, const std::string &remit
 
 struct eco_servidor_cuentas {
     uint32_t llamadas = 0, sin_get = 0, sin_set = 0, sin_entrada = 0, entrada_ajena = 0, id_cero = 0;
-    std::map<uint32_t, uint32_t> por_id;                // calls by the id that the function saw
-    std::map<std::string, uint32_t> por_remitente;      // where the texts were to be had
+    std::map<uint32_t, uint32_t> por_id;           // calls by the id that the function saw
+    std::map<std::string, uint32_t> por_remitente; // where the texts were to be had
 };
 
 inline eco_servidor_cuentas eco_mias;
@@ -146,13 +146,13 @@ PAPEL(eco_servidor)
 // ---- Client
 
 struct eco_cuentas {
-    uint32_t bien = 0;              // 1, and all of it ours
+    uint32_t bien = 0; // 1, and all of it ours
     uint32_t sin_get = 0, sin_set = 0;
-    uint32_t id_ajeno = 0;          // 1; the function saw another id
-    uint32_t entrada_ajena = 0;     // 1; the function got another's input
-    uint32_t sin_entrada = 0;       // 1; the function got no input
-    uint32_t salida_perdida = 0;    // 1; the output was gone before it was read
-    uint32_t raro = 0;              // anything else
+    uint32_t id_ajeno = 0;       // 1; the function saw another id
+    uint32_t entrada_ajena = 0;  // 1; the function got another's input
+    uint32_t sin_entrada = 0;    // 1; the function got no input
+    uint32_t salida_perdida = 0; // 1; the output was gone before it was read
+    uint32_t raro = 0;           // anything else
 
     uint32_t total() const { return bien + sin_get + sin_set + id_ajeno + entrada_ajena + sin_entrada + raro; }
 };
@@ -292,9 +292,9 @@ inline papel arranca_eco_servidor(const std::string &clase, const std::string &s
 inline papel arranca_eco_cliente(uint32_t i, const std::string &servicio, uint32_t num, bool con_datos,
                                  const std::string &turno = "-")
 {
-    return arranca_papel("eco_cliente", {i % 2 == 0 ? "ventana" : "sin_ventana", servicio, "c" + std::to_string(i),
-                                         std::to_string(eco_PRIMERO + i), std::to_string(num),
-                                         con_datos ? "datos" : "-", turno});
+    return arranca_papel("eco_cliente",
+                         {i % 2 == 0 ? "ventana" : "sin_ventana", servicio, "c" + std::to_string(i),
+                          std::to_string(eco_PRIMERO + i), std::to_string(num), con_datos ? "datos" : "-", turno});
 }
 
 // What follows `prefijo` in the child's next such line; "" with a failure when none comes.

@@ -22,8 +22,7 @@ static HWND crea_ventana_c(void)
     clase.hInstance = GetModuleHandleW(NULL);
     clase.lpszClassName = L"eco_c";
     RegisterClassW(&clase);
-    return CreateWindowExW(0, L"eco_c", L"", WS_OVERLAPPEDWINDOW, 0, 0, 100, 100, NULL, NULL, clase.hInstance,
-                           NULL);
+    return CreateWindowExW(0, L"eco_c", L"", WS_OVERLAPPEDWINDOW, 0, 0, 100, 100, NULL, NULL, clase.hInstance, NULL);
 }
 
 static void haz_de_ventana(void)
@@ -44,8 +43,7 @@ static void haz_de_eco(void)
 int main(int argc, char **argv)
 {
     papel_c_inicia(argc, argv);
-    papel_c_di("YO %s|%s|%s|%s|", papel_c_nombre(), papel_c_argumento(0), papel_c_argumento(1),
-               papel_c_argumento(9));
+    papel_c_di("YO %s|%s|%s|%s|", papel_c_nombre(), papel_c_argumento(0), papel_c_argumento(1), papel_c_argumento(9));
     papel_c_di("LISTO");
     if (strcmp(papel_c_nombre(), "ventana") == 0)
         haz_de_ventana();

@@ -57,8 +57,7 @@ lineas sin(const lineas &todas, const std::string &parte)
 
 std::string enviado(uint32_t bloque)
 {
-    return "sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block " +
-           std::to_string(bloque);
+    return "sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000, input block " + std::to_string(bloque);
 }
 
 const std::string SALIDA = "got  suma=42.5 bytes=1000 saludo=\"Hola, mundo\"";
@@ -74,11 +73,7 @@ const lineas DICE_EL_CLIENTE_EN_C = {
 
 // The second client of its server, whose blocks go on.
 const lineas DICE_EL_CLIENTE = {
-    enviado(102),
-    "got  result 1, output block 103",
-    "got  the three texts",
-    SALIDA,
-    "all came back as it was sent",
+    enviado(102), "got  result 1, output block 103", "got  the three texts", SALIDA, "all came back as it was sent",
 };
 
 // What a server says of two commands: the same lines of each, but for the last, which names a block.
@@ -122,8 +117,8 @@ void cruzan_los_dos(const char *nombre_servidor, const lineas &dice_el_servidor)
 
 uint32_t ejecuta(const std::string &servicio, uint32_t id_comando, uint32_t id_entrada)
 {
-    return ivrexa_ejecuta_comando(servicio.c_str(), id_comando, 0, id_entrada, nullptr, nullptr, nullptr,
-                                  nullptr, nullptr, nullptr, nullptr);
+    return ivrexa_ejecuta_comando(servicio.c_str(), id_comando, 0, id_entrada, nullptr, nullptr, nullptr, nullptr,
+                                  nullptr, nullptr, nullptr);
 }
 
 // What a monitor says of one command over the service, the end of the server apart.
@@ -215,8 +210,8 @@ int32_t contesta_otra_cosa(const char *servicio, uint32_t id_comando, comando *c
     contexto->datos_salida = ivrexa_crea_datos_comando_salida(servicio);
     for (const char *nombre : {"suma", "saludo", "bytes"})
         ivrexa_graba_byte(contexto->datos_salida, nombre, 1);
-    ivrexa_set_datos_salida_comando(servicio, id_comando, ivrexa_guarda_datos(contexto->datos_salida), texto1,
-                                    texto2, texto3);
+    ivrexa_set_datos_salida_comando(servicio, id_comando, ivrexa_guarda_datos(contexto->datos_salida), texto1, texto2,
+                                    texto3);
     return ivrexa_resultado_OK;
 }
 
@@ -228,8 +223,7 @@ int sirve(papel_hijo &yo, const std::string &servicio, bool con_ventana, ivrexa_
     if (con_ventana)
         hwnd = CreateWindowExA(0, "STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
     std::string ruta = "papel_" + std::to_string(GetCurrentProcessId());
-    ivrexa_registra_servidor(ruta.c_str(), hwnd, servicio.c_str(), version, reinterpret_cast<void *>(dato),
-                             funcion);
+    ivrexa_registra_servidor(ruta.c_str(), hwnd, servicio.c_str(), version, reinterpret_cast<void *>(dato), funcion);
     ivrexa_terminado_registro();
     yo.di("LISTO");
     MSG msg;
@@ -240,11 +234,26 @@ int sirve(papel_hijo &yo, const std::string &servicio, bool con_ventana, ivrexa_
     return 0;
 }
 
-PAPEL(cae_con_ventana) { return sirve(yo, args[0], true, cae); }
-PAPEL(cae_sin_ventana) { return sirve(yo, args[0], false, cae); }
-PAPEL(da_un_numero) { return sirve(yo, args[0], true, contesta_un_numero, std::stoi(args[1])); }
-PAPEL(da_otra_cosa) { return sirve(yo, args[0], true, contesta_otra_cosa); }
-PAPEL(de_otra_version) { return sirve(yo, args[0], true, contesta_un_numero, 1, 4); }
+PAPEL(cae_con_ventana)
+{
+    return sirve(yo, args[0], true, cae);
+}
+PAPEL(cae_sin_ventana)
+{
+    return sirve(yo, args[0], false, cae);
+}
+PAPEL(da_un_numero)
+{
+    return sirve(yo, args[0], true, contesta_un_numero, std::stoi(args[1]));
+}
+PAPEL(da_otra_cosa)
+{
+    return sirve(yo, args[0], true, contesta_otra_cosa);
+}
+PAPEL(de_otra_version)
+{
+    return sirve(yo, args[0], true, contesta_un_numero, 1, 4);
+}
 
 // Starts a program in a console of its own and presses Ctrl-C there at the line "CTRL_C". The program speaks with
 // our voice; its end is ours.
@@ -263,7 +272,7 @@ PAPEL(consola)
     PROCESS_INFORMATION hijo = {};
     if (!CreateProcessA(nullptr, &orden[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &inicio, &hijo))
         return 126;
-    SetConsoleCtrlHandler(nullptr, TRUE);       // not before: a process inherits that it hears no Ctrl-C
+    SetConsoleCtrlHandler(nullptr, TRUE); // not before: a process inherits that it hears no Ctrl-C
     yo.escucha_linea("CTRL_C", 60000);
     GenerateConsoleCtrlEvent(CTRL_C_EVENT, 0);
     DWORD codigo = 127;
@@ -283,7 +292,7 @@ papel arranca_en_consola(const char *nombre, const std::string &servicio)
     return arranca_papel("consola", {carpeta + nombre + ".exe", servicio}, opciones);
 }
 
-}
+} // namespace
 
 // ---- A command
 
@@ -306,8 +315,7 @@ TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_net)
 {
     cruzan_los_dos("servidor_net",
                    dos_veces({"got  a=40 b=2.5 bytes=1000"},
-                             "sent the sum, a greeting, the bytes and the three texts, output block ",
-                             "ended"));
+                             "sent the sum, a greeting, the bytes and the three texts, output block ", "ended"));
 }
 
 // Both wait 2.5 s before they run their command, one after the other.
@@ -417,8 +425,7 @@ TEST(ejemplos, de_otra_version_es_como_sin_servidor)
     for (const char *nombre : {"cliente", "cliente_c"}) {
         papel cliente = arranca_ejemplo(nombre, servicio);
         EXPECT_EQ(cliente.espera_fin(30000), 1u) << nombre;
-        EXPECT_EQ(cliente.lineas(),
-                  lineas{"nobody offers " + servicio + " in version 3: start a server first"});
+        EXPECT_EQ(cliente.lineas(), lineas{"nobody offers " + servicio + " in version 3: start a server first"});
     }
 }
 
@@ -430,14 +437,17 @@ TEST(ejemplos, servidor_que_cae_en_el_comando_se_dice_en_los_dos_clientes)
         lineas dicho;
     } casos[] = {
         {"cae_con_ventana", "cliente_c", {enviado(100), "got  result 0: no answer: the server is gone"}},
-        {"cae_con_ventana", "cliente",
+        {"cae_con_ventana",
+         "cliente",
          {enviado(100), "got  result 0, output block 0", "no answer: the server is gone"}},
-        {"cae_sin_ventana", "cliente_c",
+        {"cae_sin_ventana",
+         "cliente_c",
          {enviado(100), "got  result 3: error: the server refused the command, or it has died"}},
-        {"cae_sin_ventana", "cliente",
+        {"cae_sin_ventana",
+         "cliente",
          {enviado(100), "got  result 3, output block 0", "the server refused the command, or it has died"}},
     };
-    std::vector<std::pair<papel, papel>> parejas;       // all at once: each pair takes its seconds
+    std::vector<std::pair<papel, papel>> parejas; // all at once: each pair takes its seconds
     for (const auto &caso : casos) {
         std::string servicio = nombre_unico("Cae");
         papel servidor = arranca_papel(caso.papel, {servicio});
@@ -457,7 +467,7 @@ TEST(ejemplos, el_cliente_en_c_dice_lo_que_cada_resultado_significa)
         {"2", "cancelled by the server"},
         {"3", "error: the server refused the command, or it has died"},
         {"77", "the server's own"}};
-    std::vector<papel> servidores, clientes;            // all at once: each client waits 2.5 s
+    std::vector<papel> servidores, clientes; // all at once: each client waits 2.5 s
     for (const auto &[numero, dicho] : resultados) {
         std::string servicio = nombre_unico("Numero");
         servidores.push_back(arranca_papel("da_un_numero", {servicio, numero}));
@@ -466,8 +476,7 @@ TEST(ejemplos, el_cliente_en_c_dice_lo_que_cada_resultado_significa)
     for (size_t i = 0; i < clientes.size(); i++) {
         const auto &[numero, dicho] = resultados[i];
         EXPECT_EQ(clientes[i].espera_fin(30000), 1u);
-        EXPECT_EQ(clientes[i].lineas(),
-                  (lineas{enviado(100), "got  result " + std::string(numero) + ": " + dicho}));
+        EXPECT_EQ(clientes[i].lineas(), (lineas{enviado(100), "got  result " + std::string(numero) + ": " + dicho}));
     }
 }
 
@@ -539,8 +548,10 @@ std::wstring saludo_para(const std::string &servicio, const std::string &nombre)
     ivrexa_graba_cadena_ansi(entrada, "nombre", nombre.c_str());
     ivrexa_graba_buffer(entrada, "bytes", nullptr, 0);
     uint32_t id_salida = 0;
-    EXPECT_EQ(ivrexa_ejecuta_comando(servicio.c_str(), 100, 0, ivrexa_guarda_datos(entrada), nullptr, nullptr,
-                                     nullptr, &id_salida, nullptr, nullptr, nullptr), 1u) << servicio;
+    EXPECT_EQ(ivrexa_ejecuta_comando(servicio.c_str(), 100, 0, ivrexa_guarda_datos(entrada), nullptr, nullptr, nullptr,
+                                     &id_salida, nullptr, nullptr, nullptr),
+              1u)
+        << servicio;
     ivrexa_destruye_datos_comando(entrada);
     comdat *salida = ivrexa_lee_datos(servicio.c_str(), id_salida, FALSO);
     const wchar_t *saludo = salida != nullptr ? ivrexa_dame_cadena_unicode(salida, 1) : nullptr;
@@ -550,14 +561,17 @@ std::wstring saludo_para(const std::string &servicio, const std::string &nombre)
     return texto;
 }
 
-}
+} // namespace
 
 // A name beyond ASCII, and one that no fixed buffer holds.
 TEST(ejemplos, cada_servidor_saluda_con_nombres_que_no_son_ascii_o_son_muy_largos)
 {
     std::vector<std::pair<std::string, papel>> servidores = arranca_los_cuatro();
     for (auto &[servicio, servidor] : servidores) {
-        EXPECT_EQ(saludo_para(servicio, "Bego\xF1" "a"), L"Hola, Bego\u00F1a") << servicio;
+        EXPECT_EQ(saludo_para(servicio, "Bego\xF1"
+                                        "a"),
+                  L"Hola, Bego\u00F1a")
+            << servicio;
         EXPECT_EQ(saludo_para(servicio, std::string(1000, 'x')).substr(0, 7), L"Hola, x") << servicio;
         ivrexa_terminar_servidor(servicio.c_str());
     }
@@ -575,8 +589,7 @@ TEST(ejemplos, cada_servidor_rehusa_lo_que_no_entiende_y_sigue)
         EXPECT_EQ(ejecuta(servicio, 100, 0), 3u) << servicio << ": no input";
         EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 4, ivrexa_tipoDato_byte)), 3u) << servicio;
         EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 5, ivrexa_tipoDato_byte)), 1u) << servicio;
-        EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 5, ivrexa_tipoDato_cadena_ansi)), 1u)
-            << servicio;
+        EXPECT_EQ(ejecuta(servicio, 100, entrada_de(servicio, 5, ivrexa_tipoDato_cadena_ansi)), 1u) << servicio;
         ivrexa_terminar_servidor(servicio.c_str());
         EXPECT_EQ(servidor.espera_fin(30000), 0u) << servicio;
     }
@@ -613,9 +626,10 @@ TEST(ejemplos, el_cliente_avisado_toma_los_datos_contesta_y_cierra_el_documento)
     EXPECT_EQ(servidor.espera_fin(30000), 0u);
 
     EXPECT_EQ(con(cliente.lineas(), "opened"), lineas{"opened: result 1"});
-    EXPECT_EQ(sin(cliente.lineas(), "opened"),
-              (lineas{"notified: client 200, document 7, data block 101",
-                      "on the window's thread: revision 2 by \"Bego\xC3\xB1" "a\"", "closed: result 1"}));
+    EXPECT_EQ(sin(cliente.lineas(), "opened"), (lineas{"notified: client 200, document 7, data block 101",
+                                                       "on the window's thread: revision 2 by \"Bego\xC3\xB1"
+                                                       "a\"",
+                                                       "closed: result 1"}));
     EXPECT_EQ(con(servidor.lineas(), "has "),
               (lineas{"client 200 has opened document 7: \"C:\\informes\\a\xC3\xB1o nuevo.txt\"",
                       "client 200 has closed document 7: \"C:\\informes\\a\xC3\xB1o nuevo.txt\""}));

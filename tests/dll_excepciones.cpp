@@ -8,16 +8,15 @@
 
 #include "dll_conversa.h"
 
-namespace
-{
+namespace {
 
 // Beside the ways to fail: what the function has in its hands when it does.
 enum : uint32_t {
-    CON_ENTRADA = 300,  // it has read its input
-    CON_TEXTOS,         // it has answered already, texts and an id
-    CON_SALIDA,         // it has stored output, which its destructor destroys
-    CON_SALIDA_SUELTA,  // the same, and nobody does
-    CAPTURADA = 400, // a C++ exception that the function catches
+    CON_ENTRADA = 300, // it has read its input
+    CON_TEXTOS,        // it has answered already, texts and an id
+    CON_SALIDA,        // it has stored output, which its destructor destroys
+    CON_SALIDA_SUELTA, // the same, and nobody does
+    CAPTURADA = 400,   // a C++ exception that the function catches
 };
 
 struct destruye_datos {
@@ -113,8 +112,7 @@ PAPEL(servidor_que_revienta)
     return anfitrion_servidor_que("sin_ventana", args[0].c_str(), obedece_y_cuenta);
 }
 
-class excepciones : public conversacion
-{
+class excepciones : public conversacion {
 protected:
     void SetUp() override
     {
@@ -178,9 +176,7 @@ static std::ostream &operator<<(std::ostream &salida, const grupo &g)
     return salida << g.nombre;
 }
 
-class excepciones_de_un_grupo : public excepciones, public ::testing::WithParamInterface<grupo>
-{
-};
+class excepciones_de_un_grupo : public excepciones, public ::testing::WithParamInterface<grupo> {};
 
 TEST_P(excepciones_de_un_grupo, dan_3_al_cliente_y_el_siguiente_comando_recibe_lo_suyo)
 {
@@ -233,11 +229,9 @@ TEST_F(excepciones, con_datos_y_textos_en_las_manos_dan_3_y_solo_lo_suelto_del_p
 
 // ---- By the channel's bytes alone: sixteen services, each with a thread of its own, all at once
 
-namespace
-{
+namespace {
 
-class cliente_de_bytes
-{
+class cliente_de_bytes {
 public:
     explicit cliente_de_bytes(const std::string &servicio) : m_canal(nombre_canal(servicio).c_str()) {}
 
@@ -268,8 +262,7 @@ private:
 
 } // namespace
 
-class excepciones_a_la_vez : public conversacion
-{
+class excepciones_a_la_vez : public conversacion {
 protected:
     enum { NUM_SERVICIOS = 16, VECES = 32 };
 

@@ -7,8 +7,8 @@ enum : uint32_t {
     ACCESO = 200,
     EXCEPCION_SISTEMA = 201,
     EXCEPCION_CPP = 202,
-    TRAS_GUARDAR = 203,         // its output has been stored, and destroyed
-    EN_LA_BIBLIOTECA = 204,     // a bad pointer, met by the library's own code
+    TRAS_GUARDAR = 203,     // its output has been stored, and destroyed
+    EN_LA_BIBLIOTECA = 204, // a bad pointer, met by the library's own code
 };
 
 // The ways in which a command function may fail to return.

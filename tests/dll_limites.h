@@ -199,8 +199,7 @@ PAPEL(libre)
 // ---- The test's side
 
 // One such host.
-class libre
-{
+class libre {
 public:
     explicit libre(const std::string &ruta, lugar donde = lugar::aqui())
         : m_ruta(ruta), m_papel(arranca_papel("libre", {ruta}, {}, donde))
@@ -331,8 +330,7 @@ inline void espera_latido(const libre &p)
 
 // Programs that were killed stay in the registry while anybody holds it. Where each case has a process of its own it
 // is not there yet, and nothing here keeps it.
-class limites : public ::testing::Test
-{
+class limites : public ::testing::Test {
 protected:
     void SetUp() override
     {

@@ -4,8 +4,7 @@
 
 static const uint32_t CABEZA = 4 + 2 + 2 + 4; // what a buffer named by one letter takes besides its bytes
 
-class limites_contenido : public conversacion
-{
+class limites_contenido : public conversacion {
 protected:
     void SetUp() override
     {
@@ -79,8 +78,7 @@ TEST_F(limites_contenido, bloque_de_0_bytes_se_informa_y_es_una_entrada_sin_valo
 
 // ---- 64 MiB
 
-class limites_64_mib : public conversacion
-{
+class limites_64_mib : public conversacion {
 protected:
     static const uint32_t TAM = 64u << 20;
 
@@ -234,8 +232,7 @@ PAPEL(servidor_sin_memoria)
     return anfitrion_servidor(args[0].c_str(), args[1].c_str());
 }
 
-class limites_servidor_sin_memoria : public conversacion
-{
+class limites_servidor_sin_memoria : public conversacion {
 protected:
     void manda_lo_que_no_cabe_y_lo_que_si(const std::string &clase, const char *como, uint32_t resultado,
                                           const wchar_t *leido)

@@ -12,8 +12,7 @@
 
 // So many bytes in a row, which repeat only after the whole: chunks of two kinds in the order of the number of ones in
 // their index, so that no shift by a chunk is another's place. The chunks of a kind are the same memory.
-class bytes_de_muestra
-{
+class bytes_de_muestra {
 public:
     explicit bytes_de_muestra(size_t tam) : m_num_vistas((tam + TROZO - 1) / TROZO + 1)
     {
@@ -139,8 +138,7 @@ inline void graba_muestra(const contenedor &c, uint32_t n, uint32_t tam)
 // ---- A system that refuses
 
 // A call that the DLL imports, replaced in this process for a while.
-class importacion_de_la_dll
-{
+class importacion_de_la_dll {
 public:
     importacion_de_la_dll(const char *nombre, void *otra) : m_entrada(busca(nombre)), m_antes(*m_entrada) { pon(otra); }
     ~importacion_de_la_dll() { pon(m_antes); }

@@ -5,8 +5,7 @@
 static const uint32_t TAM_MAXIMO = 0xfffffbff;
 static const uint32_t CABEZA = 4 + 2 + 2 + 4;
 
-class limites_enorme : public conversacion
-{
+class limites_enorme : public conversacion {
 protected:
     // Nothing when there is memory and room on the disk that the blocks may lie on; else why the test cannot run.
     static std::string lo_que_falta(uint64_t memoria, uint64_t disco)

@@ -31,8 +31,7 @@ static std::string bytes_altos(int primero)
     return nombre;
 }
 
-class limites_nombres : public limites
-{
+class limites_nombres : public limites {
 protected:
     // A server of all these, and a client that holds a full conversation with each, questions and withdrawal included.
     static void conversa_y_acaba(bool con_ventana, const std::vector<std::string> &nombres)
@@ -224,8 +223,7 @@ TEST_F(limites_nombres, iguales_en_63_son_dos_servicios_y_el_de_63_se_lleva_una_
 
 // What each object's name has besides the service's: data blocks 31 with three digits, the internal mutex 20, the
 // channel 16, the mutex 13, the message 16. A message takes 255 characters, a mutex 260; a block that or one less.
-class limites_largo : public limites_nombres, public ::testing::WithParamInterface<size_t>
-{
+class limites_largo : public limites_nombres, public ::testing::WithParamInterface<size_t> {
 protected:
     static size_t largo_de_bloque()
     {

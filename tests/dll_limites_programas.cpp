@@ -6,8 +6,7 @@
 
 static const char *const SIN_SITIO = "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS";
 
-class limites_programas : public limites
-{
+class limites_programas : public limites {
 protected:
     // Fills the free entries with programs that live, as far as anybody can tell: their window is this one's.
     void llena_tabla()
@@ -230,8 +229,7 @@ TEST_F(limites_programas, decimoseptimo_con_ventana_sirve_hasta_que_uno_lo_esper
     EXPECT_EQ(servicio_en_tabla(servicio), 32u);
 }
 
-class limites_diecisiete_sin_ventana : public limites_programas
-{
+class limites_diecisiete_sin_ventana : public limites_programas {
 protected:
     void SetUp() override
     {

@@ -13,8 +13,7 @@ static std::vector<std::string> nombres(size_t num)
     return n;
 }
 
-class limites_servicios : public limites
-{
+class limites_servicios : public limites {
 protected:
     // So many services of programs that are no longer there.
     static void llena_tabla()
@@ -32,8 +31,7 @@ protected:
 };
 
 // A monitor, as the others see it: its window, and what is posted to it.
-class monitor_crudo
-{
+class monitor_crudo {
 public:
     monitor_crudo()
     {

@@ -30,7 +30,7 @@ int32_t no_se_llama(const char *, uint32_t, comando *, void *)
     return 3;
 }
 
-}
+} // namespace
 
 // A server that tells its handles.
 PAPEL(servidor_contable)
@@ -44,7 +44,7 @@ protected:
     void SetUp() override
     {
         conversacion::SetUp();
-        m_hwnd_ajena = crea_ventana();          // the window system is loaded
+        m_hwnd_ajena = crea_ventana(); // the window system is loaded
         cuenta_por_tipo();
     }
     void TearDown() override
@@ -66,8 +66,7 @@ protected:
 
 // ---- Registering and closing
 
-class manejadores_de_un_servidor : public manejadores_que_quedan,
-                                   public ::testing::WithParamInterface<const char *> {
+class manejadores_de_un_servidor : public manejadores_que_quedan, public ::testing::WithParamInterface<const char *> {
 protected:
     void registra_y_anyade(const char *uno, const char *otro)
     {
@@ -75,8 +74,7 @@ protected:
         HWND hwnd_programa = m_clase == "sin_ventana" ? nullptr : hwnd();
         EXPECT_EQ(de([&] {
                       if (con_funcion)
-                          ivrexa_registra_servidor(ruta().c_str(), hwnd_programa, uno, 1, nullptr,
-                                                   no_se_llama);
+                          ivrexa_registra_servidor(ruta().c_str(), hwnd_programa, uno, 1, nullptr, no_se_llama);
                       else
                           ivrexa_registra_servidor_net(ruta().c_str(), hwnd_programa, uno, 1);
                   }),
@@ -112,8 +110,7 @@ TEST_P(manejadores_de_un_servidor, cada_paso_abre_los_suyos_y_el_cierre_deja_los
            "window";
     ivrexa_cierra_sesion();
 
-    EXPECT_EQ(cuenta_por_tipo() - antes, (manejadores{2, 0, 0}))
-        << "what found the registry and the old channel";
+    EXPECT_EQ(cuenta_por_tipo() - antes, (manejadores{2, 0, 0})) << "what found the registry and the old channel";
     EXPECT_FALSE(existe_bloque(nombre_canal(nuevo).c_str()));
 }
 
@@ -189,8 +186,7 @@ TEST_F(manejadores_que_quedan, preguntar_por_un_servicio_deja_uno_si_existe_y_ni
     EXPECT_EQ(de([&] { ivrexa_hay_servicio_registrado_empiece_por(falta.c_str(), nombre, nullptr); }),
               (manejadores{0, 0, 0}));
     for (uint32_t vez = 0; vez < 3; vez++) {
-        EXPECT_EQ(de([&] { ivrexa_hay_servicio_registrado(servicio.c_str(), nullptr); }),
-                  (manejadores{1, 0, 0}));
+        EXPECT_EQ(de([&] { ivrexa_hay_servicio_registrado(servicio.c_str(), nullptr); }), (manejadores{1, 0, 0}));
         EXPECT_EQ(de([&] { ivrexa_hay_servicio_registrado_empiece_por(servicio.c_str(), nombre, nullptr); }),
                   (manejadores{1, 0, 0}));
     }
@@ -203,8 +199,7 @@ TEST_F(manejadores_que_quedan, guardar_deja_el_que_encontro_el_canal_y_el_bloque
     for (uint32_t vez = 0; vez < 3; vez++) {
         comdat *datos = nullptr;
         uint32_t id = 0;
-        EXPECT_EQ(de([&] { datos = ivrexa_crea_datos_comando_entrada(servicio.c_str()); }),
-                  (manejadores{0, 0, 0}));
+        EXPECT_EQ(de([&] { datos = ivrexa_crea_datos_comando_entrada(servicio.c_str()); }), (manejadores{0, 0, 0}));
         EXPECT_EQ(de([&] { id = ivrexa_guarda_datos(datos); }), (manejadores{2, 0, 0}));
         EXPECT_EQ(de([&] { ivrexa_destruye_datos_comando(datos); }), (manejadores{-1, 0, 0}));
         EXPECT_FALSE(existe_bloque(nombre_datos(servicio, id).c_str()));
@@ -215,7 +210,7 @@ TEST_F(manejadores_que_quedan, leer_deja_el_que_encontro_el_bloque_y_lo_mantiene
 {
     const std::string servicio = nombre_unico("serv"), bloque = nombre_datos(servicio, 7);
     char nombre[64];
-    ivrexa_hay_servicio_registrado_empiece_por("?", nombre, nullptr);       // heap and registry
+    ivrexa_hay_servicio_registrado_empiece_por("?", nombre, nullptr); // heap and registry
     comdat *datos = nullptr;
     EXPECT_EQ(de([&] { datos = ivrexa_lee_datos(servicio.c_str(), 7, FALSO); }), (manejadores{0, 0, 0}));
     EXPECT_INFORME("ivrexa", "(shared_MCCom) != 0");
@@ -223,8 +218,7 @@ TEST_F(manejadores_que_quedan, leer_deja_el_que_encontro_el_bloque_y_lo_mantiene
     {
         bloque_crudo ajeno(bloque.c_str(), 4);
         for (int16_t es_entrada : {CIERTO, FALSO}) {
-            EXPECT_EQ(de([&] { datos = ivrexa_lee_datos(servicio.c_str(), 7, es_entrada); }),
-                      (manejadores{2, 0, 0}));
+            EXPECT_EQ(de([&] { datos = ivrexa_lee_datos(servicio.c_str(), 7, es_entrada); }), (manejadores{2, 0, 0}));
             EXPECT_EQ(de([&] { ivrexa_destruye_datos_comando(datos); }), (manejadores{-1, 0, 0}));
         }
     }
@@ -251,8 +245,7 @@ const orden_contada ORDENES[] = {
     {"another result", anfitrion_PRIMER_NUMERO + 2, false, false, 2, 0},
 };
 
-class manejadores_de_un_comando : public manejadores_que_quedan,
-                                  public ::testing::WithParamInterface<const char *> {
+class manejadores_de_un_comando : public manejadores_que_quedan, public ::testing::WithParamInterface<const char *> {
 protected:
     void manda(const orden_contada &o)
     {
@@ -277,7 +270,7 @@ protected:
     }
 
     const std::string m_clase = GetParam(), m_servicio = nombre_unico("serv");
-    std::vector<uint32_t> m_bloques;        // that must live on
+    std::vector<uint32_t> m_bloques; // that must live on
 };
 CON_CADA_SERVIDOR(manejadores_de_un_comando);
 
@@ -289,7 +282,7 @@ TEST_P(manejadores_de_un_comando, deja_en_cada_lado_los_que_encontraron_bloques_
     manda(ORDENES[0]);
     for (const orden_contada &o : ORDENES) {
         SCOPED_TRACE(o.que);
-        manda(o);       // what the one before kept is given back
+        manda(o); // what the one before kept is given back
         const int32_t num = m_clase == "sin_ventana" ? 1 : 3;
         manejadores antes = cuenta_por_tipo(), antes_servidor = cuenta_en(servidor);
 
@@ -310,8 +303,7 @@ TEST_F(manejadores_que_quedan, comando_a_un_servicio_que_no_se_ha_pedido_no_deja
     registra(otro);
     manejadores antes_servidor = cuenta_en(servidor);
 
-    EXPECT_EQ(de([&] { EXPECT_EQ(ejecuta(servicio, anfitrion_NADA).resultado, 3u); }),
-              (manejadores{0, 0, 0}));
+    EXPECT_EQ(de([&] { EXPECT_EQ(ejecuta(servicio, anfitrion_NADA).resultado, 3u); }), (manejadores{0, 0, 0}));
     EXPECT_EQ(cuenta_en(servidor) - antes_servidor, (manejadores{0, 0, 0}));
 }
 

@@ -97,7 +97,7 @@ inline uint32_t recorre(comdat *c)
     return num;
 }
 
-}
+} // namespace lectura
 
 inline int32_t mentiras_otros_comandos(anfitrion_peticion *p)
 {
@@ -235,7 +235,7 @@ inline int obedece(const char *linea)
     return 1;
 }
 
-}
+} // namespace victima
 
 PAPEL(victima)
 {
@@ -287,7 +287,7 @@ inline int obedece(const char *linea)
     return 1;
 }
 
-}
+} // namespace vigia
 
 PAPEL(vigia)
 {
@@ -305,7 +305,7 @@ PAPEL(vigia)
 struct mentira {
     const char *campo;
     size_t despl;
-    uint32_t tam;           // 2, 4 or 8 bytes
+    uint32_t tam; // 2, 4 or 8 bytes
     uint64_t valor;
 };
 
@@ -359,8 +359,7 @@ inline papel arranca_victima(const std::string &clase, const std::string &servic
 }
 
 // Tells it a line and takes its answer, which begins with the same prefix in every case.
-inline std::string pide(papel &p, const std::string &linea, const std::string &prefijo,
-                        lugar donde = lugar::aqui())
+inline std::string pide(papel &p, const std::string &linea, const std::string &prefijo, lugar donde = lugar::aqui())
 {
     p.di(linea, donde);
     return p.espera_linea(prefijo, PLAZO_MS, donde);

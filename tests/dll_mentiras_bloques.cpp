@@ -17,11 +17,11 @@ INSTANTIATE_TEST_SUITE_P(servidor, bloques, ::testing::Values("ventana", "sin_ve
 TEST_P(bloques, canal_demasiado_pequenyo_no_toca_al_otro_servicio)
 {
     bloque_crudo pequenyo(nombre_canal(servicio).c_str(), 10);
-    pequenyo.pon_bytes(10, std::vector<uint8_t>(4096 - 14, 0x77));      // behind its 10 bytes, in the same page
+    pequenyo.pon_bytes(10, std::vector<uint8_t>(4096 - 14, 0x77)); // behind its 10 bytes, in the same page
     const std::vector<uint8_t> antes = pequenyo.bytes(0, 4092);
     papel servidor = arranca_servidor(clase, servicio + "," + otro);
     if (clase == "net")
-        EXPECT_INFORME_DE(servidor, "iv_reg", "procesaComandoExterno != NULL");     // of any second service
+        EXPECT_INFORME_DE(servidor, "iv_reg", "procesaComandoExterno != NULL"); // of any second service
     papel perdido = arranca_victima("sin_ventana", servicio), cliente = arranca_victima("sin_ventana", otro);
     espera_latido(cliente);
     EXPECT_EQ(manda(perdido, 127), CERO);
@@ -90,15 +90,15 @@ TEST(bloques_ajenos, imagen_en_lugar_del_canal_no_acaba_con_nadie)
     GetSystemDirectoryA(ruta, sizeof ruta);
     HANDLE fichero = CreateFileA((std::string(ruta) + "\\user32.dll").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
                                  OPEN_EXISTING, 0, nullptr);
-    HANDLE imagen = CreateFileMappingA(fichero, nullptr, PAGE_READONLY | SEC_IMAGE, 0, 0,
-                                       nombre_canal(servicio).c_str());
+    HANDLE imagen =
+        CreateFileMappingA(fichero, nullptr, PAGE_READONLY | SEC_IMAGE, 0, 0, nombre_canal(servicio).c_str());
     ASSERT_NE(imagen, nullptr);
     papel servidor = arranca_servidor("ventana", otro), cliente = arranca_victima("sin_ventana", servicio);
     cliente.di("COMANDO 127 0");
     EXPECT_EQ(cliente.espera_linea("RESULTADO ", PLAZO_MS), CERO);
     papel segundo = arranca_victima("sin_ventana", otro);
     EXPECT_EQ(manda(segundo, 127), SIETE);
-    toma_informes(cliente);                     // a view that could not be had may be reported
+    toma_informes(cliente); // a view that could not be had may be reported
     if (cliente.vive())
         acaba(cliente);
     else

@@ -164,7 +164,7 @@ TEST_P(con_cada_servidor, textos_sin_nul_se_cortan_a_su_campo)
     servidor.di("SIGUE");
     EXPECT_EQ(cliente.espera_linea("RESULTADO ", PLAZO_MS), "RESULTADO 1|0|63|255|255");
 
-    if (std::string(GetParam()) != "sin_ventana") {         // there the command's texts are sent by a foreign client
+    if (std::string(GetParam()) != "sin_ventana") { // there the command's texts are sent by a foreign client
         llena_textos(canal);
         canal.pon_u32(1198, 2);
         canal.pon_u32(1202, 104);
@@ -190,7 +190,7 @@ TEST_F(con_servidor, estado_que_no_existe_hace_esperar_hasta_que_se_arregla)
 {
     static const atasco ATASCOS[] = {
         {{"ocupacion", 1198, 4, 5}, {"ocupacion", 1198, 4, 0}, SIETE},
-        {{"ocupacion", 1198, 4, NUNCA}, {"servidor_terminado", 28, 2, 1}, SIETE},   // unclaimed, and sent all the same
+        {{"ocupacion", 1198, 4, NUNCA}, {"servidor_terminado", 28, 2, 1}, SIETE}, // unclaimed, and sent all the same
         {{"estado_servidor", 30, 4, 2}, {"estado_servidor", 30, 4, 1}, SIETE},
         {{"estado_servidor", 30, 4, 77}, {"servidor_terminado", 28, 2, 1}, SIETE},
         {{"estado_servidor", 30, 4, NUNCA}, {"info_estadoComando", 4, 4, 5}, SIETE},
@@ -248,7 +248,7 @@ TEST_F(con_servidor, recibo_que_no_existe_se_informa_en_cada_ronda_y_el_servidor
     EXPECT_TRUE(espera_hasta([&] { return canal.u32(4) == 5; }, PLAZO_MS));
     canal.pon_u32(1198, 0);
     canal.pon_u32(4, 0);
-    for (const std::string &informe : toma_informes(servidor))      // one may have stood meanwhile
+    for (const std::string &informe : toma_informes(servidor)) // one may have stood meanwhile
         EXPECT_NE(informe.find("TERMINADO_POR_SERVIDOR"), std::string::npos) << informe;
 
     papel cliente = arranca_victima("sin_ventana", servicio);

@@ -54,7 +54,7 @@ static contenido valor_cortado(int tipo, uint32_t tam, uint32_t quedan)
 static contenido nombre_sin_nul(uint32_t tam)
 {
     contenido c = valor_cortado(1, tam, 200);
-    c[tam - 204 + 1] = 202;                     // the length of its name: to the last byte
+    c[tam - 204 + 1] = 202; // the length of its name: to the last byte
     return c;
 }
 
@@ -113,13 +113,20 @@ TEST_F(datos_mentidos, que_acaban_con_su_pagina_se_leen_sin_salir_de_ella)
     for (uint32_t paginas : {1u, 3u}) {
         uint32_t tam = paginas * 4096 - 4;
         const contenido todos[] = {
-            un_valor_hasta_el_final(6, tam, 'A'),   un_valor_hasta_el_final(7, tam, 'A'),
-            un_valor_hasta_el_final(5, tam, 'A'),   un_valor_hasta_el_final(1, tam, 0x63),
-            valor_cortado(4, tam, 7),               valor_cortado(8, tam, 0),
-            valor_cortado(3, tam, 3),               valor_cortado(6, tam, 3),
-            nombre_sin_nul(tam),                    contenido(tam, 0x41),
-            contenido(tam, 0xff),                   arreglo(9, tam, tam / 8, tam - 5),
-            arreglo(9, tam, 0xffffffff, tam - 4),   arreglo(10, tam, tam, 0xfffffffe),
+            un_valor_hasta_el_final(6, tam, 'A'),
+            un_valor_hasta_el_final(7, tam, 'A'),
+            un_valor_hasta_el_final(5, tam, 'A'),
+            un_valor_hasta_el_final(1, tam, 0x63),
+            valor_cortado(4, tam, 7),
+            valor_cortado(8, tam, 0),
+            valor_cortado(3, tam, 3),
+            valor_cortado(6, tam, 3),
+            nombre_sin_nul(tam),
+            contenido(tam, 0x41),
+            contenido(tam, 0xff),
+            arreglo(9, tam, tam / 8, tam - 5),
+            arreglo(9, tam, 0xffffffff, tam - 4),
+            arreglo(10, tam, tam, 0xfffffffe),
             arreglo(9, tam, (tam - 12) / 4, tam - 3),
         };
         for (const contenido &c : todos) {
@@ -165,10 +172,13 @@ TEST_F(datos_mentidos, cuentas_de_miles_de_millones_no_reservan_memoria)
     const uint32_t tam = 131072 - 4;
     contenido valores(tam, 0);
     for (uint32_t i = 4; i < tam; i += 2)
-        valores[i] = 0x63;                      // an unknown type and an empty name: as many values as can be
+        valores[i] = 0x63; // an unknown type and an empty name: as many values as can be
     std::fill(valores.begin(), valores.begin() + 4, static_cast<uint8_t>(0xff));
-    const contenido todos[] = {valores, arreglo(9, tam, 0xffffffff, 0), arreglo(10, tam, 0x20000000, 0),
-                               arreglo(9, tam, tam, 0), arreglo(9, tam, 0x40000001, 0),
+    const contenido todos[] = {valores,
+                               arreglo(9, tam, 0xffffffff, 0),
+                               arreglo(10, tam, 0x20000000, 0),
+                               arreglo(9, tam, tam, 0),
+                               arreglo(9, tam, 0x40000001, 0),
                                arreglo(9, tam, 0x02000000, 0)};
     leen(un_valor_hasta_el_final(6, tam, 'A'), tam);
     uint64_t antes_cliente = memoria_maxima(cliente), antes_servidor = memoria_maxima(servidor);
@@ -208,7 +218,7 @@ TEST_F(datos_mentidos, que_cambian_mientras_se_leen)
     sigue = false;
     EXPECT_TRUE(otro.acaba(PLAZO_MS));
     for (papel *p : {&cliente, &servidor})
-        for (const std::string &informe : toma_informes(*p))    // a header of 0 is told too
+        for (const std::string &informe : toma_informes(*p)) // a header of 0 is told too
             EXPECT_TRUE(informe == LECTURA_FUERA || informe == TIPO_0 || informe == "iv_mem: tam > 0") << informe;
     siguen();
 }

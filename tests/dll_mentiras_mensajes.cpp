@@ -112,10 +112,16 @@ TEST(mensajes_monitor, forjados_se_dejan_caer_o_se_leen_dentro_de_la_tabla)
     EXPECT_EQ(pide(monitor, "CUENTA", "CUENTA "), "CUENTA 0 0 0");
 
     // Records name no service yet; then all of them name the last, or one beyond it.
-    static const uint64_t EXTREMOS[] = {0,      1,          2,          63,          64,         65,
-                                        0xffff, 0x10000,    0x7fffffff, 0x80000000,  0xffffffff, 0x100000001,
-                                        31,     0x1f001f,   32,         0xffff0000,  0xffff001f, 0x8000000000000000,
-                                        33,     0xffffffffffffffff};
+    static const uint64_t EXTREMOS[] = {0,          1,
+                                        2,          63,
+                                        64,         65,
+                                        0xffff,     0x10000,
+                                        0x7fffffff, 0x80000000,
+                                        0xffffffff, 0x100000001,
+                                        31,         0x1f001f,
+                                        32,         0xffff0000,
+                                        0xffff001f, 0x8000000000000000,
+                                        33,         0xffffffffffffffff};
     for (uint32_t ind : {32u, 31u, 33u, 0xffffffffu}) {
         SCOPED_TRACE(ind);
         for (uint32_t n = 0; n < 64; n++)
@@ -129,7 +135,7 @@ TEST(mensajes_monitor, forjados_se_dejan_caer_o_se_leen_dentro_de_la_tabla)
     // Of the numbers these are records: 1 (twice: one with upper bits), 2, 63, 64, 31, 32 and 33.
     EXPECT_EQ(pide(monitor, "CUENTA", "CUENTA "), "CUENTA 8 0 0");
 
-    registro.pon_bytes(5814, std::vector<uint8_t>(32 * 96, 'x'));        // names without an end
+    registro.pon_bytes(5814, std::vector<uint8_t>(32 * 96, 'x')); // names without an end
     for (WPARAM wparam : {WPARAM{1}, WPARAM{2}})
         for (uint64_t lparam : EXTREMOS)
             envia(wparam, lparam);

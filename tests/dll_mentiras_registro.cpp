@@ -7,7 +7,7 @@ static const uint64_t NUNCA = 0xffffffff;
 class registro_mentido : public ::testing::Test {
 protected:
     const std::string servicio = nombre_unico("con"), sin = nombre_unico("sin");
-    papel monitor = arranca_papel("vigia");                                     // the first: it empties the table
+    papel monitor = arranca_papel("vigia"); // the first: it empties the table
     papel servidor = arranca_servidor("ventana", servicio), servidor_sin = arranca_servidor("sin_ventana", sin);
     papel cliente = arranca_victima("sin_ventana", servicio), cliente_sin = arranca_victima("sin_ventana", sin);
     bloque_crudo registro{"Ivrexa_MCB"};
@@ -79,11 +79,11 @@ TEST_F(registro_mentido, contador_de_actividades_y_monitor)
     HWND propia = crea_ventana(), muerta = crea_ventana();
     uint64_t hwnd_propia = reinterpret_cast<uintptr_t>(propia), hwnd_muerta = reinterpret_cast<uintptr_t>(muerta);
     destruye_ventana(&muerta);
-    for (const mentira &m : {mentira{"tam_bloque", 0, 2, 100}, mentira{"version", 2, 2, 0xffff},
-                             mentira{"hwnd_monitor", 6, 8, 0}, mentira{"hwnd_monitor", 6, 8, hwnd_muerta},
-                             mentira{"hwnd_monitor", 6, 8, hwnd_propia},
-                             mentira{"hwnd_monitor", 6, 8, ~uint64_t{0} - 9},
-                             mentira{"msg_monitor", 14, 4, 0}, mentira{"msg_monitor", 14, 4, NUNCA}}) {
+    for (const mentira &m :
+         {mentira{"tam_bloque", 0, 2, 100}, mentira{"version", 2, 2, 0xffff}, mentira{"hwnd_monitor", 6, 8, 0},
+          mentira{"hwnd_monitor", 6, 8, hwnd_muerta}, mentira{"hwnd_monitor", 6, 8, hwnd_propia},
+          mentira{"hwnd_monitor", 6, 8, ~uint64_t{0} - 9}, mentira{"msg_monitor", 14, 4, 0},
+          mentira{"msg_monitor", 14, 4, NUNCA}}) {
         SCOPED_TRACE(describe(m));
         unsigned antes = actividades();
         mentido falso(registro, m);
@@ -107,7 +107,7 @@ TEST_F(registro_mentido, tablas_llenas_de_nombres_sin_nul)
             registro.pon_bytes(5814 + j * 96, std::vector<uint8_t>(96, 'B'));
     EXPECT_EQ(manda(cliente, 127), SIETE);
     EXPECT_EQ(manda(cliente_sin, 127), SIETE);
-    EXPECT_EQ(pide(cliente, "EMPIEZA BBBB", "EMPIEZA "), "EMPIEZA 0 0");         // found, but it has no channel
+    EXPECT_EQ(pide(cliente, "EMPIEZA BBBB", "EMPIEZA "), "EMPIEZA 0 0"); // found, but it has no channel
     EXPECT_EQ(pide(cliente, "EMPIEZA " + servicio, "EMPIEZA "), "EMPIEZA 1 " + std::to_string(servicio.size()));
 
     papel nuevo = arranca_victima("sin_ventana", servicio);
@@ -118,9 +118,8 @@ TEST_F(registro_mentido, tablas_llenas_de_nombres_sin_nul)
     EXPECT_INFORME_DE(servidor_nuevo, "iv_mcbase", "ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS");
     EXPECT_INFORME_DE(servidor_nuevo, "iv_mcbase", "ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS");
     papel suyo = arranca_victima("sin_ventana", servicio + "n");
-    EXPECT_EQ(toma_informes(suyo), (std::vector<std::string>{
-                                       "iv_mcbase: id_programa < iv_mcbase_NUM_MAX_PROGRAMAS",
-                                       "iv_mcbase: ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS"}));
+    EXPECT_EQ(toma_informes(suyo), (std::vector<std::string>{"iv_mcbase: id_programa < iv_mcbase_NUM_MAX_PROGRAMAS",
+                                                             "iv_mcbase: ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS"}));
     EXPECT_EQ(manda(suyo, 127), SIETE);
     for (papel *p : {&nuevo, &suyo, &servidor_nuevo})
         acaba(*p);
@@ -175,7 +174,7 @@ TEST_F(registro_mentido, bytes_al_azar_en_todos_los_bloques_mientras_hay_comando
         miente(canal, 2378, 16, 28, a);
         miente(canal_sin, 2378, 16, 28, a);
         miente(registro, 8886, 6, 18, a);
-        if (a.da() % 4 == 0) {                              // lets them move: what stands in the way is put right
+        if (a.da() % 4 == 0) { // lets them move: what stands in the way is put right
             canal.pon_u32(1198, 0);
             canal.pon_u32(30, 1);
             canal_sin.pon_u32(1198, 0);

@@ -90,7 +90,7 @@ TEST_F(registro_de_monitor, escribe_cabecera_y_anillo_y_vacia_los_nombres_y_nada
     for (size_t n = 0; n < 64; n++) {
         pon<uint32_t>(&esperado, 22 + n * 22, 32);
         pon<uint64_t>(&esperado, 22 + n * 22 + 4, 0);
-        pon<uint32_t>(&esperado, 22 + n * 22 + 16, 0);      // the acting side and the flag stay as they were
+        pon<uint32_t>(&esperado, 22 + n * 22 + 16, 0); // the acting side and the flag stay as they were
     }
     for (size_t j = 0; j < 32; j++)
         pon<uint8_t>(&esperado, 5814 + j * 96, 0);
@@ -153,8 +153,7 @@ TEST_F(registro_de_monitor, segundo_del_mismo_proceso_se_informa_y_no_cambia_nad
     }
     EXPECT_TRUE(bytes_iguales(cabecera_y_anillo, registro.bytes(0, 1430)));
     EXPECT_TRUE(bytes_iguales(servicios, registro.bytes(5814, 3072)));
-    EXPECT_EQ(v.pide("PROC", "PROC "), "PROC 0 1")
-        << "the first window stays subclassed, the other is left alone";
+    EXPECT_EQ(v.pide("PROC", "PROC "), "PROC 0 1") << "the first window stays subclassed, the other is left alone";
 
     // The checks on the functions come first, and do not say what happens.
     v.pide("REGISTRA " + std::to_string(con_VENTANA), "REGISTRADO");
@@ -172,18 +171,15 @@ TEST_F(registro_de_monitor, funciones_nulas_se_informan_y_solo_se_llaman_las_otr
         std::vector<const char *> informes;
         std::vector<std::string> llamadas;
     };
-    const std::string act = "ACT 1 2 1 \"visto\" 70 80 0",
-                      cliente = "BUCLE cliente 4 \"visto\" 3 0 0 0 0 0 0 0",
+    const std::string act = "ACT 1 2 1 \"visto\" 70 80 0", cliente = "BUCLE cliente 4 \"visto\" 3 0 0 0 0 0 0 0",
                       servidor = "BUCLE servidor 4 \"visto\" 2 0 0 0 0 0 0 0";
     const char *const sin_act = "(funcionNotificacionActividad) != 0";
     const char *const sin_cliente = "(funcionMonitorBuclesCliente) != 0";
     const char *const sin_servidor = "(funcionMonitorBuclesServidor) != 0";
     const caso casos[] = {
-        {con_VENTANA | 7, {}, {act, cliente, servidor}},    // null external data are nothing to report
-        {con_VENTANA | 6, {sin_act}, {cliente, servidor}},
-        {con_VENTANA | 5, {sin_cliente}, {act, servidor}},
-        {con_VENTANA | 3, {sin_servidor}, {act, cliente}},
-        {con_VENTANA, {sin_act, sin_cliente, sin_servidor}, {}},
+        {con_VENTANA | 7, {}, {act, cliente, servidor}}, // null external data are nothing to report
+        {con_VENTANA | 6, {sin_act}, {cliente, servidor}}, {con_VENTANA | 5, {sin_cliente}, {act, servidor}},
+        {con_VENTANA | 3, {sin_servidor}, {act, cliente}}, {con_VENTANA, {sin_act, sin_cliente, sin_servidor}, {}},
     };
     vigia v(monitor_NINGUNO);
     bloque_crudo registro("Ivrexa_MCB", 8886);
@@ -356,11 +352,11 @@ TEST_F(fin_de_monitor, quedan_cabecera_y_anillo_y_los_servicios_siguen_entrando_
     servidor.espera_linea("PUBLICADO", 5000);
     EXPECT_EQ(despl_servicio(registro, servicio), 5814u);
     registro.pon_u16(5814, 0);
-    servidor.di("PUBLICA");                             // what is announced again is entered again
+    servidor.di("PUBLICA"); // what is announced again is entered again
     servidor.espera_linea("PUBLICADO", 5000);
     EXPECT_EQ(despl_servicio(registro, servicio), 5814u);
 
-    cabecera_y_anillo[4]++;                             // the server's new registration
+    cabecera_y_anillo[4]++; // the server's new registration
     EXPECT_TRUE(bytes_iguales(cabecera_y_anillo, registro.bytes(0, 1430)));
     EXPECT_EQ(v.dicho(), std::vector<std::string>{});
     acaba(servidor);

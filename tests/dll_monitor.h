@@ -28,8 +28,8 @@ enum : uint32_t {
     con_EXTERNOS = 8,
     con_VENTANA = 16,
     con_OTRA_VENTANA = 32,
-    monitor_ENTERO = 31,        // all but the other window
-    monitor_NINGUNO = 0,        // unregisters
+    monitor_ENTERO = 31, // all but the other window
+    monitor_NINGUNO = 0, // unregisters
 };
 
 enum : UINT { MSG_MARCA = WM_APP + 7 };
@@ -78,8 +78,8 @@ inline void al_notificar(uint32_t tipo_programa, uint32_t tipo_actividad, uint16
                          const char *nombre_servicio, uint32_t dato1, uint32_t dato2, void *externos)
 {
     char linea[256];
-    snprintf(linea, sizeof linea, "ACT %u %u %u \"%.63s\" %u %u %llx", tipo_programa, tipo_actividad,
-             indicador, nombre_servicio, dato1, dato2, reinterpret_cast<unsigned long long>(externos));
+    snprintf(linea, sizeof linea, "ACT %u %u %u \"%.63s\" %u %u %llx", tipo_programa, tipo_actividad, indicador,
+             nombre_servicio, dato1, dato2, reinterpret_cast<unsigned long long>(externos));
     di(linea);
 }
 
@@ -113,9 +113,7 @@ inline int32_t atiende(const char *, uint32_t, comando *, void *)
 
 inline void registra(uint32_t mascara)
 {
-    HWND hwnd = mascara & con_VENTANA        ? s_ventanas[0]
-                : mascara & con_OTRA_VENTANA ? s_ventanas[1]
-                                             : nullptr;
+    HWND hwnd = mascara & con_VENTANA ? s_ventanas[0] : mascara & con_OTRA_VENTANA ? s_ventanas[1] : nullptr;
     void *externos = reinterpret_cast<void *>(mascara & con_EXTERNOS ? 0x123456789abcdef0 : 0);
     ivrexa_registra_monitor(hwnd, mascara & con_ACTIVIDAD ? al_notificar : nullptr,
                             mascara & con_CLIENTE ? al_rondar_cliente : nullptr,
@@ -139,8 +137,7 @@ inline std::string obedece(papel_hijo &yo, const std::string &orden, const std::
         return "REGISTRADO";
     }
     if (orden == "PROC")
-        return std::string("PROC ") + (es_propio(s_ventanas[0]) ? "1 " : "0 ") +
-               (es_propio(s_ventanas[1]) ? "1" : "0");
+        return std::string("PROC ") + (es_propio(s_ventanas[0]) ? "1 " : "0 ") + (es_propio(s_ventanas[1]) ? "1" : "0");
     if (orden == "MANEJADORES")
         return "MANEJADORES " + std::to_string(cuenta_manejadores());
     if (orden == "SOLICITA") {
@@ -164,7 +161,7 @@ inline std::string obedece(papel_hijo &yo, const std::string &orden, const std::
     return "?? " + orden;
 }
 
-}
+} // namespace papel_monitor
 
 PAPEL(monitor)
 {
@@ -220,8 +217,7 @@ inline std::string registro_en(const bloque_crudo &registro, uint32_t n)
     return texto + std::to_string(registro.u16(despl + 20));
 }
 
-inline std::vector<std::string> las_que_empiezan(const std::vector<std::string> &lineas,
-                                                 const std::string &prefijo)
+inline std::vector<std::string> las_que_empiezan(const std::vector<std::string> &lineas, const std::string &prefijo)
 {
     std::vector<std::string> elegidas;
     for (const std::string &linea : lineas)
@@ -261,10 +257,7 @@ public:
     }
 
     void quita(lugar donde = lugar::aqui()) { registra(monitor_NINGUNO, donde); }
-    uint32_t manejadores()
-    {
-        return static_cast<uint32_t>(std::stoul(pide("MANEJADORES", "MANEJADORES ").substr(12)));
-    }
+    uint32_t manejadores() { return static_cast<uint32_t>(std::stoul(pide("MANEJADORES", "MANEJADORES ").substr(12))); }
     bool ventanas_propias() { return pide("PROC", "PROC ") == "PROC 1 1"; }
 
     // All that it said of what was posted to its window up to now.
@@ -285,8 +278,7 @@ public:
     // number, and the record of that number holds the same. What it said is returned.
     std::vector<std::string> oye(const std::vector<suceso> &sucesos, lugar donde = lugar::aqui())
     {
-        ::testing::ScopedTrace traza(donde.fichero, static_cast<int>(donde.linea),
-                                     "activities of the monitor");
+        ::testing::ScopedTrace traza(donde.fichero, static_cast<int>(donde.linea), "activities of the monitor");
         std::vector<std::string> lineas = dicho(donde), crudos, actividades, registros, hallados;
         bloque_crudo registro("Ivrexa_MCB");
         for (const suceso &s : sucesos) {
@@ -314,8 +306,7 @@ public:
     LRESULT manda(WPARAM wparam, uint64_t lparam, UINT msg = mensaje_monitor())
     {
         DWORD_PTR respuesta = 0;
-        EXPECT_NE(SendMessageTimeoutW(m_hwnd, msg, wparam, static_cast<LPARAM>(lparam), SMTO_NORMAL, 15000,
-                                      &respuesta),
+        EXPECT_NE(SendMessageTimeoutW(m_hwnd, msg, wparam, static_cast<LPARAM>(lparam), SMTO_NORMAL, 15000, &respuesta),
                   0)
             << "the monitor does not answer";
         return static_cast<LRESULT>(respuesta);

@@ -27,8 +27,8 @@ protected:
     // This program is no client of the service: that is told, and nothing else happens.
     suceso anota(uint32_t i)
     {
-        EXPECT_EQ(ivrexa_ejecuta_comando(servicio.c_str(), 1000 + i, 0, 5000 + i, nullptr, nullptr, nullptr,
-                                         nullptr, nullptr, nullptr, nullptr),
+        EXPECT_EQ(ivrexa_ejecuta_comando(servicio.c_str(), 1000 + i, 0, 5000 + i, nullptr, nullptr, nullptr, nullptr,
+                                         nullptr, nullptr, nullptr),
                   3u);
         return {1, 2, 1, servicio, 1000 + i, 5000 + i};
     }
@@ -67,7 +67,7 @@ TEST_F(anillo, numeros_van_de_1_a_63_y_vuelven_a_1_y_el_registro_64_nunca_se_esc
     EXPECT_EQ(registro_en(registro(), 1), "0 0 0 0 1 1") << "the announcement is still there";
 
     uint32_t i = 62;
-    for (uint32_t num : {63u, 7u}) {                    // once all the way round, and on
+    for (uint32_t num : {63u, 7u}) { // once all the way round, and on
         sucesos.clear();
         for (uint32_t k = 0; k < num; k++)
             sucesos.push_back(anota(i++));
@@ -98,10 +98,9 @@ TEST_F(anillo, contador_estropeado_vale_1)
 
 TEST_F(anillo, servicio_que_no_esta_en_la_tabla_no_gasta_numero)
 {
-    for (const std::string &otro :
-         {nombre_unico("otro") + std::string(), servicio + "x", servicio.substr(1)}) {
-        EXPECT_EQ(ivrexa_ejecuta_comando(otro.c_str(), 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                         nullptr, nullptr),
+    for (const std::string &otro : {nombre_unico("otro") + std::string(), servicio + "x", servicio.substr(1)}) {
+        EXPECT_EQ(ivrexa_ejecuta_comando(otro.c_str(), 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                         nullptr),
                   3u);
     }
     v().oye_solo({});
@@ -139,7 +138,7 @@ TEST_F(anillo, monitor_lento_ve_en_los_registros_pisados_lo_mas_nuevo)
     v().pide("PARA", "PARADO");
     std::vector<suceso> sucesos;
     for (uint32_t i = 0; i < 70; i++)
-        sucesos.push_back(anota(i));        // numbers 2 to 63, 1, 2 to 8
+        sucesos.push_back(anota(i)); // numbers 2 to 63, 1, 2 to 8
     v().proceso().di("SIGUE");
     EXPECT_EQ(v().proceso().espera_linea("SEGUIDO", 10000), "SEGUIDO");
 
@@ -183,8 +182,8 @@ TEST_F(anillo, numero_0_y_los_mayores_que_64_se_dejan_caer)
 {
     for (uint32_t n = 1; n <= 64; n++)
         forja(n, {0, 2, 0, "", n, 9});
-    for (uint64_t n : {uint64_t{0}, uint64_t{65}, uint64_t{66}, uint64_t{0x80000000}, uint64_t{0xFFFFFFFF},
-                       uint64_t{0x500000000}})
+    for (uint64_t n :
+         {uint64_t{0}, uint64_t{65}, uint64_t{66}, uint64_t{0x80000000}, uint64_t{0xFFFFFFFF}, uint64_t{0x500000000}})
         EXPECT_EQ(v().manda(0, n), 0) << n;
     EXPECT_EQ(v().dicho(), std::vector<std::string>{});
 
@@ -202,7 +201,7 @@ TEST_F(anillo, campos_del_registro_llegan_como_estan)
     const suceso casos[] = {
         {2, 77, 0xFFFF, "ultimo", 0xFFFFFFFF, 0x80000000, 31},
         {0xFFFFFFFF, 0xFFFFFFFE, 2, servicio, 1, 2, 0},
-        {0, 0, 0, "", 0, 0, 30},            // an entry without a name
+        {0, 0, 0, "", 0, 0, 30}, // an entry without a name
     };
     for (const suceso &s : casos) {
         forja(9, s);
@@ -257,8 +256,7 @@ TEST_F(anillo, rondas_llegan_a_la_funcion_de_su_lado_con_el_estado_y_la_entrada_
 
 TEST_F(anillo, otro_wparam_se_contesta_con_0_y_no_llama_a_nadie)
 {
-    for (WPARAM wparam :
-         {WPARAM{3}, WPARAM{4}, WPARAM{0x10000}, WPARAM{0x100000000}, WPARAM{0x100000001}, ~WPARAM{0}})
+    for (WPARAM wparam : {WPARAM{3}, WPARAM{4}, WPARAM{0x10000}, WPARAM{0x100000000}, WPARAM{0x100000001}, ~WPARAM{0}})
         EXPECT_EQ(v().manda(wparam, 1), 0) << wparam;
     EXPECT_EQ(v().dicho(), std::vector<std::string>{});
 }

@@ -93,8 +93,7 @@ protected:
         }
         std::vector<std::string> lineas = v->oye(sucesos, donde), clases = resumen(lineas);
         for (const std::string &linea : las_que_empiezan(lineas, "CRUDO "))
-            EXPECT_TRUE(linea.compare(0, 8, "CRUDO 0 ") == 0 || (std::stoul(linea.substr(8)) & 0xFFFF) == 0)
-                << linea;
+            EXPECT_TRUE(linea.compare(0, 8, "CRUDO 0 ") == 0 || (std::stoul(linea.substr(8)) & 0xFFFF) == 0) << linea;
         EXPECT_EQ(las_que_empiezan(lineas, "BUCLE ").size(), clases.size() - sucesos.size());
         if (sucesos.size() >= 2 && sucesos.front().tipo_actividad == 2)
             comprueba_rondas(clases, linea_de(sucesos.front()), linea_de(sucesos.back()));
@@ -146,12 +145,8 @@ TEST_P(comando_visto, de_dos_procesos_mas)
     cliente.espera_linea("SALIDA ", 15000);
     const suceso empieza = {1, 2, 1, servicio, 100, 100}, acaba_el_comando = {1, 2, 0, servicio, 100, 100};
     const suceso abre = {0, 3, 1, servicio, 0, 100}, contesta = {0, 4, 1, servicio, 100, 101};
-    std::vector<std::string> clases = resumen(v.oye({{1, 3, 1, servicio, 0, 100},
-                                                     empieza,
-                                                     abre,
-                                                     contesta,
-                                                     acaba_el_comando,
-                                                     {1, 4, 1, servicio, 0, 101}}));
+    std::vector<std::string> clases = resumen(
+        v.oye({{1, 3, 1, servicio, 0, 100}, empieza, abre, contesta, acaba_el_comando, {1, 4, 1, servicio, 0, 101}}));
     if (clase == "sin_ventana")
         comprueba_rondas(clases, linea_de(empieza), linea_de(acaba_el_comando));
     // Without a window the command runs with the service's mutex held: nobody has a round meanwhile.
@@ -171,7 +166,7 @@ TEST_P(comando_visto, sin_datos_con_cualquier_resultado)
     // The library's own ids are commands as any other.
     for (uint32_t id : {102u, 122u, 2u}) {
         if (clase == "net" && id == 2)
-            continue;                       // its own window procedure says what it does with that
+            continue; // its own window procedure says what it does with that
         EXPECT_EQ(ejecuta(servicio, id).resultado, id == 122 ? 2u : 1u);
         oye(&v, {{1, 2, 1, servicio, id, 0}, {1, 2, 0, servicio, id, 0}});
     }
@@ -195,7 +190,7 @@ TEST_P(comando_visto, que_termina_al_servidor)
     registra_para(clase, servicio);
     oye(&v, {{0, 1, 1, servicio, 0, 0}});
     ivrexa_terminar_servidor(servicio.c_str());
-    if (clase == "sin_ventana")             // told by a command; the others by a message that nobody notes
+    if (clase == "sin_ventana") // told by a command; the others by a message that nobody notes
         v.oye({{1, 2, 1, servicio, 1, 0}, {1, 2, 0, servicio, 1, 0}});
     else
         servidor.espera_linea("QUIT ", 5000);
@@ -269,7 +264,7 @@ TEST_F(comando_de_nadie, preguntas_y_registros_de_clientes_no_se_notan)
     EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio.c_str(), &version), CIERTO);
     EXPECT_EQ(ivrexa_hay_servicio_registrado_empiece_por(servicio.c_str(), nombre, &version), CIERTO);
     EXPECT_NE(ivrexa_dame_id_MSG_servicio(servicio.c_str()), 0u);
-    EXPECT_EQ(ejecuta(servicio, 106).resultado, 1u);        // asks for the command in every way
+    EXPECT_EQ(ejecuta(servicio, 106).resultado, 1u); // asks for the command in every way
     v.oye_solo({{1, 2, 1, servicio, 106, 0}, {1, 2, 0, servicio, 106, 0}});
     ivrexa_cierra_sesion();
     v.oye_solo({});
@@ -281,8 +276,7 @@ using rondas = conversacion;
 
 // Waits until `num` rounds of this kind were posted; all lines up to there. The loop fields that the monitor
 // reads meanwhile are those of this state: nothing moves on before the test lets it.
-static std::vector<std::string> espera_rondas(vigia *v, size_t num, const std::string &cuales,
-                                              const std::string &raya)
+static std::vector<std::string> espera_rondas(vigia *v, size_t num, const std::string &cuales, const std::string &raya)
 {
     std::vector<std::string> lineas;
     EXPECT_TRUE(espera_hasta(
@@ -342,8 +336,7 @@ TEST_F(rondas, del_segundo_cliente_son_de_estado_1_y_una_por_mensaje)
     EXPECT_EQ(registro.u32(5814 + 88), num_rondas - 1) << "bucle_cliente_vueltas";
 }
 
-static void escribe(mutex_crudo *mutex, bloque_crudo *canal,
-                    const std::vector<std::pair<size_t, uint32_t>> &campos)
+static void escribe(mutex_crudo *mutex, bloque_crudo *canal, const std::vector<std::pair<size_t, uint32_t>> &campos)
 {
     ASSERT_TRUE(mutex->retiene(20000));
     for (const auto &[despl, valor] : campos)
@@ -363,7 +356,7 @@ TEST_F(rondas, del_cliente_pasan_por_sus_cuatro_estados_con_la_entrada_5)
     ASSERT_EQ(despl_servicio(registro, servicio), 5814u + 5 * 96);
     bloque_crudo canal(nombre_canal(servicio).c_str());
     mutex_crudo mutex(("Mutex_Ivrexa_" + servicio).c_str(), mutex_crudo::modo::crea);
-    canal.pon_u32(1198, 1);                 // another client writes its command
+    canal.pon_u32(1198, 1); // another client writes its command
     canal.pon_u32(30, 1);
 
     struct paso {
@@ -384,8 +377,7 @@ TEST_F(rondas, del_cliente_pasan_por_sus_cuatro_estados_con_la_entrada_5)
         std::string raya = raya_de(5, "cliente", servicio, estado);
         std::vector<std::string> nuevas = espera_rondas(&v, 2, p.ronda, raya);
         EXPECT_GE(las_que_empiezan(nuevas, p.mensaje).size(), 2u);
-        EXPECT_NE(las_que_empiezan(nuevas, raya).at(0).find(" 555 0 0 " + std::string(EXTERNOS)),
-                  std::string::npos)
+        EXPECT_NE(las_que_empiezan(nuevas, raya).at(0).find(" 555 0 0 " + std::string(EXTERNOS)), std::string::npos)
             << "command, server and client";
         junta_lineas(&lineas, nuevas);
         escribe(&mutex, &canal, p.campos);
@@ -405,15 +397,14 @@ TEST_F(rondas, del_servidor_son_de_sus_dos_estados_y_de_cada_servicio_por_su_lad
     papel servidor = arranca_servidor("sin_ventana", uno + "," + servicio);
     bloque_crudo registro("Ivrexa_MCB"), canal(nombre_canal(servicio).c_str());
     mutex_crudo mutex(("Mutex_Ivrexa_" + servicio).c_str());
-    espera_latido(ruta_de(servidor));       // program 0, which stands in for the client
+    espera_latido(ruta_de(servidor)); // program 0, which stands in for the client
     std::vector<std::string> lineas = v.dicho();
 
     escribe(&mutex, &canal, {{1202, 127}, {1198, 2}, {4, 1}});
     registro.pon_u32(5814 + 96 + 80, 127);
     std::string raya = raya_de(1, "servidor", servicio, 2);
     std::vector<std::string> nuevas = espera_rondas(&v, 2, "S2", raya);
-    EXPECT_NE(las_que_empiezan(nuevas, raya).at(0).find(" 127 0 0 " + std::string(EXTERNOS)),
-              std::string::npos);
+    EXPECT_NE(las_que_empiezan(nuevas, raya).at(0).find(" 127 0 0 " + std::string(EXTERNOS)), std::string::npos);
     junta_lineas(&lineas, nuevas);
     EXPECT_EQ(canal.u32(8), 7u);
     escribe(&mutex, &canal, {{4, 4}});
@@ -423,14 +414,12 @@ TEST_F(rondas, del_servidor_son_de_sus_dos_estados_y_de_cada_servicio_por_su_lad
     registro.pon_u32(5814 + 96 + 80, 0);
     junta_lineas(&lineas, espera_rondas(&v, 2, "S1", "-"));
 
-    EXPECT_EQ(las_que_empiezan(lineas, "ACT ").size(), 2u)
-        << "the announcements; the raw client notes nothing";
+    EXPECT_EQ(las_que_empiezan(lineas, "ACT ").size(), 2u) << "the announcements; the raw client notes nothing";
     std::vector<std::string> de_uno, de_dos;
     for (const std::string &linea : las_que_empiezan(lineas, "CRUDO 2 "))
         (std::stoul(linea.substr(8)) % 65536 == 0 ? de_uno : de_dos).push_back(linea);
     EXPECT_EQ(sin_repetidos(de_uno), std::vector<std::string>{"CRUDO 2 65536"});
-    EXPECT_EQ(sin_repetidos(de_dos),
-              (std::vector<std::string>{"CRUDO 2 65537", "CRUDO 2 131073", "CRUDO 2 65537"}));
+    EXPECT_EQ(sin_repetidos(de_dos), (std::vector<std::string>{"CRUDO 2 65537", "CRUDO 2 131073", "CRUDO 2 65537"}));
 }
 
 // ---- Under which lock they are posted
@@ -440,7 +429,7 @@ namespace desvio {
 // Puts another function in the place of one of a DLL's, for all of this process. For good.
 static void pon(const char *modulo, const char *nombre, void *funcion)
 {
-    uint8_t salto[12] = {0x48, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xE0};     // mov rax, function; jmp rax
+    uint8_t salto[12] = {0x48, 0xB8, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xE0}; // mov rax, function; jmp rax
     memcpy(salto + 2, &funcion, sizeof funcion);
     void *lugar_de_antes = reinterpret_cast<void *>(GetProcAddress(LoadLibraryA(modulo), nombre));
     DWORD proteccion = 0;
@@ -456,12 +445,11 @@ static BOOL WINAPI PostMessageW_vigilado(HWND hwnd, UINT msg, WPARAM wparam, LPA
     mutex_crudo mutex("Ivrexa_Mutex_MCB");
     bool libre = mutex.retiene(wparam == 0 ? 3000 : 150);
     mutex.suelta();
-    papel_hijo().di("ENVIO " + std::to_string(wparam) + " " + std::to_string(lparam) +
-                    (libre ? " libre" : " tomado"));
+    papel_hijo().di("ENVIO " + std::to_string(wparam) + " " + std::to_string(lparam) + (libre ? " libre" : " tomado"));
     return PostMessageA(hwnd, msg, wparam, lparam);
 }
 
-}
+} // namespace desvio
 
 PAPEL(servidor_vigilado)
 {
@@ -492,8 +480,7 @@ TEST_F(rondas, se_envian_con_el_registro_tomado_y_las_actividades_con_el_libre)
     EXPECT_EQ(las_que_empiezan(servidor.lineas(), "ENVIO 0"),
               (std::vector<std::string>{"ENVIO 0 4 libre", "ENVIO 0 5 libre"}));
     EXPECT_EQ(las_que_empiezan(cliente.lineas(), "ENVIO 0"),
-              (std::vector<std::string>{"ENVIO 0 2 libre", "ENVIO 0 3 libre", "ENVIO 0 6 libre",
-                                        "ENVIO 0 7 libre"}));
+              (std::vector<std::string>{"ENVIO 0 2 libre", "ENVIO 0 3 libre", "ENVIO 0 6 libre", "ENVIO 0 7 libre"}));
     for (const papel *p : {&servidor, &cliente})
         for (const std::string &linea : las_que_empiezan(p->lineas(), "ENVIO "))
             EXPECT_EQ(linea.find("libre") != std::string::npos, linea[6] == '0') << linea;

@@ -56,8 +56,7 @@ TEST_P(comando_dentro, se_ve_entero_dentro_del_otro)
     registra_para(clase, servicio);
 
     entrada_muestra entrada(servicio, 0);
-    EXPECT_EQ(ejecuta(servicio, 210, entrada.id(), std::wstring(otro.begin(), otro.end()).c_str()).resultado,
-              1u);
+    EXPECT_EQ(ejecuta(servicio, 210, entrada.id(), std::wstring(otro.begin(), otro.end()).c_str()).resultado, 1u);
     v.oye({{1, 3, 1, servicio, 0, 100, 0},
            {1, 2, 1, servicio, 210, 100, 0},
            {0, 3, 1, servicio, 0, 100, 0},
@@ -108,8 +107,7 @@ TEST_F(trafico, mezclado_de_dos_servicios_es_de_cada_uno_completo)
     std::string servicios[] = {nombre_unico("uno"), nombre_unico("dos")};
     vigia v;
     papel servidor = arranca_servidor("ventana", servicios[0] + "," + servicios[1]);
-    papel clientes[] = {arranca_cliente("sin_ventana", servicios[0]),
-                        arranca_cliente("sin_ventana", servicios[1])};
+    papel clientes[] = {arranca_cliente("sin_ventana", servicios[0]), arranca_cliente("sin_ventana", servicios[1])};
     v.oye_solo({{0, 1, 1, servicios[0], 0, 0, 0}, {0, 1, 1, servicios[1], 0, 0, 1}});
     for (uint32_t i = 0; i < num; i++)
         for (papel &cliente : clientes)
@@ -134,7 +132,7 @@ TEST_F(trafico, mezclado_de_dos_servicios_es_de_cada_uno_completo)
     for (uint32_t n = 3; n < 3 + 4 * num; n++)
         numeros.push_back("CRUDO 0 " + std::to_string(n));
     std::vector<std::string> crudos = las_que_empiezan(lineas, "CRUDO 0 ");
-    std::sort(crudos.begin(), crudos.end());        // a number is taken under the lock, and posted after it
+    std::sort(crudos.begin(), crudos.end()); // a number is taken under the lock, and posted after it
     std::sort(numeros.begin(), numeros.end());
     EXPECT_EQ(crudos, numeros);
 }
@@ -142,14 +140,13 @@ TEST_F(trafico, mezclado_de_dos_servicios_es_de_cada_uno_completo)
 // ---- What leaves no activity
 
 static std::string s_servicio;
-static uint32_t s_leido = 0;            // what the notification's block held
+static uint32_t s_leido = 0; // what the notification's block held
 
 static void al_notificarme(const char *servicio, uint32_t id_cliente, uint32_t dato)
 {
     if (dato != 7)
-        return;                         // the second call, from the window
-    comdat *datos =
-        ivrexa_lee_datos(servicio, ivrexa_obtener_id_datos_notificacion(servicio, id_cliente, dato), FALSO);
+        return; // the second call, from the window
+    comdat *datos = ivrexa_lee_datos(servicio, ivrexa_obtener_id_datos_notificacion(servicio, id_cliente, dato), FALSO);
     s_leido = datos != nullptr ? ivrexa_dame_byte(datos, 0) : 0;
     if (datos != nullptr)
         ivrexa_destruye_datos_comando(datos);
@@ -163,14 +160,13 @@ TEST_F(trafico, documentos_y_notificaciones_no_se_ven_y_sus_datos_si)
     papel servidor = arranca_papel("servidor_que_manda", {"ventana", s_servicio});
     v.oye_solo({{0, 1, 1, s_servicio, 0, 0}});
     da_ventana();
-    ivrexa_registra_cliente_notificaciones_servicio(ruta().c_str(), hwnd(), s_servicio.c_str(),
-                                                    al_notificarme);
+    ivrexa_registra_cliente_notificaciones_servicio(ruta().c_str(), hwnd(), s_servicio.c_str(), al_notificarme);
     EXPECT_EQ(ivrexa_abierto_documento_de_cliente(s_servicio.c_str(), L"C:\\uno.txt", 5), 200u);
     EXPECT_EQ(ivrexa_abierto_documento_de_cliente(s_servicio.c_str(), L"C:\\dos.txt", 6), 200u);
     ivrexa_cerrado_documento_de_cliente(L"C:\\uno.txt", 5);
     v.oye_solo({});
 
-    EXPECT_EQ(ejecuta(s_servicio, 211).resultado, 1u);      // returns once the notification was processed
+    EXPECT_EQ(ejecuta(s_servicio, 211).resultado, 1u); // returns once the notification was processed
     EXPECT_EQ(s_leido, 9u);
     v.oye_solo({{1, 2, 1, s_servicio, 211, 0},
                 {0, 4, 1, s_servicio, 211, 100},
@@ -205,7 +201,7 @@ TEST_P(sin_vigilante, monitor_muerto_no_detiene_nada_y_el_siguiente_empieza_de_n
     EXPECT_EQ(ejecuta(servicio, 127).resultado, 7u);
     EXPECT_EQ(registro.u64(6), su_ventana);
     EXPECT_EQ(registro.u32(18), 9u);
-    const suceso anotados[] = {{1, 3, 1, "", 0, 100}, {1, 2, 1, "", 100, 100}, {0, 3, 1, "", 0, 100},
+    const suceso anotados[] = {{1, 3, 1, "", 0, 100},   {1, 2, 1, "", 100, 100}, {0, 3, 1, "", 0, 100},
                                {0, 4, 1, "", 100, 101}, {1, 2, 0, "", 100, 100}, {1, 2, 1, "", 127, 0},
                                {1, 2, 0, "", 127, 0}};
     uint32_t n = 2;
@@ -217,7 +213,7 @@ TEST_P(sin_vigilante, monitor_muerto_no_detiene_nada_y_el_siguiente_empieza_de_n
     EXPECT_EQ(registro.u64(6), reinterpret_cast<uint64_t>(siguiente.hwnd()));
     EXPECT_EQ(despl_servicio(registro, servicio), 0u);
     acaba(servidor);
-    siguiente.oye({});                      // what is not in the table goes unseen
+    siguiente.oye({}); // what is not in the table goes unseen
     papel otro = arranca_servidor(clase, servicio);
     siguiente.oye({{0, 1, 1, servicio, 0, 0}});
 }
@@ -237,8 +233,7 @@ TEST_F(trafico, segundo_monitor_toma_el_puesto_del_primero_que_vive)
     EXPECT_EQ(registro.u32(14), mensaje_monitor());
     EXPECT_EQ(registro.u32(18), 1u);
     EXPECT_EQ(despl_servicio(registro, uno), 0u);
-    EXPECT_EQ(registro_en(registro, 1), "32 0 0 0 0 1")
-        << "the first one's record, as an initialisation leaves it";
+    EXPECT_EQ(registro_en(registro, 1), "32 0 0 0 0 1") << "the first one's record, as an initialisation leaves it";
     papel otro = arranca_servidor("ventana", dos);
     segundo.oye_solo({{0, 1, 1, dos, 0, 0}});
     EXPECT_EQ(primero.dicho(), std::vector<std::string>{});
@@ -279,7 +274,7 @@ TEST_F(trafico, monitor_que_es_tambien_servidor_se_ve_a_si_mismo)
         else
             v.registra(monitor_ENTERO);
         registra(servicio);
-        papel cliente = arranca_cliente("sin_ventana", servicio);       // enters the service anew
+        papel cliente = arranca_cliente("sin_ventana", servicio); // enters the service anew
         EXPECT_EQ(ejecuta(servicio, 100).resultado, 1u);
         v.oye_solo({{1, 2, 1, servicio, 100, 0}, {1, 2, 0, servicio, 100, 0}});
         if (antes_monitor) {

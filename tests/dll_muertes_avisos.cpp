@@ -7,13 +7,13 @@
 
 namespace {
 
-const char *const EN_MARCHA = nullptr;      // killed from outside, while the client's function runs
+const char *const EN_MARCHA = nullptr; // killed from outside, while the client's function runs
 
 struct muerte {
     const char *nombre;
     const char *punto;
     uint32_t vez;
-    uint32_t buzon;         // the mailbox when all has come to rest
+    uint32_t buzon; // the mailbox when all has come to rest
 };
 
 std::ostream &operator<<(std::ostream &salida, const muerte &m)
@@ -89,7 +89,7 @@ TEST_P(muere_el_que_avisa, y_el_buzon_dice_si_el_siguiente_puede_avisar)
     papel relevo = arranca_avisador("ventana", servicio);
     comprueba_orden(cliente);
     while (cliente.busca_linea("AVISO ", 0))
-        continue;                           // of the dead server
+        continue; // of the dead server
     if (caso.buzon == 0) {
         comprueba_aviso(relevo, cliente, 6);
         return;
@@ -104,10 +104,9 @@ TEST_P(muere_el_que_avisa, y_el_buzon_dice_si_el_siguiente_puede_avisar)
 }
 
 const muerte MUERTES_SERVIDOR[] = {
-    {"entra_21", "entra 21", 1, 0},         {"buzon_escrita", "buzon escrita", 1, 2},
-    {"buzon_dato2", "buzon dato2", 1, 3},   {"sale_21", "sale 21", 1, 3},
-    {"entra_22", "entra 22", 1, 3},         {"sale_22", "sale 22", 1, 3},
-    {"en_la_funcion", EN_MARCHA, 0, 2},     {"buzon_libre", "buzon libre", 1, 0},
+    {"entra_21", "entra 21", 1, 0},     {"buzon_escrita", "buzon escrita", 1, 2}, {"buzon_dato2", "buzon dato2", 1, 3},
+    {"sale_21", "sale 21", 1, 3},       {"entra_22", "entra 22", 1, 3},           {"sale_22", "sale 22", 1, 3},
+    {"en_la_funcion", EN_MARCHA, 0, 2}, {"buzon_libre", "buzon libre", 1, 0},
 };
 
 INSTANTIATE_TEST_SUITE_P(en, muere_el_que_avisa, ::testing::ValuesIn(MUERTES_SERVIDOR), nombre_de);
@@ -149,7 +148,7 @@ protected:
             avisa(servidor, servicio, 5);
             return;
         }
-        parada tomada(victima);             // its other places it passes twice a second
+        parada tomada(victima); // its other places it passes twice a second
         arma_en(victima, "buzon tomada", 1, "PARA");
         avisa(servidor, servicio, 5);
         tomada.espera();
@@ -243,4 +242,4 @@ TEST_F(con_tanda, quien_se_para_en_un_aviso_hace_esperar_y_luego_acaba)
     }
 }
 
-}
+} // namespace

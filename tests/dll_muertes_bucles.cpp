@@ -308,7 +308,7 @@ TEST_F(bucles, cliente_muerto_en_su_estado_1_no_deja_rastro)
 // A server that stands still for a moment, and its client dies meanwhile.
 struct espera_de_cliente {
     uint32_t estado;
-    const char *donde;      // where the server stands
+    const char *donde; // where the server stands
 };
 
 std::ostream &operator<<(std::ostream &salida, const espera_de_cliente &espera)
@@ -316,8 +316,7 @@ std::ostream &operator<<(std::ostream &salida, const espera_de_cliente &espera)
     return salida << espera.estado;
 }
 
-class bucles_de_cliente : public bucles, public ::testing::WithParamInterface<espera_de_cliente> {
-};
+class bucles_de_cliente : public bucles, public ::testing::WithParamInterface<espera_de_cliente> {};
 
 TEST_P(bucles_de_cliente, cliente_muerto_en_su_estado_acaba_el_servicio)
 {
@@ -372,8 +371,8 @@ TEST_F(bucles, servidor_muerto_en_su_estado_2_ya_habia_respondido)
     pide(lento, ejecuta_callado(), "RESULTADO 1");
 }
 
-// The client waits in the mutex meanwhile, and begins to count when the server is dead. A client that had its first round
-// before the server took the command (it was quicker to the mutex) has begun to count already: then once more.
+// The client waits in the mutex meanwhile, and begins to count when the server is dead. A client that had its first
+// round before the server took the command (it was quicker to the mutex) has begun to count already: then once more.
 TEST_F(bucles, servidor_muerto_en_un_comando_largo_da_3_segun_la_regla)
 {
     empieza("sin_ventana");
@@ -461,4 +460,4 @@ TEST_F(bucles, servidor_muerto_al_cerrar_vive_en_quien_ocupa_su_sitio)
     conversa_en(servicio);
 }
 
-}
+} // namespace

@@ -5,9 +5,9 @@
 namespace {
 
 enum desenlace {
-    sigue,          // the service is whole at once
-    reclamado,      // the claim stays, and nobody misses the client
-    acaba,          // the server misses the client and ends the service; the claim stays
+    sigue,     // the service is whole at once
+    reclamado, // the claim stays, and nobody misses the client
+    acaba,     // the server misses the client and ends the service; the claim stays
 };
 
 struct muerte {
@@ -193,4 +193,4 @@ TEST_P(muere_el_cliente, y_el_servicio_vuelve_por_el_camino_mas_corto)
 INSTANTIATE_TEST_SUITE_P(en, muere_el_cliente, ::testing::ValuesIn(TANDAS),
                          [](const auto &dato) { return std::string(dato.param.nombre); });
 
-}
+} // namespace

@@ -83,7 +83,7 @@ TEST_F(con_victima, servicio_de_un_muerto_figura_hasta_que_nadie_tiene_su_canal)
 
     arranca_victima("sin_ventana");
     EXPECT_EQ(haz("EMPIEZA_POR " + servicio, "EMPIEZA "), "EMPIEZA 1 " + servicio);
-    victima().mata();       // who asks holds the channel, too
+    victima().mata(); // who asks holds the channel, too
     cliente.di("ACABA");
     EXPECT_EQ(cliente.espera_fin(15000), 0u);
     bloque_crudo registro("Ivrexa_MCB");

@@ -9,7 +9,7 @@
 struct caso_monitor {
     const char *lugar;
     uint32_t vez;
-    bool registrado;        // it dies when it withdraws, not when it registers
+    bool registrado; // it dies when it withdraws, not when it registers
 };
 
 static const caso_monitor CASOS_MONITOR[] = {
@@ -65,7 +65,7 @@ INSTANTIATE_TEST_SUITE_P(lugar, con_monitor_muerto, ::testing::ValuesIn(CASOS_MO
 struct caso_oido {
     const char *lugar;
     uint32_t vez;
-    const char *orden;          // on the service %
+    const char *orden; // on the service %
 };
 
 static const caso_oido CASOS_OIDO[] = {

@@ -55,7 +55,7 @@ protected:
         arma("comando en curso", 1, "PARA");
         victima().di("HILO EJECUTA " + propios.servicio + " 102");
         escrito.espera();
-        propios.servidor.suspende();        // it waits for the mutex, and would have the command first
+        propios.servidor.suspende(); // it waits for the mutex, and would have the command first
         arma(lugar, 1);
         escrito.sigue();
         espera_muerte();
@@ -163,7 +163,7 @@ TEST_F(en_rondas, servidor_que_muere_esperando_el_recibo_ha_respondido)
         arma("servidor terminado", 1, "PARA");
         cliente.di("ECO 1");
         terminado.espera();
-        cliente.suspende();             // it does not fetch the result before the server looks for the receipt
+        cliente.suspende(); // it does not fetch the result before the server looks for the receipt
         arma(lugar, 1);
         terminado.sigue();
         espera_muerte();

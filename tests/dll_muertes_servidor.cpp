@@ -6,18 +6,18 @@
 namespace {
 
 enum momento {
-    al_publicar,    // dies in ivrexa_terminado_registro, or in its loop soon after; then the client calls
-    al_cerrar,      // dies in ivrexa_cierra_sesion; then the client calls
-    en_comando,     // dies while the client's call is under way
-    tras_comando,   // the same; armed when the command function runs
-    al_terminar,    // dies of command 1
+    al_publicar,  // dies in ivrexa_terminado_registro, or in its loop soon after; then the client calls
+    al_cerrar,    // dies in ivrexa_cierra_sesion; then the client calls
+    en_comando,   // dies while the client's call is under way
+    tras_comando, // the same; armed when the command function runs
+    al_terminar,  // dies of command 1
 };
 
 struct muerte {
     const char *punto;
     uint32_t vez;
     momento cuando;
-    uint32_t resultado;     // the client's
+    uint32_t resultado; // the client's
 };
 
 struct tanda {
@@ -198,4 +198,4 @@ TEST_P(muere_el_servidor, y_su_cliente_es_servido_por_el_siguiente)
 INSTANTIATE_TEST_SUITE_P(en, muere_el_servidor, ::testing::ValuesIn(TANDAS),
                          [](const auto &dato) { return std::string(dato.param.nombre); });
 
-}
+} // namespace

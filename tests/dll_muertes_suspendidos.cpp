@@ -94,8 +94,7 @@ std::ostream &operator<<(std::ostream &salida, const parada_de_cliente &p)
     return salida << p.clase << ", " << p.punto;
 }
 
-class suspendido_con_el_cerrojo : public suspendidos, public ::testing::WithParamInterface<parada_de_cliente> {
-};
+class suspendido_con_el_cerrojo : public suspendidos, public ::testing::WithParamInterface<parada_de_cliente> {};
 
 TEST_P(suspendido_con_el_cerrojo, todos_los_del_servicio_esperan_y_luego_acaban)
 {
@@ -113,7 +112,7 @@ TEST_P(suspendido_con_el_cerrojo, todos_los_del_servicio_esperan_y_luego_acaban)
 
     sigue(cliente);
     EXPECT_EQ(resultado_de(cliente), 1u);
-    en_espera.resultado();      // two clients at once: the number of its command may have been taken out
+    en_espera.resultado(); // two clients at once: the number of its command may have been taken out
     EXPECT_TRUE(en_espera.hecha());
     canal.comprueba_libre();
     EXPECT_FALSE(canal.terminado());
@@ -121,7 +120,9 @@ TEST_P(suspendido_con_el_cerrojo, todos_los_del_servicio_esperan_y_luego_acaban)
 }
 
 const parada_de_cliente PARADAS[] = {
-    {"sin_ventana", "entra 16"}, {"sin_ventana", "comando ocupacion escribe"}, {"sin_ventana", "entra 19"},
+    {"sin_ventana", "entra 16"},
+    {"sin_ventana", "comando ocupacion escribe"},
+    {"sin_ventana", "entra 19"},
     {"ventana", "comando ocupacion escribe"},
 };
 
@@ -276,7 +277,7 @@ TEST_F(suspendidos, cliente_parado_sin_hacer_nada_no_estorba)
 
 struct parada_general {
     const char *punto;
-    const char *orden;      // that leads there, "" for the heartbeat
+    const char *orden; // that leads there, "" for the heartbeat
 };
 
 std::ostream &operator<<(std::ostream &salida, const parada_general &p)
@@ -284,8 +285,7 @@ std::ostream &operator<<(std::ostream &salida, const parada_general &p)
     return salida << p.punto;
 }
 
-class suspendido_con_el_de_todos : public suspendidos, public ::testing::WithParamInterface<parada_general> {
-};
+class suspendido_con_el_de_todos : public suspendidos, public ::testing::WithParamInterface<parada_general> {};
 
 // The heartbeats stand still as well, and so do the rounds that would miss them.
 TEST_P(suspendido_con_el_de_todos, los_demas_esperan_y_nadie_pasa_por_muerto)
@@ -326,4 +326,4 @@ INSTANTIATE_TEST_SUITE_P(en, suspendido_con_el_de_todos, ::testing::ValuesIn(PAR
     return nombre;
 });
 
-}
+} // namespace

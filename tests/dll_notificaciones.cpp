@@ -96,12 +96,7 @@ static std::vector<std::string> con_servicio(std::vector<std::string> avisos, co
 
 static const caso_aviso CASOS[] = {
     {"dos_llamadas", "ventana", "con_funcion", true, 200, {"AVISO hilo 200 77 $", "AVISO ventana 200 200 $"}},
-    {"sin_id_una_y_mensaje_al_host",
-     "ventana",
-     "con_funcion",
-     false,
-     0,
-     {"AVISO hilo 0 77 $", "PROPIA 0|77"}},
+    {"sin_id_una_y_mensaje_al_host", "ventana", "con_funcion", false, 0, {"AVISO hilo 0 77 $", "PROPIA 0|77"}},
     {"sin_funcion_nada", "ventana", "sin_funcion", true, 200, {}},
     {"sin_funcion_ni_id_mensaje_al_host", "ventana", "sin_funcion", false, 0, {"PROPIA 0|77"}},
     {"sin_ventana_una", "sin_ventana", "con_funcion", true, 200, {"AVISO hilo 200 77 $"}},
@@ -178,9 +173,8 @@ TEST_F(avisos, mensaje_sin_funcion_da_0_y_no_deja_id)
 {
     papel cliente = arranca_avisado("ventana", "sin_funcion", servicio);
     DWORD_PTR respuesta = 5;
-    EXPECT_NE(SendMessageTimeoutW(ventana_de(cliente),
-                                  RegisterWindowMessageA(("Ivrexa_MSG_Serv_" + servicio).c_str()), 32, 555,
-                                  SMTO_NORMAL, PLAZO_MS, &respuesta),
+    EXPECT_NE(SendMessageTimeoutW(ventana_de(cliente), RegisterWindowMessageA(("Ivrexa_MSG_Serv_" + servicio).c_str()),
+                                  32, 555, SMTO_NORMAL, PLAZO_MS, &respuesta),
               0);
     EXPECT_EQ(respuesta, 0u);
     sosiega(cliente);
@@ -382,15 +376,13 @@ TEST_F(avisos, varios_servicios_se_notifican_a_la_vez_y_cada_uno_espera_lo_suyo)
     for (uint32_t i = 0; i < 3; i++)
         servidor.di(orden("APARTE", 202 - i, 70 + i, 100 + i, nombres[i]));
     for (uint32_t i = 0; i < 3; i++) {
-        std::string aviso =
-            "AVISO hilo " + std::to_string(202 - i) + " " + std::to_string(70 + i) + " " + nombres[i];
+        std::string aviso = "AVISO hilo " + std::to_string(202 - i) + " " + std::to_string(70 + i) + " " + nombres[i];
         EXPECT_EQ(cliente.espera_linea(aviso, PLAZO_MS), aviso);
     }
     for (uint32_t i : {1u, 0u, 2u}) {
         std::string que = std::to_string(202 - i) + " " + std::to_string(70 + i) + " ";
         EXPECT_EQ(manda(cliente, "PIDE " + que + nombres[i], "DATOS "), "DATOS " + std::to_string(100 + i));
-        EXPECT_EQ(manda(cliente, "PIDE " + que + nombres[(i + 1) % 3], "DATOS "), "DATOS 0")
-            << "another service's";
+        EXPECT_EQ(manda(cliente, "PIDE " + que + nombres[(i + 1) % 3], "DATOS "), "DATOS 0") << "another service's";
         sigue_bloqueado(servidor, 150);
         manda(cliente, "ACUSA " + nombres[i], "ACUSADO");
         espera_avisado(servidor, 70 + i);
@@ -430,8 +422,7 @@ TEST_F(avisos, de_dieciseis_servicios_se_escucha_y_del_siguiente_no)
     papel cliente = arranca_avisado("ventana", "con_funcion", lista + "," + ultimo);
     pon_modo(cliente, aviso_modo_ACUSA);
     for (int i = 0; i < 16; i++)
-        EXPECT_EQ(documento_abierto(cliente, servicio + "_" + std::to_string(i)),
-                  "ID " + std::to_string(200 + i));
+        EXPECT_EQ(documento_abierto(cliente, servicio + "_" + std::to_string(i)), "ID " + std::to_string(200 + i));
     EXPECT_EQ(documento_abierto(cliente, ultimo), "ID 0");
     EXPECT_INFORME_DE(cliente, "iv_reg", "servicio_solicitado != NULL");
 

@@ -162,8 +162,7 @@ static inline void aviso_lee(uint32_t id, const char *servicio)
     papel_c_di("LEIDO %s", texto);
 }
 
-static inline void aviso_lee_los_suyos(const char *servicio, uint32_t id_cliente, uint32_t dato,
-                                       int en_ventana)
+static inline void aviso_lee_los_suyos(const char *servicio, uint32_t id_cliente, uint32_t dato, int en_ventana)
 {
     uint32_t id = ivrexa_obtener_id_datos_notificacion(servicio, id_cliente, dato);
     papel_c_di("DATOS %u", (unsigned)id);
@@ -177,8 +176,7 @@ static inline void aviso_lee_los_suyos(const char *servicio, uint32_t id_cliente
 static inline void aviso_funcion(const char *servicio, uint32_t id_cliente, uint32_t dato)
 {
     int en_ventana = GetCurrentThreadId() == aviso_hilo_principal;
-    papel_c_di("AVISO %s %u %u %s", en_ventana ? "ventana" : "hilo", (unsigned)id_cliente, (unsigned)dato,
-               servicio);
+    papel_c_di("AVISO %s %u %u %s", en_ventana ? "ventana" : "hilo", (unsigned)id_cliente, (unsigned)dato, servicio);
     switch (aviso_modo_actual) {
     case aviso_modo_LEE:
         aviso_lee_los_suyos(servicio, id_cliente, dato, en_ventana);
@@ -225,8 +223,7 @@ static inline void aviso_escucha(const char *servicio, int con_funcion)
     if (aviso_num_mensajes < anfitrion_MAX_SERVICIOS)
         aviso_mensajes[aviso_num_mensajes++] = RegisterWindowMessageA(nombre);
     if (con_funcion)
-        ivrexa_registra_cliente_notificaciones_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, servicio,
-                                                        aviso_funcion);
+        ivrexa_registra_cliente_notificaciones_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, servicio, aviso_funcion);
     else
         ivrexa_registra_cliente_de_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, servicio);
 }

@@ -40,8 +40,8 @@ inline papel arranca_avisador(const std::string &clase, const std::string &servi
 }
 
 // A function asks for a window. Without one it is reported, and kept all the same.
-inline papel arranca_avisado(const std::string &clase, const std::string &funcion,
-                             const std::string &servicios, bool en_c = false, opciones_papel opciones = {})
+inline papel arranca_avisado(const std::string &clase, const std::string &funcion, const std::string &servicios,
+                             bool en_c = false, opciones_papel opciones = {})
 {
     if (en_c)
         opciones.programa = "dll_notificaciones_c.exe";
@@ -53,8 +53,7 @@ inline papel arranca_avisado(const std::string &clase, const std::string &funcio
 }
 
 // Sends a line and takes the answer that begins so.
-inline std::string manda(papel &p, const std::string &linea, const std::string &respuesta,
-                         lugar donde = lugar::aqui())
+inline std::string manda(papel &p, const std::string &linea, const std::string &respuesta, lugar donde = lugar::aqui())
 {
     p.di(linea, donde);
     return p.espera_linea(respuesta, PLAZO_MS, donde);
@@ -81,8 +80,8 @@ inline void sosiega(papel &p, lugar donde = lugar::aqui())
 inline std::string orden(const std::string &palabra, uint32_t id_cliente, uint32_t dato, uint32_t id_datos,
                          const std::string &servicio)
 {
-    return palabra + " " + std::to_string(id_cliente) + " " + std::to_string(dato) + " " +
-           std::to_string(id_datos) + " " + servicio;
+    return palabra + " " + std::to_string(id_cliente) + " " + std::to_string(dato) + " " + std::to_string(id_datos) +
+           " " + servicio;
 }
 
 inline void espera_avisado(papel &servidor, uint32_t dato, lugar donde = lugar::aqui())
@@ -107,8 +106,7 @@ inline std::vector<std::string> avisos_de(papel &cliente)
 
 inline HWND ventana_de(papel &p)
 {
-    return reinterpret_cast<HWND>(
-        static_cast<uintptr_t>(std::stoull(p.espera_linea("HWND ", 5000).substr(5))));
+    return reinterpret_cast<HWND>(static_cast<uintptr_t>(std::stoull(p.espera_linea("HWND ", 5000).substr(5))));
 }
 
 // ---- The mailbox
@@ -124,16 +122,10 @@ public:
         EXPECT_TRUE(m_canal.abierto()) << servicio;
     }
 
-    static std::string nombre_interno(const std::string &servicio)
-    {
-        return "Mutex_Ivrexa_" + servicio + "Interno";
-    }
+    static std::string nombre_interno(const std::string &servicio) { return "Mutex_Ivrexa_" + servicio + "Interno"; }
 
     bloque_crudo &canal() { return m_canal; }
-    palabras lee() const
-    {
-        return {m_canal.u32(2362), m_canal.u32(2366), m_canal.u32(2370), m_canal.u32(2374)};
-    }
+    palabras lee() const { return {m_canal.u32(2362), m_canal.u32(2366), m_canal.u32(2370), m_canal.u32(2374)}; }
     void pon(const palabras &p)
     {
         for (size_t i = 4; i-- > 0;) // the state last: who sees it finds the data

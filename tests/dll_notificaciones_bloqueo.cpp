@@ -50,8 +50,7 @@ TEST_P(mientras_en_ventana, el_comando_espera_si_notifica_el_hilo_de_la_ventana)
     arranca(GetParam());
     notifica("AVISA");
     otro->di("COMANDO 127 |" + servicio);
-    EXPECT_TRUE(espera_hasta([&] { return b->canal().u32(1198) == 2; }, PLAZO_MS))
-        << "the command is written";
+    EXPECT_TRUE(espera_hasta([&] { return b->canal().u32(1198) == 2; }, PLAZO_MS)) << "the command is written";
     EXPECT_FALSE(otro->busca_linea("RESULTADO", QUIETO_MS));
     EXPECT_EQ(b->lee(), (palabras{2, 200, 7, 0}));
     acusa();
@@ -65,8 +64,7 @@ TEST_P(mientras_en_ventana, el_comando_pasa_si_notifica_otro_hilo)
     for (uint32_t id : {127u, 128u})
         EXPECT_EQ(manda(*otro, "COMANDO " + std::to_string(id) + " |" + servicio, "RESULTADO "),
                   "RESULTADO " + std::to_string(id - 120));
-    EXPECT_EQ(manda(*cliente, "COMANDO 129 |" + servicio, "RESULTADO "), "RESULTADO 9")
-        << "the notified one too";
+    EXPECT_EQ(manda(*cliente, "COMANDO 129 |" + servicio, "RESULTADO "), "RESULTADO 9") << "the notified one too";
     sigue_bloqueado(*servidor, 0);
     EXPECT_EQ(b->lee(), (palabras{2, 200, 7, 0}));
     acusa();
@@ -150,12 +148,7 @@ TEST_F(avisos, espera_al_buzon_libre_y_despues_al_acuse)
     manda(servidor, orden("AVISA", 200, 7, 105, servicio), "AVISANDO");
     for (uint32_t estado : {3u, 1u, 2u, 4u, 0x10000u, 0xffffffffu}) {
         b.canal().pon_u32(2362, estado);
-        EXPECT_FALSE(espera_hasta(
-            [&] {
-                return b.lee() != palabras{estado, 44, 55, 66};
-            },
-            QUIETO_MS))
-            << estado;
+        EXPECT_FALSE(espera_hasta([&] { return b.lee() != palabras{estado, 44, 55, 66}; }, QUIETO_MS)) << estado;
     }
     uint64_t inicio = GetTickCount64();
     b.canal().pon_u32(2362, 0);
@@ -243,8 +236,7 @@ TEST_F(avisos, id_de_los_datos_en_cualquier_estado_y_solo_con_su_destino_y_su_da
     buzon b(servicio);
     documento_abierto(cliente, servicio);
     auto pide = [&](uint32_t id, uint32_t dato, const std::string &nombre) {
-        return manda(cliente, "PIDE " + std::to_string(id) + " " + std::to_string(dato) + " " + nombre,
-                     "DATOS ");
+        return manda(cliente, "PIDE " + std::to_string(id) + " " + std::to_string(dato) + " " + nombre, "DATOS ");
     };
     EXPECT_EQ(pide(200, 7, servicio), "DATOS 0");
     EXPECT_EQ(pide(0, 0, servicio), "DATOS 0");
@@ -262,8 +254,7 @@ TEST_F(avisos, id_de_los_datos_en_cualquier_estado_y_solo_con_su_destino_y_su_da
     }
     b.pon({2, 333, 7, 106});
     EXPECT_EQ(pide(333, 7, servicio), "DATOS 106") << "another client's";
-    EXPECT_EQ(manda(servidor, "PIDE 333 7 " + servicio, "DATOS "), "DATOS 0")
-        << "a server is no client of it";
+    EXPECT_EQ(manda(servidor, "PIDE 333 7 " + servicio, "DATOS "), "DATOS 0") << "a server is no client of it";
     manda(cliente, "CIERRA", "CERRADO");
     EXPECT_EQ(pide(333, 7, servicio), "DATOS 0") << "no program";
 }

@@ -13,8 +13,7 @@ protected:
     void arranca(const std::string &clase, bool servidor_en_c = false)
     {
         servidor = std::make_unique<papel>(arranca_avisador(clase, servicio, servidor_en_c));
-        cliente =
-            std::make_unique<papel>(arranca_avisado("ventana", "con_funcion", servicio, !servidor_en_c));
+        cliente = std::make_unique<papel>(arranca_avisado("ventana", "con_funcion", servicio, !servidor_en_c));
         EXPECT_EQ(documento_abierto(*cliente, servicio), "ID 200");
         b = std::make_unique<buzon>(servicio);
     }
@@ -93,8 +92,7 @@ TEST_F(datos_adjuntos, bloque_que_el_cliente_leyo_dura_lo_que_su_proceso)
     espera_avisado(*servidor, 7);
     manda(*servidor, "DESTRUYE", "DESTRUIDO");
     EXPECT_TRUE(hay_bloque(id));
-    EXPECT_EQ(manda(*cliente, "LEE " + std::to_string(id) + " " + servicio, "LEIDO "),
-              "LEIDO " + muestra_descrita(4));
+    EXPECT_EQ(manda(*cliente, "LEE " + std::to_string(id) + " " + servicio, "LEIDO "), "LEIDO " + muestra_descrita(4));
     acaba(*cliente);
     EXPECT_FALSE(hay_bloque(id));
 }
@@ -168,8 +166,7 @@ TEST_F(avisos, id_de_cualquier_valor_recibe_lo_suyo)
         papel cliente = arranca_avisado("ventana", "con_funcion", servicio);
         std::string i = std::to_string(id);
         DWORD_PTR respuesta;
-        SendMessageTimeoutW(ventana_de(cliente), msg, 5, static_cast<LPARAM>(id), SMTO_NORMAL, PLAZO_MS,
-                            &respuesta);
+        SendMessageTimeoutW(ventana_de(cliente), msg, 5, static_cast<LPARAM>(id), SMTO_NORMAL, PLAZO_MS, &respuesta);
         EXPECT_EQ(cliente.espera_linea("AVISO ", PLAZO_MS), "AVISO ventana " + i + " 5 " + servicio);
         pon_modo(cliente, aviso_modo_ACUSA);
         servidor.di(orden("AVISA", id, 7, 0, servicio));
@@ -326,12 +323,11 @@ TEST_F(avisos, no_dejan_nada_en_la_traza_y_el_registro_del_cliente_si)
     papel servidor = arranca_papel("avisador_trazado", {servicio});
     papel cliente = arranca_papel("avisado_trazado", {servicio});
     std::string cabecera = "\n*** <t>:  REGISTRO CLIENTE SERVICIO " + servicio + " ruta hwnd=<h>\n";
-    EXPECT_EQ(cliente.espera_linea("REGISTRO ", PLAZO_MS),
-              "REGISTRO " + cabecera +
-                  "sharedmem->tam_datos = 8886  ---  tam_datos = 8886\n"
-                  "*** Inicio registro Cliente"
-                  "sharedmem->tam_datos = 2378  ---  tam_datos = 2378\n" +
-                  cabecera);
+    EXPECT_EQ(cliente.espera_linea("REGISTRO ", PLAZO_MS), "REGISTRO " + cabecera +
+                                                               "sharedmem->tam_datos = 8886  ---  tam_datos = 8886\n"
+                                                               "*** Inicio registro Cliente"
+                                                               "sharedmem->tam_datos = 2378  ---  tam_datos = 2378\n" +
+                                                               cabecera);
     servidor.di("AVISA");
     EXPECT_EQ(servidor.espera_linea("AVISOS", PLAZO_MS), "AVISOS ");
     EXPECT_EQ(servidor.espera_linea("LATIDO", PLAZO_MS), "LATIDO si");

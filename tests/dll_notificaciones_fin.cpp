@@ -233,12 +233,7 @@ TEST_F(fin, sin_ventana_el_comando_1_devuelve_a_quien_notifica)
     EXPECT_TRUE(b->espera_libre());
     manda(*servidor, orden("AVISA", 200, 9, 0, servicio), "AVISANDO");
     espera_avisado(*servidor, 9);
-    EXPECT_FALSE(espera_hasta(
-        [&] {
-            return b->lee() != palabras{1, 200, 9, 0};
-        },
-        800))
-        << "nobody listens any more";
+    EXPECT_FALSE(espera_hasta([&] { return b->lee() != palabras{1, 200, 9, 0}; }, 800)) << "nobody listens any more";
 }
 
 TEST_F(fin, con_ventana_el_comando_1_devuelve_a_quien_notifica_en_otro_hilo)
@@ -282,12 +277,7 @@ TEST_F(fin, servidor_muerto_no_lo_dice_y_su_notificacion_queda)
     espera_aviso(7);
     EXPECT_EQ(manda(*cliente, "PIDE 200 7 " + servicio, "DATOS "), "DATOS 105");
     manda(*cliente, "ACUSA " + servicio, "ACUSADO");
-    EXPECT_FALSE(espera_hasta(
-        [&] {
-            return b->lee() != palabras{3, 200, 7, 105};
-        },
-        1200))
-        << "nobody clears it";
+    EXPECT_FALSE(espera_hasta([&] { return b->lee() != palabras{3, 200, 7, 105}; }, 1200)) << "nobody clears it";
     EXPECT_TRUE(b->espera_libre());
 
     // The next server of the service takes the channel over with what stands there.

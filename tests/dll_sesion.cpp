@@ -65,16 +65,16 @@ TEST_F(sesion, prefijo_da_el_primero_de_la_tabla_que_empieza_asi)
 
     struct caso {
         std::string prefijo;
-        std::string encontrado;     // empty: none
+        std::string encontrado; // empty: none
         uint16_t version;
     };
     const caso casos[] = {
-        {base, b, 300},        // the first in the table, not in the alphabet
-        {b, b, 300},           // a whole name
+        {base, b, 300}, // the first in the table, not in the alphabet
+        {b, b, 300},    // a whole name
         {a, a, 301},
         {base + "_", b, 300},
-        {"", b, 300},          // every name begins so
-        {b + "x", "", 0},      // longer than every name
+        {"", b, 300},     // every name begins so
+        {b + "x", "", 0}, // longer than every name
         {"pre" + base.substr(3), "", 0},
     };
     for (const caso &c : casos) {
@@ -181,7 +181,7 @@ TEST_F(sesion, servidor_con_ventana_acaba_con_el_mensaje_de_fin)
     std::string servicio = nombre_unico("serv");
     papel servidor = arranca_servidor("ventana", servicio, true);
     servidor.di("ESPERA");
-    servidor.espera_linea("ESPERADO", 5000);       // it has no thread of a service to wait for
+    servidor.espera_linea("ESPERADO", 5000); // it has no thread of a service to wait for
 
     ivrexa_terminar_servidor(servicio.c_str());
     EXPECT_EQ(servidor.espera_linea("QUIT ", 5000), "QUIT 1");

@@ -10,20 +10,20 @@
 
 #include "dll_tormenta_papel.h"
 
-static const uint32_t PLAZO = 45000;        // of any action, in ms: none hangs
+static const uint32_t PLAZO = 45000; // of any action, in ms: none hangs
 
 struct servicio_t {
     std::string nombre;
     bool sin_ventana = false;
     int servidor = -1;
-    std::set<int> usuarios;             // programs that are registered as its clients
-    std::set<int> tenedores;            // processes that may hold its channel
-    bool dudoso = false;                // a program was killed here: nobody uses it until no process holds it
-    bool ocupado = false;               // an action of this round touches it
+    std::set<int> usuarios;  // programs that are registered as its clients
+    std::set<int> tenedores; // processes that may hold its channel
+    bool dudoso = false;     // a program was killed here: nobody uses it until no process holds it
+    bool ocupado = false;    // an action of this round touches it
 };
 
 struct uso_t {
-    bool rancio = false;                // its server has closed since: this client registers anew before it goes on
+    bool rancio = false; // its server has closed since: this client registers anew before it goes on
     bool avisa = false;
     uint32_t id_cliente = 0;
 };
@@ -446,7 +446,7 @@ private:
         int victima = modo == 1 ? quien : servidor;
         std::string linea = "SUELTA " + serv(s).nombre + " " + std::to_string(1 + azar(3)) + " 200";
         encarga(quien, linea, [=] {
-            Sleep(ms);      // where in its command the death comes is part of the schedule
+            Sleep(ms); // where in its command the death comes is part of the schedule
             mata_ahora(victima);
             if (victima != quien)
                 comprueba_soltado(quien, {"0", "3"});
@@ -516,7 +516,7 @@ private:
             s.tenedores.erase(quien);
             if (s.dudoso && s.tenedores.empty()) {
                 s.dudoso = false;
-                s.ocupado = true;       // until its end is seen
+                s.ocupado = true; // until its end is seen
             }
         }
     }
@@ -594,7 +594,7 @@ private:
     std::vector<programa_t> m_programas;
     std::vector<tarea> m_tareas;
     std::vector<std::string> m_diario;
-    std::set<std::string> m_muertos;        // killed programs whose entry nobody has taken since
+    std::set<std::string> m_muertos; // killed programs whose entry nobody has taken since
 };
 
 TEST_F(tormenta, con_turnos_todo_se_contesta_y_nada_queda)

@@ -20,7 +20,7 @@ inline struct tormenta_yo {
     HWND hwnd = nullptr;
     DWORD hilo = 0;
     std::string quien;
-    uint32_t siguiente = 0;             // number of the next command, over all registrations
+    uint32_t siguiente = 0; // number of the next command, over all registrations
 } t_yo;
 
 inline std::vector<std::string> t_lista(const std::string &texto, char separador)

@@ -5,7 +5,7 @@
 
 enum : uint32_t { CONTESTA = 200, SIETE = 201 };
 
-static uint32_t s_hilo_comandos;    // the thread that the command function ran on
+static uint32_t s_hilo_comandos; // the thread that the command function ran on
 
 static int32_t contesta(anfitrion_peticion *p)
 {
@@ -56,7 +56,7 @@ PAPEL(servidor_trazado)
 
 PAPEL(cliente_trazado)
 {
-    activa_traza("");    // it need only exist
+    activa_traza(""); // it need only exist
     captura_traza traza;
     const char *servicio = args[0].c_str();
     std::string mi_ruta = "papel_" + std::to_string(GetCurrentProcessId());
@@ -88,15 +88,18 @@ static std::string traza_cliente(bool con_rondas)
         rondas = "\n*** <t>: BUCLE CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO\n";
     return "\n*** <t>:  REGISTRO CLIENTE SERVICIO SERV RUTA hwnd=0\n"
            "sharedmem->tam_datos = 8886  ---  tam_datos = 8886\n"
-           "*** Inicio registro Cliente" + canal +
+           "*** Inicio registro Cliente" +
+           canal +
            "*** iv_comdat_crea_para_grabar(DatosEntrada)... \n"
-           "*** -> <p>\n" + canal +
+           "*** -> <p>\n" +
+           canal +
            "\n*** <t>:  INICIO COMANDO SERV id_comando: 200\n"
            "    Datos de entrada\n"
            "    id_bloque_MCCom_entrada = 100\n"
            "    param1\"p1\"\n"
            "    param3\"p3\"\n"
-           "\n" + canal + rondas +
+           "\n" +
+           canal + rondas +
            "\n*** <t>:  FIN COMANDO SERV id_comando: 200\n"
            "    Resultado     OK\n"
            "    id_datos_salida_comando = 101\n"
@@ -109,10 +112,11 @@ static std::string traza_cliente(bool con_rondas)
            "\n*** <t>:  INICIO COMANDO SERV id_comando: 201\n"
            "    Datos de entrada\n"
            "    id_bloque_MCCom_entrada = 0\n"
-           "\n" + canal + rondas +
+           "\n" +
+           canal + rondas +
            "\n*** <t>:  FIN COMANDO SERV id_comando: 201\n"
            "    Resultado "                                    // another result than 0 to 3 ends the record here
-           "\n*** <t>:  INICIO COMANDO SERV id_comando: 200\n"    // not its client: no closing record
+           "\n*** <t>:  INICIO COMANDO SERV id_comando: 200\n" // not its client: no closing record
            "    Datos de entrada\n"
            "    id_bloque_MCCom_entrada = 5\n"
            "\n";
@@ -140,11 +144,13 @@ static std::string traza_comandos(const std::string &lectura, const std::string 
            "    Resultado     FALSO\n"
            "\n*** <t>:  GET_DATOS_ENTRADA_COMANDO SERV id_comando: 200\n"
            "    Resultado     CIERTO\n"
-           "    id_datos_entrada_comando = " + id +
+           "    id_datos_entrada_comando = " +
+           id +
            "\n    buffer_cliente_64\"p1\"\n"
            "    buffer_cliente2_256\"p3\"\n"
            "*** iv_comdat_crea_para_grabar(DatosSalida)... \n"
-           "*** -> <p>\n" + CANAL +
+           "*** -> <p>\n" +
+           CANAL +
            "\n*** <t>:  SET_DATOS_ENTRADA_COMANDO SERV id_comando: 200\n"
            "    Resultado     CIERTO\n"
            "    id_datos_salida_comando = 101\n"
@@ -152,7 +158,8 @@ static std::string traza_comandos(const std::string &lectura, const std::string 
            "    resultado_256_2\"\"\n"
            "\n"
            "\n*** <t>:  SET_DATOS_ENTRADA_COMANDO SERV id_comando: 77\n"
-           "    Resultado     FALSO\n" + fin_1 + entre + fin_2;
+           "    Resultado     FALSO\n" +
+           fin_1 + entre + fin_2;
 }
 
 static const char LECTURA[] = "sharedmem->tam_datos = 10  ---  tam_datos = 10\n"

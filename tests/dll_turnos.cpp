@@ -3,7 +3,7 @@
 
 struct caso_turnos {
     const char *clase;
-    uint32_t num_clientes, num_comandos;        // of each
+    uint32_t num_clientes, num_comandos; // of each
 
     friend std::ostream &operator<<(std::ostream &salida, const caso_turnos &c)
     {

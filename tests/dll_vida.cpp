@@ -84,7 +84,7 @@ TEST(dll_vida, descargarla_no_devuelve_nada)
 // A thread that begins and ends while the DLL is loaded does not call it. The loader notes that in its entry.
 PAPEL(hilos_sin_aviso)
 {
-    struct entrada_modulo {     // what the loader keeps of a module, as far as its flags
+    struct entrada_modulo { // what the loader keeps of a module, as far as its flags
         LIST_ENTRY cargados, en_memoria, iniciados;
         void *base, *inicio;
         ULONG tam;
@@ -96,8 +96,8 @@ PAPEL(hilos_sin_aviso)
     };
     const ULONG SIN_AVISO_DE_HILOS = 0x40000;
     HMODULE dll = carga();
-    auto entorno = reinterpret_cast<const uint8_t *>(__readgsqword(0x60));              // PEB
-    auto cargador = *reinterpret_cast<uint8_t *const *>(entorno + 0x18);                // its loader data
+    auto entorno = reinterpret_cast<const uint8_t *>(__readgsqword(0x60)); // PEB
+    auto cargador = *reinterpret_cast<uint8_t *const *>(entorno + 0x18);   // its loader data
     auto cabeza = reinterpret_cast<const LIST_ENTRY *>(cargador + 0x10);
     ULONG marcas = 0;
     for (const LIST_ENTRY *e = cabeza->Flink; e != cabeza; e = e->Flink) {

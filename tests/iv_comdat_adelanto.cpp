@@ -8,9 +8,9 @@ IMPORTACION(HeapReAlloc);
 
 namespace {
 
-const uint32_t LIMITE = 64 * 1024;          // up to here the heap is asked for what the rule says
+const uint32_t LIMITE = 64 * 1024; // up to here the heap is asked for what the rule says
 const uint32_t MUCHO = 1024 * 1024;
-const uint32_t PRIMERO = LIMITE + 4 * MUCHO;    // what is asked for first, above
+const uint32_t PRIMERO = LIMITE + 4 * MUCHO; // what is asked for first, above
 
 // What the rule of growth makes of the parts of values, appended one after the other.
 struct regla {
@@ -84,7 +84,7 @@ void *WINAPI niega_todo(HANDLE, DWORD, void *, SIZE_T tam)
 // While it lives the heap grows blocks by the given function, and s_pedidos has what it was asked for.
 class heap_que {
 public:
-    explicit heap_que(decltype(&HeapReAlloc) otra) : m_cambio(anota(), otra) { }
+    explicit heap_que(decltype(&HeapReAlloc) otra) : m_cambio(anota(), otra) {}
 
 private:
     static decltype(&HeapReAlloc) &anota()
@@ -122,7 +122,7 @@ void espera_numeros(const contenedor &c, uint32_t num)
         ASSERT_EQ(iv_comdat_dame_ulong(l.get(), n), n * 2654435761u) << n;
 }
 
-}
+} // namespace
 
 TEST(iv_comdat_adelanto, tam_sigue_su_regla_tras_cada_valor)
 {
@@ -159,7 +159,7 @@ TEST(iv_comdat_adelanto, tam_cambia_en_el_byte_que_no_cabe_tambien_por_encima)
     iv_comdat_graba_buffer(c.get(), "b", datos.data(), static_cast<uint32_t>(datos.size()));
     while (c->ocupado < 420 * 1024) {
         uint32_t tam = c->tam;
-        iv_comdat_graba_byte(c.get(), "", 1);           // four bytes: 2, 1 and 1
+        iv_comdat_graba_byte(c.get(), "", 1); // four bytes: 2, 1 and 1
         if (c->ocupado <= tam)
             ASSERT_EQ(c->tam, tam) << c->ocupado;
         else
@@ -172,7 +172,7 @@ TEST(iv_comdat_adelanto, hasta_64_kib_se_pide_cada_kilobyte_y_despues_mucho_de_u
     contenedor c = para_grabar();
     {
         heap_que cambio(apunta);
-        graba_numeros(c.get(), 0, 400000);              // 5.2 million bytes
+        graba_numeros(c.get(), 0, 400000); // 5.2 million bytes
     }
 
     std::vector<SIZE_T> esperados;
@@ -250,7 +250,7 @@ TEST(iv_comdat_adelanto, donde_el_heap_lanza_se_pide_lo_de_la_regla)
 TEST(iv_comdat_adelanto, donde_no_hay_ni_lo_de_la_regla_se_informa_una_vez_y_se_retira)
 {
     contenedor c = para_grabar();
-    uint32_t num = (LIMITE - 4) / 13;                   // the next does not fit
+    uint32_t num = (LIMITE - 4) / 13; // the next does not fit
     graba_numeros(c.get(), 0, num);
     ASSERT_EQ(c->tam, LIMITE);
     bytes antes = contenido(c);
@@ -312,7 +312,7 @@ TEST(iv_comdat_adelanto, texto_que_no_se_puede_leer_hasta_el_final_cuenta_como_v
     DWORD antes;
     ASSERT_TRUE(VirtualProtect(pagina + 4096, 4096, PAGE_NOACCESS, &antes));
     const char *texto = pagina + 4090;
-    for (uint32_t relleno : {100u, 1000u}) {            // room for one pass over the value, and none
+    for (uint32_t relleno : {100u, 1000u}) { // room for one pass over the value, and none
         contenedor c = para_grabar();
         std::vector<uint8_t> datos(relleno - 12);
         iv_comdat_graba_buffer(c.get(), "b", datos.data(), static_cast<uint32_t>(datos.size()));
@@ -323,7 +323,7 @@ TEST(iv_comdat_adelanto, texto_que_no_se_puede_leer_hasta_el_final_cuenta_como_v
         iv_comdat_graba_cadena_ansi(c.get(), "t", texto);
         esperado.insert(esperado.end(), {6, 2, 't', 0, 1, 0, 0, 0, 'x'});
         EXPECT_TRUE(bytes_iguales(esperado, contenido(c))) << relleno;
-        pagina[4095] = '\0';                            // the last byte that can be read
+        pagina[4095] = '\0'; // the last byte that can be read
         iv_comdat_graba_ulong(c.get(), texto, 1);
         esperado[0] = 4;
         esperado.insert(esperado.end(), {3, 6, 'x', 'x', 'x', 'x', 'x', 0, 1, 0, 0, 0});

@@ -91,18 +91,17 @@ inline uso_heap mide_heap()
 }
 
 // Every type once, with names "a" to "j". The wide array carries the count that readers expect. 146 bytes.
-inline const char *const TODOS =
-    "0A000000"
-    "01 02 6100 2A"
-    "02 02 6200 3412"
-    "03 02 6300 78563412"
-    "04 02 6400 000000000000F83F"
-    "05 02 6500 03000000 A1A2A3"
-    "06 02 6600 05000000 686F6C6100"
-    "07 02 6700 06000000 E100 E900 0000"
-    "08 02 6800 8877665544332211"
-    "09 02 6900 02000000 65000000 6C000000  03000000 756E00  00000000"
-    "0A 02 6A00 02000000 80000000 88000000  04000000 7800 0000  06000000 7900 7A00 0000";
+inline const char *const TODOS = "0A000000"
+                                 "01 02 6100 2A"
+                                 "02 02 6200 3412"
+                                 "03 02 6300 78563412"
+                                 "04 02 6400 000000000000F83F"
+                                 "05 02 6500 03000000 A1A2A3"
+                                 "06 02 6600 05000000 686F6C6100"
+                                 "07 02 6700 06000000 E100 E900 0000"
+                                 "08 02 6800 8877665544332211"
+                                 "09 02 6900 02000000 65000000 6C000000  03000000 756E00  00000000"
+                                 "0A 02 6A00 02000000 80000000 88000000  04000000 7800 0000  06000000 7900 7A00 0000";
 
 // Where the values of TODOS have their data, and where they end.
 struct sitio {
@@ -132,20 +131,15 @@ inline const std::vector<escritor> &escritores()
         {"byte", 1, [](comdat *c, const char *n) { iv_comdat_graba_byte(c, n, 0x2A); }, "2A"},
         {"ushort", 2, [](comdat *c, const char *n) { iv_comdat_graba_ushort(c, n, 0x1234); }, "3412"},
         {"ulong", 3, [](comdat *c, const char *n) { iv_comdat_graba_ulong(c, n, 0x12345678); }, "78563412"},
-        {"double", 4, [](comdat *c, const char *n) { iv_comdat_graba_double(c, n, 1.5); },
-         "000000000000F83F"},
-        {"buffer", 5, [](comdat *c, const char *n) { iv_comdat_graba_buffer(c, n, "\1\2", 2); },
-         "02000000 0102"},
-        {"text", 6, [](comdat *c, const char *n) { iv_comdat_graba_cadena_ansi(c, n, "x"); },
-         "02000000 7800"},
-        {"wide", 7, [](comdat *c, const char *n) { iv_comdat_graba_cadena_unicode(c, n, L"x"); },
-         "04000000 78000000"},
+        {"double", 4, [](comdat *c, const char *n) { iv_comdat_graba_double(c, n, 1.5); }, "000000000000F83F"},
+        {"buffer", 5, [](comdat *c, const char *n) { iv_comdat_graba_buffer(c, n, "\1\2", 2); }, "02000000 0102"},
+        {"text", 6, [](comdat *c, const char *n) { iv_comdat_graba_cadena_ansi(c, n, "x"); }, "02000000 7800"},
+        {"wide", 7, [](comdat *c, const char *n) { iv_comdat_graba_cadena_unicode(c, n, L"x"); }, "04000000 78000000"},
         {"hwnd", 8, [](comdat *c, const char *n) { iv_comdat_graba_hwnd(c, n, hwnd_de(0x1122334455667788)); },
          "8877665544332211"},
         {"texts", 9, [](comdat *c, const char *n) { iv_comdat_graba_arr_cadenas_ansi(c, n, ANSI, 2); },
          "02000000 1A000000 20000000 02000000 7800 00000000"},
-        {"wide texts", 10,
-         [](comdat *c, const char *n) { iv_comdat_graba_arr_cadenas_unicode(c, n, ANCHOS, 1); },
+        {"wide texts", 10, [](comdat *c, const char *n) { iv_comdat_graba_arr_cadenas_unicode(c, n, ANCHOS, 1); },
          "12000000 04000000 78000000"},
     };
     return TODOS_ELLOS;

@@ -28,7 +28,7 @@ TEST(iv_comdat, cargar_copia_el_bloque_y_lo_tiene_abierto)
     EXPECT_EQ(memcmp(c->buffer + 146, "\0\0\0\0", 4), 0);
     const char *texto = iv_comdat_dame_cadena_ansi(c.get(), 5);
     bloque_crudo(nombre).pon_bytes(0, bytes(146, 0xFF));
-    EXPECT_STREQ(texto, "hola");                            // a private copy
+    EXPECT_STREQ(texto, "hola"); // a private copy
     EXPECT_EQ(iv_comdat_dame_byte(c.get(), 0), 0x2A);
 
     EXPECT_TRUE(existe_bloque(nombre));
@@ -144,7 +144,7 @@ struct a_guardar {
     }
 };
 
-}
+} // namespace
 
 TEST(iv_comdat, guardar_hace_un_bloque_de_los_bytes_justos)
 {
@@ -212,7 +212,7 @@ struct canal_forjado {
 
 const char *const OTRO_BLOQUE = "mcserv->id_bloque_MCCom_entrada == id_bloque_MCCom_entrada";
 
-}
+} // namespace
 
 TEST(iv_comdat_entrada, se_toma_una_vez)
 {
@@ -350,9 +350,8 @@ TEST(iv_comdat, indicador_que_no_es_1_se_traza_como_salida_y_lo_demas_no_se_traz
     for (const pieza_traza &pieza : traza.piezas())
         if (pieza.texto.rfind("*** ", 0) == 0 || pieza.texto.rfind("Datos", 0) == 0 || pieza.texto == " -> ")
             suyas.push_back(pieza.texto);
-    const std::vector<std::string> esperadas = {
-        "*** iv_comdat_crea_para_grabar(", "DatosSalida)... ", "*** -> ",
-        "*** iv_comdat_crea_para_leer(", "DatosSalida)", " -> "};
+    const std::vector<std::string> esperadas = {"*** iv_comdat_crea_para_grabar(", "DatosSalida)... ", "*** -> ",
+                                                "*** iv_comdat_crea_para_leer(",   "DatosSalida)",     " -> "};
     EXPECT_EQ(suyas, esperadas);
     const std::string texto = traza.texto();
     EXPECT_NE(texto.find("*** -> " + direcciones[0] + "\n"), std::string::npos) << texto;

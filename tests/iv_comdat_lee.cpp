@@ -133,7 +133,7 @@ TEST(iv_comdat, cada_lector_da_su_valor)
     const char *const *textos = iv_comdat_dame_arr_cadenas_ansi(c.get(), 8, &num);
     ASSERT_EQ(num, 2u);
     EXPECT_EQ(textos[0], a_texto(c->buffer) + 105);
-    EXPECT_EQ(textos[1], a_texto(c->buffer) + 112);         // a null text: what follows it
+    EXPECT_EQ(textos[1], a_texto(c->buffer) + 112); // a null text: what follows it
     EXPECT_EQ(c->valores[8].tabla_cadenas, textos);
     const wchar_t *const *anchos = iv_comdat_dame_arr_cadenas_unicode(c.get(), 9, &num_u);
     ASSERT_EQ(num_u, 2u);
@@ -204,7 +204,7 @@ TEST(iv_comdat, otro_tipo_u_otra_posicion_da_el_resultado_neutro)
     EXPECT_EQ(iv_comdat_tipoDato(c.get(), 10), 0u);
     EXPECT_STREQ(iv_comdat_nombre_valor(c.get(), 0xFFFFFFFF), "?");
     EXPECT_EQ(iv_comdat_tipoDato(c.get(), 0xFFFFFFFF), 0u);
-    EXPECT_EQ(c->offset, 0u);                               // none of these moves the cursor
+    EXPECT_EQ(c->offset, 0u); // none of these moves the cursor
 }
 
 TEST(iv_comdat, ulong_de_un_ushort_da_0_y_su_tipo_sigue_siendo_2)
@@ -267,7 +267,7 @@ TEST(iv_comdat, solo_textos_buffers_y_arreglos_mueven_el_cursor)
     iv_comdat_dame_cadena_unicode(c.get(), 6);
     EXPECT_EQ(c->offset, 73u);
     iv_comdat_dame_arr_cadenas_ansi(c.get(), 8, &n);
-    EXPECT_EQ(c->offset, 101u);                             // behind the table
+    EXPECT_EQ(c->offset, 101u); // behind the table
     iv_comdat_dame_arr_cadenas_unicode(c.get(), 9, &n);
     EXPECT_EQ(c->offset, 128u);
 }
@@ -293,7 +293,7 @@ TEST(iv_comdat, consultas_y_lecturas_que_no_encajan_no_mueven_el_cursor)
 {
     contenedor c = lee(TODOS);
     iv_comdat_dame_cadena_ansi(c.get(), 5);
-    for (uint32_t i : {0u, 10u, 0xFFFFFFFFu}) {             // a byte, and nothing
+    for (uint32_t i : {0u, 10u, 0xFFFFFFFFu}) { // a byte, and nothing
         uint32_t n;
         iv_comdat_numero_valores(c.get());
         iv_comdat_nombre_valor(c.get(), i);
@@ -314,7 +314,10 @@ TEST(iv_comdat, numeros_se_comprueban_desde_el_cursor_y_no_desde_su_sitio)
     const std::string NUMEROS = "07000000 01 01 00 11  02 01 00 2222  03 01 00 33333333"
                                 "04 01 00 000000000000F03F  08 01 00 8800000000000000"
                                 "06 01 00 01000000 00  05 01 00";
-    const struct { uint32_t tam; std::function<bool(comdat *)> lee_bien; } LECTORES[] = {
+    const struct {
+        uint32_t tam;
+        std::function<bool(comdat *)> lee_bien;
+    } LECTORES[] = {
         {1, [](comdat *c) { return iv_comdat_dame_byte(c, 0) == 0x11; }},
         {2, [](comdat *c) { return iv_comdat_dame_ushort(c, 1) == 0x2222; }},
         {4, [](comdat *c) { return iv_comdat_dame_ulong(c, 2) == 0x33333333; }},
@@ -339,7 +342,7 @@ TEST(iv_comdat, numeros_se_comprueban_desde_el_cursor_y_no_desde_su_sitio)
         iv_comdat_dame_buffer(c.get(), 6, &n);
         ASSERT_EQ(c->offset, c->ocupado);
         for (const auto &lector : LECTORES) {
-            EXPECT_TRUE(lector.lee_bien(c.get()));          // all the same
+            EXPECT_TRUE(lector.lee_bien(c.get())); // all the same
             EXPECT_INFORME(MODULO, FUERA);
         }
     }
@@ -360,7 +363,7 @@ TEST(iv_comdat, arreglo_leido_dos_veces_da_otra_tabla_y_solo_la_ultima_se_libera
     EXPECT_STREQ(segunda[0], "un");
     EXPECT_EQ(mide_heap().bloques, antes.bloques + 2);
     c.reset();
-    EXPECT_EQ(mide_heap().bloques, antes.bloques - 4 + 1);      // all but the first table
+    EXPECT_EQ(mide_heap().bloques, antes.bloques - 4 + 1); // all but the first table
     i_free(const_cast<char **>(primera));
 }
 
@@ -370,8 +373,8 @@ TEST(iv_comdat, arreglo_sin_elementos_se_lee_sin_informe)
         contenedor c = lee(hex);
         uint32_t num = 66;
         const void *tabla = iv_comdat_tipoDato(c.get(), 0) == 9
-            ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num))
-            : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num));
+                                ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num))
+                                : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num));
         EXPECT_NE(tabla, nullptr);
         EXPECT_EQ(num, 0u);
     }
@@ -389,7 +392,7 @@ TEST(iv_comdat, arreglo_ansi_va_y_vuelve)
     const char *const *leidos = iv_comdat_dame_arr_cadenas_ansi(l.get(), 0, &num);
     ASSERT_EQ(num, 4u);
     EXPECT_STREQ(leidos[0], "uno");
-    EXPECT_EQ(a_texto(leidos[1]) + 4, a_texto(leidos[2]));  // what follows the null text
+    EXPECT_EQ(a_texto(leidos[1]) + 4, a_texto(leidos[2])); // what follows the null text
     EXPECT_STREQ(leidos[2], "");
     EXPECT_STREQ(leidos[3], "cuatro");
     EXPECT_EQ(iv_comdat_dame_byte(l.get(), 1), 9);
@@ -407,13 +410,13 @@ TEST(iv_comdat, texto_nulo_de_un_arreglo_ancho_es_lo_que_le_sigue)
 
 TEST(iv_comdat, texto_nulo_al_final_de_un_arreglo_es_vacio)
 {
-    for (const char *hex : {"01000000 09 02 6100 01000000 10000000 00000000",
-                            "01000000 0A 02 6100 01000000 10000000 00000000"}) {
+    for (const char *hex :
+         {"01000000 09 02 6100 01000000 10000000 00000000", "01000000 0A 02 6100 01000000 10000000 00000000"}) {
         contenedor c = lee(hex);
         uint32_t num = 0;
         const void *texto = iv_comdat_tipoDato(c.get(), 0) == 9
-            ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num)[0])
-            : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num)[0]);
+                                ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num)[0])
+                                : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num)[0]);
         EXPECT_EQ(num, 1u);
         ASSERT_EQ(texto, c->buffer + 20);
         EXPECT_EQ(memcmp(texto, "\0\0", 2), 0);
@@ -459,11 +462,11 @@ TEST(iv_comdat, grabar_en_un_contenedor_de_lectura_se_informa_y_escribe_en_el_cu
     iv_comdat_graba_byte(c.get(), "z", 9);
 
     EXPECT_INFORME(MODULO, NO_ESCRIBE);
-    EXPECT_EQ(c->buffer, antes);                            // readers' pointers still hold
+    EXPECT_EQ(c->buffer, antes); // readers' pointers still hold
     EXPECT_EQ(c->offset, 19u);
     EXPECT_EQ(c->ocupado, 30u);
-    EXPECT_TRUE(bytes_iguales(
-        de_hex("03000000 06 02 6100 02000000 7800  01 02 7A00 09 000000 0102030405060708"), contenido(c)));
+    EXPECT_TRUE(bytes_iguales(de_hex("03000000 06 02 6100 02000000 7800  01 02 7A00 09 000000 0102030405060708"),
+                              contenido(c)));
 }
 
 TEST(iv_comdat, cada_escritor_informa_una_vez_de_un_contenedor_de_lectura_y_escribe_en_el_cursor)
@@ -503,7 +506,7 @@ TEST(iv_comdat, grabar_antes_de_leer_escribe_sobre_la_cuenta)
     // 01 02 7A 00 is the count now, and goes up by one.
     EXPECT_TRUE(bytes_iguales(de_hex("02027A00 09 02 6100 03000000 010203"), contenido(c)));
     EXPECT_EQ(iv_comdat_numero_valores(c.get()), 0x007A0202u);
-    EXPECT_STREQ(iv_comdat_nombre_valor(c.get(), 0), "a");  // the index stays
+    EXPECT_STREQ(iv_comdat_nombre_valor(c.get(), 0), "a"); // the index stays
     EXPECT_EQ(iv_comdat_tipoDato(c.get(), 0), 5u);
     EXPECT_STREQ(iv_comdat_nombre_valor(c.get(), 1), "?");
     EXPECT_EQ(iv_comdat_tipoDato(c.get(), 0x007A0201), 0u);

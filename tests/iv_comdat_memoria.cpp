@@ -18,7 +18,7 @@ IMPORTACION(HeapReAlloc);
 
 namespace {
 
-const uint32_t TAM_GRANDE = 100000;         // only what is larger is refused
+const uint32_t TAM_GRANDE = 100000; // only what is larger is refused
 decltype(&HeapAlloc) s_HeapAlloc;
 
 void *WINAPI niega_grandes(HANDLE heap, DWORD opciones, SIZE_T tam)
@@ -90,7 +90,7 @@ protected:
     std::vector<uint8_t> m_grande = std::vector<uint8_t>(5000, 0x5a);
 };
 
-}
+} // namespace
 
 TEST_F(iv_comdat_memoria, valor_sin_sitio_se_informa_y_se_retira_entero)
 {
@@ -116,7 +116,7 @@ TEST_F(iv_comdat_memoria, valor_por_el_que_el_heap_lanza_se_retira_entero)
 // The largest size that 32 bits round down to. One byte more comes round to 0, and the heap is not asked.
 TEST_F(iv_comdat_memoria, ultimo_tam_que_no_da_la_vuelta_se_pide_y_el_siguiente_se_informa)
 {
-    const uint32_t cabe = 0xFFFFFBFF - 9 - 13;  // behind 9 bytes of before, 13 of type, name and length
+    const uint32_t cabe = 0xFFFFFBFF - 9 - 13; // behind 9 bytes of before, 13 of type, name and length
     {
         importacion_cambiada<decltype(&HeapReAlloc)> cambio(__imp_HeapReAlloc, niega_y_apunta);
         EXPECT_EQ(graba_y_atrapa(m_comdat, m_grande.data(), cabe), FALSO);

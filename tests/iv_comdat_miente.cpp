@@ -79,7 +79,7 @@ uint32_t recorre_texto(const wchar_t *texto)
     uint32_t suma = 0;
     for (const char *p = reinterpret_cast<const char *>(texto); p != nullptr; p += 2) {
         uint16_t unidad;
-        memcpy(&unidad, p, 2);                              // may lie at an odd address
+        memcpy(&unidad, p, 2); // may lie at an odd address
         if (unidad == 0)
             break;
         suma += unidad;
@@ -159,7 +159,7 @@ void comprueba_numeros_cortados(comdat *c, const bytes &todos, uint32_t corte)
     EXPECT_EQ(iv_comdat_dame_ulong(c, 2), numero_cortado(todos, SITIOS[2], corte));
     EXPECT_EQ(bits_double, numero_cortado(todos, SITIOS[3], corte));
     EXPECT_EQ(hwnd, numero_cortado(todos, SITIOS[7], corte));
-    EXPECT_SIN_INFORMES();                                  // the cursor stands at 0
+    EXPECT_SIN_INFORMES(); // the cursor stands at 0
 }
 
 // One report where the value is there but cut off.
@@ -224,17 +224,17 @@ void comprueba_corte(comdat *c, const bytes &todos, uint32_t corte)
 {
     ASSERT_NE(c, nullptr);
     if (corte < todos.size())
-        EXPECT_INFORME(MODULO, FUERA);                      // one at most: the scan stops there
+        EXPECT_INFORME(MODULO, FUERA); // one at most: the scan stops there
     EXPECT_SIN_INFORMES();
     EXPECT_EQ(c->offset, 0u);
     comprueba_indice_cortado(c, corte);
-    if (corte >= 8)                                         // below, the check from the cursor reports
+    if (corte >= 8) // below, the check from the cursor reports
         comprueba_numeros_cortados(c, todos, corte);
     comprueba_textos_cortados(c, corte);
     comprueba_arreglos_cortados(c, corte);
 }
 
-}
+} // namespace
 
 TEST(iv_comdat_miente, la_guarda_se_nota)
 {
@@ -303,7 +303,8 @@ TEST(iv_comdat_miente, cada_byte_cambiado_se_lee_sin_salir_de_la_memoria)
                 lectura_con_guarda l(zona, b.data(), b.size());
                 EXPECT_LE(mide_heap().bytes, antes + 32 * b.size() + 1024);
                 recorre(l.c);
-            })) << "byte " << i << " is " << static_cast<int>(valor);
+            })) << "byte "
+                << i << " is " << static_cast<int>(valor);
             borra_informes();
         }
         ASSERT_FALSE(HasFailure());
@@ -315,14 +316,15 @@ TEST(iv_comdat_miente, cada_palabra_cambiada_se_lee_sin_salir_de_la_memoria)
     zona_con_guarda zona;
     const bytes todos = de_hex(TODOS);
     for (uint32_t i = 0; i + 4 <= todos.size(); i++) {
-        for (uint32_t valor : {0xFFFFFFFFu, 0xFFFFFFFCu, 0x80000000u, 0x7FFFFFFFu, 0x40000000u, 0x20000000u,
-                               0x10000000u, 146u, 142u}) {
+        for (uint32_t valor :
+             {0xFFFFFFFFu, 0xFFFFFFFCu, 0x80000000u, 0x7FFFFFFFu, 0x40000000u, 0x20000000u, 0x10000000u, 146u, 142u}) {
             bytes b = todos;
             memcpy(&b[i], &valor, 4);
             EXPECT_TRUE(sin_fallo([&] {
                 lectura_con_guarda l(zona, b.data(), b.size());
                 recorre(l.c);
-            })) << "word " << i << " is " << valor;
+            })) << "word "
+                << i << " is " << valor;
             borra_informes();
         }
         ASSERT_FALSE(HasFailure());
@@ -355,7 +357,7 @@ TEST(iv_comdat_miente, grabar_en_lo_cortado_queda_dentro)
     for (uint32_t corte = 0; corte <= 146; corte++) {
         EXPECT_TRUE(sin_fallo([&] {
             lectura_con_guarda l(zona, todos.data(), corte);
-            iv_comdat_dame_cadena_ansi(l.c, 5);             // moves the cursor, where there is one
+            iv_comdat_dame_cadena_ansi(l.c, 5); // moves the cursor, where there is one
             graba_de_todo(l.c);
             l.c->offset = corte;
             graba_de_todo(l.c);
@@ -370,14 +372,17 @@ TEST(iv_comdat_miente, grabar_en_lo_cortado_queda_dentro)
 
 TEST(iv_comdat_miente, cuenta_de_mas_da_un_informe_y_valores_ausentes)
 {
-    const struct { const char *hex; uint32_t num, presentes; } CASOS[] = {
+    const struct {
+        const char *hex;
+        uint32_t num, presentes;
+    } CASOS[] = {
         {"FFFFFFFF 01 02 6100 07", 0xFFFFFFFF, 1},
-        {"00000008 01 02 6100 07", 0x08000000, 1},          // 32 times that is 0 in 32 bits
+        {"00000008 01 02 6100 07", 0x08000000, 1}, // 32 times that is 0 in 32 bits
         {"02000000 01 02 6100 07", 2, 1},
-        {"02000000 01 02 6100 07 01", 2, 1},                // ends behind the second one's type
-        {"02000000 01 02 6100 07 01 02 62", 2, 1},          // inside its name
-        {"02000000 01 02 6100 07 01 02 6200", 2, 2},        // behind its name
-        {"04000000 0B00 0B00 0B00", 4, 3},                  // full to the last byte
+        {"02000000 01 02 6100 07 01", 2, 1},         // ends behind the second one's type
+        {"02000000 01 02 6100 07 01 02 62", 2, 1},   // inside its name
+        {"02000000 01 02 6100 07 01 02 6200", 2, 2}, // behind its name
+        {"04000000 0B00 0B00 0B00", 4, 3},           // full to the last byte
         {"04000000 0B00 0B00 0B00 0B", 4, 3},
         {"FFFFFFFF", 0xFFFFFFFF, 0},
         {"FFFFFFFF 01", 0xFFFFFFFF, 0},
@@ -443,7 +448,7 @@ TEST(iv_comdat_miente, longitud_de_mas_da_nulo_y_0)
         for (const char *tipo : {"05", "06", "07"}) {
             SCOPED_TRACE(std::string(tipo) + longitud);
             contenedor c = lee(de_hex(std::string("02000000") + tipo + "02 6100" + longitud + "010203"));
-            EXPECT_INFORME(MODULO, FUERA);                  // the scan: the second value is absent
+            EXPECT_INFORME(MODULO, FUERA); // the scan: the second value is absent
             EXPECT_SIN_INFORMES();
             EXPECT_STREQ(iv_comdat_nombre_valor(c.get(), 0), "a");
             EXPECT_EQ(iv_comdat_tipoDato(c.get(), 1), 0u);
@@ -452,7 +457,7 @@ TEST(iv_comdat_miente, longitud_de_mas_da_nulo_y_0)
             EXPECT_EQ(tam, *tipo == '0' && tipo[1] == '5' ? 0u : 66u);
             EXPECT_EQ(iv_comdat_dame_cadena_ansi(c.get(), 0), nullptr);
             EXPECT_EQ(iv_comdat_dame_cadena_unicode(c.get(), 0), nullptr);
-            EXPECT_INFORME(MODULO, FUERA);                  // by the one reader of that type
+            EXPECT_INFORME(MODULO, FUERA); // by the one reader of that type
         }
     }
 }
@@ -468,10 +473,13 @@ TEST(iv_comdat_miente, longitud_justa_se_lee)
 TEST(iv_comdat_miente, textos_sin_nul_acaban_en_los_ceros_de_detras)
 {
     zona_con_guarda zona;
-    const struct { const char *hex; uint32_t suma; } CASOS[] = {
+    const struct {
+        const char *hex;
+        uint32_t suma;
+    } CASOS[] = {
         {"01000000 06 02 6100 03000000 010203", 6},
         {"01000000 07 02 6100 02000000 0101", 0x0101},
-        {"01000000 07 02 6100 03000000 010101", 0x0102},    // an odd number of bytes: 0101 0100
+        {"01000000 07 02 6100 03000000 010101", 0x0102}, // an odd number of bytes: 0101 0100
         {"01000000 09 02 6100 01000000 10000000 02000000 0102", 3},
         {"01000000 0A 02 6100 01000000 10000000 03000000 010101", 0x0102},
     };
@@ -496,11 +504,15 @@ TEST(iv_comdat_miente, textos_sin_nul_acaban_en_los_ceros_de_detras)
 TEST(iv_comdat_miente, nombres_sin_nul_o_sin_bytes_acaban_en_la_memoria)
 {
     zona_con_guarda zona;
-    const struct { const char *hex; const char *nombre; } CASOS[] = {
-        {"01000000 0B 00", ""},                             // right at the end: the zero bytes
+    const struct {
+        const char *hex;
+        const char *nombre;
+    } CASOS[] = {
+        {"01000000 0B 00", ""}, // right at the end: the zero bytes
         {"01000000 0B 03 616263", "abc"},
-        {"02000000 0B 02 6162 FF 02 6300", "ab\xFF\x02" "c"},
-        {"01000000 01 00 61", "a"},                         // of no bytes: it begins with the value's data
+        {"02000000 0B 02 6162 FF 02 6300", "ab\xFF\x02"
+                                           "c"},
+        {"01000000 01 00 61", "a"}, // of no bytes: it begins with the value's data
     };
     for (const auto &caso : CASOS) {
         bytes b = de_hex(caso.hex);
@@ -524,12 +536,11 @@ TEST(iv_comdat_miente, nombre_mas_largo_que_lo_que_queda_no_es_un_valor)
 TEST(iv_comdat_miente, cuenta_de_un_arreglo_mayor_que_el_contenido_da_nulo_y_0)
 {
     // 28 bytes in all: a count of 29 is one too many.
-    for (const char *cuenta :
-         {"FFFFFFFF", "00000040", "01000040", "00000020", "01000020", "00000080", "1D000000"}) {
+    for (const char *cuenta : {"FFFFFFFF", "00000040", "01000040", "00000020", "01000020", "00000080", "1D000000"}) {
         for (const char *tipo : {"09", "0A"}) {
             SCOPED_TRACE(std::string(tipo) + cuenta);
-            contenedor c = lee(de_hex(std::string("02000000") + tipo + "02 6100" + cuenta +
-                                      "14000000 04000000 61006200 01010101"));
+            contenedor c = lee(
+                de_hex(std::string("02000000") + tipo + "02 6100" + cuenta + "14000000 04000000 61006200 01010101"));
             ASSERT_EQ(c->ocupado, 28u);
             EXPECT_INFORME(MODULO, FUERA);
             EXPECT_SIN_INFORMES();
@@ -541,7 +552,7 @@ TEST(iv_comdat_miente, cuenta_de_un_arreglo_mayor_que_el_contenido_da_nulo_y_0)
             EXPECT_EQ(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num), nullptr);
             EXPECT_EQ(num, 0u);
             EXPECT_EQ(mide_heap().bloques, bloques);
-            EXPECT_SIN_INFORMES();                          // the count itself can be read, more is not tried
+            EXPECT_SIN_INFORMES(); // the count itself can be read, more is not tried
         }
     }
 }
@@ -553,10 +564,10 @@ TEST(iv_comdat_miente, cuenta_de_un_arreglo_hasta_el_contenido_da_tantos_puntero
     EXPECT_INFORME(MODULO, FUERA);
     uint32_t num = 0;
     const char *const *textos = iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num);
-    EXPECT_INFORME(MODULO, FUERA);                          // the table's first missing entry
+    EXPECT_INFORME(MODULO, FUERA); // the table's first missing entry
     EXPECT_SIN_INFORMES();
     ASSERT_EQ(num, 28u);
-    EXPECT_STREQ(textos[0], "ab");                          // at 20
+    EXPECT_STREQ(textos[0], "ab"); // at 20
     EXPECT_EQ(textos[1], a_texto(c->buffer) + 9);
     for (uint32_t i = 2; i < 28; i++)
         EXPECT_EQ(textos[i], nullptr) << i;
@@ -565,9 +576,12 @@ TEST(iv_comdat_miente, cuenta_de_un_arreglo_hasta_el_contenido_da_tantos_puntero
 TEST(iv_comdat_miente, posiciones_de_un_arreglo_fuera_del_contenido_dan_nulo)
 {
     // 36 bytes: five positions, then bytes of an element.
-    const struct { const char *posicion; int texto; } CASOS[] = {
-        {"FFFFFFFF", -1}, {"FCFFFFFF", -1}, {"FDFFFFFF", -1}, {"21000000", -1}, {"24000000", -1},
-        {"20000000", 36},                                   // right at the end: an empty text
+    const struct {
+        const char *posicion;
+        int texto;
+    } CASOS[] = {
+        {"FFFFFFFF", -1}, {"FCFFFFFF", -1}, {"FDFFFFFF", -1},
+        {"21000000", -1}, {"24000000", -1}, {"20000000", 36}, // right at the end: an empty text
         {"1F000000", 35}, {"00000000", 4},
     };
     for (const auto &caso : CASOS) {
@@ -578,9 +592,10 @@ TEST(iv_comdat_miente, posiciones_de_un_arreglo_fuera_del_contenido_dan_nulo)
             ASSERT_EQ(c->ocupado, 36u);
             EXPECT_SIN_INFORMES();
             uint32_t num = 0;
-            const void *texto = *tipo == '0' && tipo[1] == '9'
-                ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num)[0])
-                : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num)[0]);
+            const void *texto =
+                *tipo == '0' && tipo[1] == '9'
+                    ? static_cast<const void *>(iv_comdat_dame_arr_cadenas_ansi(c.get(), 0, &num)[0])
+                    : static_cast<const void *>(iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num)[0]);
             EXPECT_EQ(num, 1u);
             EXPECT_EQ(texto, caso.texto < 0 ? nullptr : c->buffer + caso.texto);
         }
@@ -608,7 +623,7 @@ TEST(iv_comdat_miente, arreglo_ancho_propio_se_lee_con_su_primera_posicion_como_
     iv_comdat_graba_arr_cadenas_unicode(e.get(), "w", textos, 1);
     iv_comdat_graba_byte(e.get(), "b", 7);
 
-    contenedor c = lee(contenido(e));       // 02000000 0A027700 0C000000 04000000 61000000 01026200 07
+    contenedor c = lee(contenido(e)); // 02000000 0A027700 0C000000 04000000 61000000 01026200 07
     ASSERT_EQ(c->ocupado, 25u);
     EXPECT_INFORME(MODULO, FUERA);
     EXPECT_SIN_INFORMES();
@@ -621,10 +636,10 @@ TEST(iv_comdat_miente, arreglo_ancho_propio_se_lee_con_su_primera_posicion_como_
     uint32_t num = 0;
     const wchar_t *const *leidos = iv_comdat_dame_arr_cadenas_unicode(c.get(), 0, &num);
     EXPECT_INFORME(MODULO, FUERA);
-    ASSERT_EQ(num, 12u);                                    // the count that stands there
-    EXPECT_EQ(a_texto(leidos[0]), a_texto(c->buffer) + 8);  // 4 + 4
+    ASSERT_EQ(num, 12u);                                   // the count that stands there
+    EXPECT_EQ(a_texto(leidos[0]), a_texto(c->buffer) + 8); // 4 + 4
     for (uint32_t i = 1; i < 12; i++)
-        EXPECT_EQ(leidos[i], nullptr) << i;                 // 0x61 + 4 and 0x00620201 + 4 lie outside
+        EXPECT_EQ(leidos[i], nullptr) << i; // 0x61 + 4 and 0x00620201 + 4 lie outside
 }
 
 TEST(iv_comdat_miente, arreglo_ancho_propio_sin_elementos_al_final_da_nulo_y_0)
@@ -654,7 +669,7 @@ TEST(iv_comdat_miente, nombre_de_256_grabado_se_lee_sin_salir_de_la_memoria)
         EXPECT_TRUE(sin_fallo([&] {
             lectura_con_guarda l(zona, b.data(), b.size());
             EXPECT_EQ(iv_comdat_tipoDato(l.c, 0), 1u);
-            EXPECT_EQ(iv_comdat_dame_byte(l.c, 0), 'n');    // the length byte is 0, 1 or 45
+            EXPECT_EQ(iv_comdat_dame_byte(l.c, 0), 'n'); // the length byte is 0, 1 or 45
             recorre(l.c);
         }));
         borra_informes();

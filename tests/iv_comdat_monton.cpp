@@ -14,10 +14,10 @@ decltype(&HeapAlloc) s_HeapAlloc;
 decltype(&HeapFree) s_HeapFree;
 decltype(&UnmapViewOfFile) s_UnmapViewOfFile;
 
-std::vector<SIZE_T> s_tamanyos;             // asked of HeapAlloc or HeapReAlloc
-std::vector<const void *> s_soltados;       // given to HeapFree or UnmapViewOfFile
-const comdat *s_crece;                      // the container whose growth is watched
-std::vector<uint32_t> s_cuentas;            // its count of values while it grows
+std::vector<SIZE_T> s_tamanyos;       // asked of HeapAlloc or HeapReAlloc
+std::vector<const void *> s_soltados; // given to HeapFree or UnmapViewOfFile
+const comdat *s_crece;                // the container whose growth is watched
+std::vector<uint32_t> s_cuentas;      // its count of values while it grows
 
 void *WINAPI apunta_y_reserva(HANDLE heap, DWORD opciones, SIZE_T tam)
 {
@@ -55,7 +55,7 @@ class iv_comdat_monton : public ::testing::Test {
 protected:
     void SetUp() override
     {
-        para_grabar();                      // the heap exists from here on
+        para_grabar(); // the heap exists from here on
         s_HeapAlloc = __imp_HeapAlloc;
         s_HeapFree = __imp_HeapFree;
         s_UnmapViewOfFile = __imp_UnmapViewOfFile;
@@ -75,7 +75,7 @@ protected:
     }
 };
 
-}
+} // namespace
 
 TEST_F(iv_comdat_monton, crear_para_grabar_reserva_1024_el_registro_y_el_nombre)
 {
@@ -107,7 +107,7 @@ TEST_F(iv_comdat_monton, crecer_pide_lo_justo_y_una_vez_por_parte)
 {
     const std::vector<const char *> nulos(600);
     const bytes datos(5000);
-    auto graba_buffer = [&](uint32_t fin) {         // of all 12 bytes before its data
+    auto graba_buffer = [&](uint32_t fin) { // of all 12 bytes before its data
         return [&datos, fin](comdat *c) { iv_comdat_graba_buffer(c, "b", datos.data(), fin - 12); };
     };
     auto graba_nulos = [&](uint32_t num) {
@@ -123,7 +123,7 @@ TEST_F(iv_comdat_monton, crecer_pide_lo_justo_y_una_vez_por_parte)
         {"to 2047", graba_buffer(2047), {2048}},
         {"to 2048", graba_buffer(2048), {3072}},
         {"to 5012", graba_buffer(5012), {5120}},
-        {"table to 1024", graba_nulos(253), {2048}},                    // the elements behind it
+        {"table to 1024", graba_nulos(253), {2048}}, // the elements behind it
         {"table to 1028, elements to 2044", graba_nulos(254), {2048}},
         {"table to 2048, elements to 4084", graba_nulos(509), {3072, 4096}},
         {"name across 1024",
@@ -151,7 +151,7 @@ TEST_F(iv_comdat_monton, contenido_que_se_muda_llega_entero)
         importacion_cambiada<decltype(&HeapReAlloc)> cambio(__imp_HeapReAlloc, apunta_y_muda);
         for (uint32_t n = 0; n < 1000; n++)
             for (const escritor &e : escritores())
-                if (e.tipo != 10)           // it would hide those behind it
+                if (e.tipo != 10) // it would hide those behind it
                     e.graba(c.get(), "n");
     }
     EXPECT_GT(s_tamanyos.size(), 50u);
@@ -162,7 +162,7 @@ TEST_F(iv_comdat_monton, contenido_que_se_muda_llega_entero)
         ASSERT_EQ(iv_comdat_dame_ulong(l.get(), i + 2), 0x12345678u);
         ASSERT_STREQ(iv_comdat_dame_cadena_ansi(l.get(), i + 5), "x");
         ASSERT_STREQ(iv_comdat_dame_arr_cadenas_ansi(l.get(), i + 8, &num)[0], "x");
-        borra_informes();                   // numbers are checked from the cursor
+        borra_informes(); // numbers are checked from the cursor
     }
 }
 
@@ -221,7 +221,7 @@ TEST_F(iv_comdat_monton, leer_no_reserva_nada_sino_tablas_de_punteros)
 TEST_F(iv_comdat_monton, cuenta_que_miente_no_reserva_mas_de_lo_que_cabe)
 {
     const bytes b = de_hex("01000000 09 02 6100 1C000000 10000000 05000000 61620000 01010101");
-    contenedor c = lee(b);                  // the count of the array is that of the bytes
+    contenedor c = lee(b); // the count of the array is that of the bytes
     bytes con_cuenta = b;
     for (size_t i = 0; i < 4; i++)
         con_cuenta[i] = 0xFF;
@@ -232,7 +232,7 @@ TEST_F(iv_comdat_monton, cuenta_que_miente_no_reserva_mas_de_lo_que_cabe)
     EXPECT_EQ(num, 28u);
     EXPECT_EQ(s_tamanyos, std::vector<SIZE_T>{28 * 8});
     s_tamanyos.clear();
-    contenedor otro = lee(con_cuenta);      // 12 values of two bytes could stand there
+    contenedor otro = lee(con_cuenta); // 12 values of two bytes could stand there
     EXPECT_EQ(s_tamanyos.back(), 12u * 32);
     borra_informes();
 }
@@ -254,10 +254,10 @@ TEST_F(iv_comdat_monton, destruir_lo_leido_libera_tablas_e_indice_antes_del_buff
     iv_shared_bloque *bloque = iv_shared_crea_con_datos(nombre, 146, b.data()), *suyo = bloque;
     contenedor c(iv_comdat_carga("S", 7, &suyo, 1));
     uint32_t num;
-    const void *ancha = iv_comdat_dame_arr_cadenas_unicode(c.get(), 9, &num);   // freed in the values' order
+    const void *ancha = iv_comdat_dame_arr_cadenas_unicode(c.get(), 9, &num); // freed in the values' order
     const void *ansi = iv_comdat_dame_arr_cadenas_ansi(c.get(), 8, &num);
     const std::vector<const void *> esperados = {
-        c->nombre_servicio, ansi, ancha, c->valores, c->buffer,
-        bloque->sharedmem, bloque->nombre, bloque->tipo, bloque, c.get()};
+        c->nombre_servicio, ansi,           ancha,        c->valores, c->buffer,
+        bloque->sharedmem,  bloque->nombre, bloque->tipo, bloque,     c.get()};
     EXPECT_EQ(destruye(std::move(c)), esperados);
 }

@@ -71,11 +71,11 @@ TEST(iv_comdat, nombre_de_servicio_nulo_es_vacio)
 
 TEST(iv_comdat, destruir_libera_todo)
 {
-    iv_comdat_destruye(iv_comdat_crea_para_grabar("S", 1));     // the heap exists from here on
+    iv_comdat_destruye(iv_comdat_crea_para_grabar("S", 1)); // the heap exists from here on
     uso_heap antes = mide_heap();
     {
         contenedor c = para_grabar();
-        EXPECT_EQ(mide_heap().bloques, antes.bloques + 3);      // record, name, buffer
+        EXPECT_EQ(mide_heap().bloques, antes.bloques + 3); // record, name, buffer
         for (uint32_t n = 0; n < 1000; n++)
             iv_comdat_graba_byte(c.get(), "n", 1);
         EXPECT_EQ(mide_heap().bloques, antes.bloques + 3);
@@ -86,7 +86,7 @@ TEST(iv_comdat, destruir_libera_todo)
         uint32_t num;
         iv_comdat_dame_arr_cadenas_ansi(c.get(), 8, &num);
         iv_comdat_dame_arr_cadenas_unicode(c.get(), 9, &num);
-        EXPECT_EQ(mide_heap().bloques, antes.bloques + 6);      // and the index, and a table for each array
+        EXPECT_EQ(mide_heap().bloques, antes.bloques + 6); // and the index, and a table for each array
     }
     EXPECT_EQ(mide_heap().bloques, antes.bloques);
     EXPECT_EQ(mide_heap().bytes, antes.bytes);
@@ -102,12 +102,14 @@ TEST(iv_comdat, destruir_nulo_se_informa_y_nada_mas)
 
 TEST(iv_comdat, crecer_da_el_mayor_multiplo_de_1024_hasta_1024_mas)
 {
-    const struct { uint32_t ocupado, tam; } CASOS[] = {
-        {1023, 1024},  {1024, 1024},  {1025, 2048},  {2047, 2048},      {2048, 3072},
-        {2049, 3072},  {3071, 3072},  {3072, 4096},  {5000, 5120},      {100000, 100352},
+    const struct {
+        uint32_t ocupado, tam;
+    } CASOS[] = {
+        {1023, 1024}, {1024, 1024}, {1025, 2048}, {2047, 2048}, {2048, 3072},
+        {2049, 3072}, {3071, 3072}, {3072, 4096}, {5000, 5120}, {100000, 100352},
     };
     for (const auto &caso : CASOS) {
-        bytes datos(caso.ocupado - 12);                     // 4 of count, 4 of header, 4 of length
+        bytes datos(caso.ocupado - 12); // 4 of count, 4 of header, 4 of length
         for (size_t i = 0; i < datos.size(); i++)
             datos[i] = static_cast<uint8_t>(i * 7 + 1);
         contenedor c = para_grabar();
@@ -187,8 +189,8 @@ TEST(iv_comdat, crecer_hasta_dar_la_vuelta_se_informa_y_no_graba_nada)
     uint8_t byte = 1;
     const std::vector<std::function<void(comdat *)>> CASOS = {
         [&](comdat *c) { iv_comdat_graba_buffer(c, "b", &byte, 0xFFFFFFFF); },
-        [&](comdat *c) { iv_comdat_graba_buffer(c, "b", &byte, 0xFFFFFC00 - 17); },     // grows to 2^32
-        [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "t", nullptr, 0x40000000); },   // 2^32 of table
+        [&](comdat *c) { iv_comdat_graba_buffer(c, "b", &byte, 0xFFFFFC00 - 17); },       // grows to 2^32
+        [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "t", nullptr, 0x40000000); }, // 2^32 of table
         [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "t", nullptr, 0x40000001); },
         [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "t", nullptr, 0x3FFFFFFF); },
         [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "t", nullptr, 0xFFFFFFFF); },
@@ -220,7 +222,7 @@ TEST(iv_comdat, cada_valor_se_graba_con_sus_bytes)
     const struct {
         const char *que;
         std::function<void(comdat *)> graba;
-        const char *hex;            // behind the count
+        const char *hex; // behind the count
     } CASOS[] = {
         {"byte", [](comdat *c) { iv_comdat_graba_byte(c, "a", 7); }, "01 02 6100 07"},
         {"byte 255", [](comdat *c) { iv_comdat_graba_byte(c, "a", 255); }, "01 02 6100 FF"},
@@ -230,34 +232,27 @@ TEST(iv_comdat, cada_valor_se_graba_con_sus_bytes)
         {"double -0", [](comdat *c) { iv_comdat_graba_double(c, "a", -0.0); }, "04 02 6100 0000000000000080"},
         {"hwnd", [](comdat *c) { iv_comdat_graba_hwnd(c, "a", hwnd_de(0xFF22334455667788)); },
          "08 02 6100 88776655443322FF"},
-        {"hwnd null", [](comdat *c) { iv_comdat_graba_hwnd(c, "a", nullptr); },
-         "08 02 6100 0000000000000000"},
+        {"hwnd null", [](comdat *c) { iv_comdat_graba_hwnd(c, "a", nullptr); }, "08 02 6100 0000000000000000"},
         {"buffer", [&](comdat *c) { iv_comdat_graba_buffer(c, "a", tres, 3); }, "05 02 6100 03000000 010203"},
         {"buffer 0", [&](comdat *c) { iv_comdat_graba_buffer(c, "a", tres, 0); }, "05 02 6100 00000000"},
         {"buffer null", [](comdat *c) { iv_comdat_graba_buffer(c, "a", nullptr, 0); }, "05 02 6100 00000000"},
-        {"buffer null of 5", [](comdat *c) { iv_comdat_graba_buffer(c, "a", nullptr, 5); },
-         "05 02 6100 00000000"},
-        {"text", [](comdat *c) { iv_comdat_graba_cadena_ansi(c, "a", "\xF1z"); },
-         "06 02 6100 03000000 F17A00"},
+        {"buffer null of 5", [](comdat *c) { iv_comdat_graba_buffer(c, "a", nullptr, 5); }, "05 02 6100 00000000"},
+        {"text", [](comdat *c) { iv_comdat_graba_cadena_ansi(c, "a", "\xF1z"); }, "06 02 6100 03000000 F17A00"},
         {"text empty", [](comdat *c) { iv_comdat_graba_cadena_ansi(c, "a", ""); }, "06 02 6100 01000000 00"},
         {"text null", [](comdat *c) { iv_comdat_graba_cadena_ansi(c, "a", nullptr); }, "06 02 6100 00000000"},
         {"wide", [](comdat *c) { iv_comdat_graba_cadena_unicode(c, "a", L"\u4E2D\x80"); },
          "07 02 6100 06000000 2D4E 8000 0000"},
-        {"wide empty", [](comdat *c) { iv_comdat_graba_cadena_unicode(c, "a", L""); },
-         "07 02 6100 02000000 0000"},
-        {"wide null", [](comdat *c) { iv_comdat_graba_cadena_unicode(c, "a", nullptr); },
-         "07 02 6100 00000000"},
+        {"wide empty", [](comdat *c) { iv_comdat_graba_cadena_unicode(c, "a", L""); }, "07 02 6100 02000000 0000"},
+        {"wide null", [](comdat *c) { iv_comdat_graba_cadena_unicode(c, "a", nullptr); }, "07 02 6100 00000000"},
         {"texts", [&](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "a", ansi, 4); },
          "09 02 6100 04000000 1C000000 22000000 27000000 2B000000"
          "02000000 6100  01000000 00  00000000  03000000 626300"},
-        {"texts 0", [&](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "a", ansi, 0); },
-         "09 02 6100 00000000"},
+        {"texts 0", [&](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "a", ansi, 0); }, "09 02 6100 00000000"},
         {"texts null", [](comdat *c) { iv_comdat_graba_arr_cadenas_ansi(c, "a", nullptr, 2); },
          "09 02 6100 02000000 14000000 18000000 00000000 00000000"},
         {"wide texts", [&](comdat *c) { iv_comdat_graba_arr_cadenas_unicode(c, "a", anchos, 3); },
          "0A 02 6100 14000000 1C000000 20000000  04000000 0101 0000  00000000  02000000 0000"},
-        {"wide texts 0", [&](comdat *c) { iv_comdat_graba_arr_cadenas_unicode(c, "a", anchos, 0); },
-         "0A 02 6100"},
+        {"wide texts 0", [&](comdat *c) { iv_comdat_graba_arr_cadenas_unicode(c, "a", anchos, 0); }, "0A 02 6100"},
         {"wide texts null", [](comdat *c) { iv_comdat_graba_arr_cadenas_unicode(c, "a", nullptr, 1); },
          "0A 02 6100 0C000000 00000000"},
         {"name empty", [](comdat *c) { iv_comdat_graba_byte(c, "", 7); }, "01 01 00 07"},
@@ -319,7 +314,7 @@ TEST(iv_comdat, cada_escritor_informa_una_vez_de_un_nombre_largo_y_lo_graba)
         EXPECT_INFORME(MODULO, "len < 256");
         EXPECT_SIN_INFORMES();
 
-        bytes esperado = {1, 0, 0, 0, e.tipo, 0};           // 256 in 8 bits
+        bytes esperado = {1, 0, 0, 0, e.tipo, 0}; // 256 in 8 bits
         anyade(&esperado, bytes(nombre.begin(), nombre.end()));
         esperado.push_back(0);
         bytes cabecera = contenido(c);
@@ -384,7 +379,7 @@ TEST(iv_comdat, contenedor_nulo_da_el_resultado_neutro)
     num = 55;
     EXPECT_EQ(iv_comdat_dame_arr_cadenas_unicode(nullptr, 0, &num), nullptr);
     EXPECT_EQ(num, 0u);
-    EXPECT_SIN_INFORMES();                                  // the export has made it
+    EXPECT_SIN_INFORMES(); // the export has made it
 }
 
 TEST(iv_comdat, consultas_de_un_nulo_informan_tambien_aqui)

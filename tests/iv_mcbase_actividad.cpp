@@ -11,10 +11,17 @@ TEST_F(iv_mcbase, monitor_esta_listo_con_sus_cuatro_campos)
         uint32_t msg;
         int16_t listo;
     } const casos[] = {
-        {8886, 256, 0x1234, 0xC001, 1}, {8886, 256, 0x100000000, 1, 1}, {8885, 256, 0x1234, 0xC001, 0},
-        {8887, 256, 0x1234, 0xC001, 0}, {0, 256, 0x1234, 0xC001, 0},    {8886, 255, 0x1234, 0xC001, 0},
-        {8886, 257, 0x1234, 0xC001, 0}, {8886, 1, 0x1234, 0xC001, 0},   {8886, 256, 0, 0xC001, 0},
-        {8886, 256, 0x1234, 0, 0},      {0, 0, 0, 0, 0},
+        {8886, 256, 0x1234, 0xC001, 1},
+        {8886, 256, 0x100000000, 1, 1},
+        {8885, 256, 0x1234, 0xC001, 0},
+        {8887, 256, 0x1234, 0xC001, 0},
+        {0, 256, 0x1234, 0xC001, 0},
+        {8886, 255, 0x1234, 0xC001, 0},
+        {8886, 257, 0x1234, 0xC001, 0},
+        {8886, 1, 0x1234, 0xC001, 0},
+        {8886, 256, 0, 0xC001, 0},
+        {8886, 256, 0x1234, 0, 0},
+        {0, 0, 0, 0, 0},
     };
     pon_servicio(0, "Calc");
     for (const auto &caso : casos) {
@@ -74,7 +81,7 @@ TEST_F(iv_mcbase, cada_actividad_llena_su_registro_y_se_avisa_ya_sin_el_mutex)
         esperada.u16(registro + 20, static_cast<uint16_t>(caso.indicador));
         esperada.u32(18, n + 1);
         if (n == 10)
-            esperada.ceros(en_servicio(7), 1);      // a server's withdrawal: the record names it all the same
+            esperada.ceros(en_servicio(7), 1); // a server's withdrawal: the record names it all the same
         comprueba(esperada);
 
         ASSERT_EQ(s_avisos.size(), n);
@@ -102,7 +109,7 @@ TEST_F(iv_mcbase, solo_el_servidor_que_anuncia_mete_y_saca_servicios)
         for (uint32_t tipo_actividad : {2u, 3u, 4u})
             iv_mcbase_anota_actividad(0, tipo_actividad, 1, "Calc", 0, 0);
         iv_mcbase_anota_actividad(0, 1, 0, "Calc", 0, 0);
-        comprueba(esperada);                        // an unknown service leaves no record either
+        comprueba(esperada); // an unknown service leaves no record either
         EXPECT_TRUE(s_avisos.empty());
 
         iv_mcbase_anota_actividad(0, 1, 1, "Calc", 0, 0);
@@ -141,7 +148,7 @@ TEST_F(iv_mcbase, anuncio_que_ya_no_cabe_no_deja_registro_ni_avisa)
     imagen esperada(m_bloque);
     iv_mcbase_anota_actividad(0, 1, 1, "s32", 0, 0);
     EXPECT_INFORME("iv_mcbase", "ind_datServ < iv_mcbase_NUM_MAX_SERVICIOS");
-    iv_mcbase_anota_actividad(1, 2, 1, "s32", 100, 0);      // looked up only: nothing to report
+    iv_mcbase_anota_actividad(1, 2, 1, "s32", 100, 0); // looked up only: nothing to report
     EXPECT_SIN_INFORMES();
     comprueba(esperada);
     EXPECT_TRUE(s_avisos.empty());
@@ -176,7 +183,7 @@ TEST_F(iv_mcbase, actividades_de_varios_hilos_tienen_cada_una_su_numero)
     });
     EXPECT_EQ(s_veces[0] + s_veces[64], 0);
     for (uint32_t n = 1; n <= 63; n++)
-        EXPECT_EQ(s_veces[n], 4) << n;                      // four times round
+        EXPECT_EQ(s_veces[n], 4) << n; // four times round
     EXPECT_EQ(m_bloque.u32(18), 1u);
 }
 
@@ -224,7 +231,7 @@ TEST_F(iv_mcbase, aviso_de_ronda_lleva_servicio_y_estado_en_lparam)
         bool se_manda;
     } const monitores[] = {{0x1234, 0xC001, true}, {0, 0xC001, false}, {0x1234, 0, false}, {0, 0, false}};
     for (const auto &monitor : monitores) {
-        m_bloque.pon_u64(6, monitor.hwnd);          // size and version of the block do not matter here
+        m_bloque.pon_u64(6, monitor.hwnd); // size and version of the block do not matter here
         m_bloque.pon_u32(14, monitor.msg);
         imagen esperada(m_bloque);
         s_avisos.clear();

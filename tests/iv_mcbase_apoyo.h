@@ -30,9 +30,18 @@ const char *const MUTEX = "Ivrexa_Mutex_MCB";
 constexpr uint32_t TAM_BLOQUE = 8886;
 constexpr uint8_t SUCIO = 0x5A;
 
-constexpr size_t en_actividad(uint32_t n) { return 22 + (n - 1) * 22; }
-constexpr size_t en_programa(uint32_t i) { return 1430 + i * 274; }
-constexpr size_t en_servicio(uint32_t j) { return 5814 + j * 96; }
+constexpr size_t en_actividad(uint32_t n)
+{
+    return 22 + (n - 1) * 22;
+}
+constexpr size_t en_programa(uint32_t i)
+{
+    return 1430 + i * 274;
+}
+constexpr size_t en_servicio(uint32_t j)
+{
+    return 5814 + j * 96;
+}
 
 // Where the field begins that a byte of the block belongs to.
 inline size_t campo_de(size_t despl)
@@ -53,7 +62,10 @@ inline size_t campo_de(size_t despl)
     return entrada + *(std::upper_bound(tabla->campos.begin(), tabla->campos.end(), despl - entrada) - 1);
 }
 
-inline HWND ventana_num(uint64_t n) { return reinterpret_cast<HWND>(n); }
+inline HWND ventana_num(uint64_t n)
+{
+    return reinterpret_cast<HWND>(n);
+}
 
 // The bytes that a block ought to have: a copy of it, changed at the places that a test states.
 class imagen {
@@ -93,7 +105,7 @@ inline void a_la_vez(const std::function<void(uint32_t)> &primera)
             primera(h);
         }));
     SetEvent(salida);
-    hilos.clear();                      // waits for them
+    hilos.clear(); // waits for them
     CloseHandle(salida);
 }
 
@@ -103,8 +115,8 @@ struct aviso {
     uint64_t hwnd;
     uint32_t msg;
     uint64_t wparam, lparam;
-    uint32_t sitio;         // held while it was posted
-    bool mutex_libre;       // another thread could have had the mutex
+    uint32_t sitio;   // held while it was posted
+    bool mutex_libre; // another thread could have had the mutex
 };
 
 inline std::vector<aviso> s_avisos;
@@ -115,8 +127,8 @@ inline const bloque_crudo *s_bloque = nullptr;
 
 inline BOOL WINAPI apunta_aviso(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
 {
-    s_avisos.push_back({reinterpret_cast<uint64_t>(hwnd), msg, wparam, static_cast<uint64_t>(lparam),
-                        sitio_actual(), s_mutex->libre()});
+    s_avisos.push_back({reinterpret_cast<uint64_t>(hwnd), msg, wparam, static_cast<uint64_t>(lparam), sitio_actual(),
+                        s_mutex->libre()});
     return TRUE;
 }
 
@@ -137,9 +149,9 @@ public:
     vigia_bloque(const vigia_bloque &) = delete;
     vigia_bloque &operator=(const vigia_bloque &) = delete;
 
-    const std::vector<uint32_t> &sitios() const { return m_sitios; }    // each once for a run of equal ones
-    uint32_t num_sin_mutex() const { return m_num_sin_mutex; }          // a site stood there, but free
-    const std::vector<size_t> &campos_escritos() const { return m_campos; }     // in the order of the writes
+    const std::vector<uint32_t> &sitios() const { return m_sitios; }        // each once for a run of equal ones
+    uint32_t num_sin_mutex() const { return m_num_sin_mutex; }              // a site stood there, but free
+    const std::vector<size_t> &campos_escritos() const { return m_campos; } // in the order of the writes
 
 private:
     static LONG CALLBACK al_fallar(EXCEPTION_POINTERS *excepcion);
@@ -149,7 +161,7 @@ private:
     void protege(DWORD proteccion);
 
     static vigia_bloque *s_vigia;
-    static constexpr DWORD PASO_A_PASO = 0x100;     // the trap flag
+    static constexpr DWORD PASO_A_PASO = 0x100; // the trap flag
     uint8_t *m_vista;
     DWORD m_hilo;
     void *m_manejador;
@@ -251,22 +263,20 @@ inline std::vector<llamada_monitor> s_monitor;
 inline void al_notificar(uint32_t tipo_programa, uint32_t tipo_actividad, uint16_t indicador,
                          const char *nombre_servicio, uint32_t dato1, uint32_t dato2, void *datos)
 {
-    s_monitor.push_back({"actividad", tipo_programa, tipo_actividad, indicador, nombre_servicio,
-                         nombre_servicio, dato1, dato2, nullptr, nullptr, 0, datos, GetCurrentThreadId()});
+    s_monitor.push_back({"actividad", tipo_programa, tipo_actividad, indicador, nombre_servicio, nombre_servicio, dato1,
+                         dato2, nullptr, nullptr, 0, datos, GetCurrentThreadId()});
 }
 
-inline void al_rondar_cliente(const iv_mcbase_t *mcbase, const datServ *servicio, uint32_t estado,
-                              void *datos)
+inline void al_rondar_cliente(const iv_mcbase_t *mcbase, const datServ *servicio, uint32_t estado, void *datos)
 {
-    s_monitor.push_back({"cliente", 0, 0, 0, nullptr, servicio->nombre, 0, 0, mcbase, servicio, estado, datos,
-                         GetCurrentThreadId()});
+    s_monitor.push_back(
+        {"cliente", 0, 0, 0, nullptr, servicio->nombre, 0, 0, mcbase, servicio, estado, datos, GetCurrentThreadId()});
 }
 
-inline void al_rondar_servidor(const iv_mcbase_t *mcbase, const datServ *servicio, uint32_t estado,
-                               void *datos)
+inline void al_rondar_servidor(const iv_mcbase_t *mcbase, const datServ *servicio, uint32_t estado, void *datos)
 {
-    s_monitor.push_back({"servidor", 0, 0, 0, nullptr, servicio->nombre, 0, 0, mcbase, servicio, estado,
-                         datos, GetCurrentThreadId()});
+    s_monitor.push_back(
+        {"servidor", 0, 0, 0, nullptr, servicio->nombre, 0, 0, mcbase, servicio, estado, datos, GetCurrentThreadId()});
 }
 
 inline int s_datos_monitor;
@@ -326,8 +336,8 @@ protected:
     }
 
     // A registered program, as the block shows it.
-    void pon_programa(uint32_t i, const std::string &nombre, uint64_t hwnd, uint16_t servidor = 0,
-                      uint16_t cliente = 0, uint16_t monitor = 0, uint32_t contador = 0)
+    void pon_programa(uint32_t i, const std::string &nombre, uint64_t hwnd, uint16_t servidor = 0, uint16_t cliente = 0,
+                      uint16_t monitor = 0, uint32_t contador = 0)
     {
         m_bloque.pon_texto(en_programa(i), nombre);
         m_bloque.pon_u64(en_programa(i) + 256, hwnd);

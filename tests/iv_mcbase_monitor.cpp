@@ -55,9 +55,9 @@ TEST_F(iv_mcbase_monitor_registro, mensaje_y_ventana_vienen_antes_que_el_bloque)
     };
     m_ventana->SetWindowLongPtrW = [](HWND hwnd, int indice, LONG_PTR proc) -> LONG_PTR {
         bool nuestro = proc == reinterpret_cast<LONG_PTR>(iv_mcbase_proc_monitor);
-        s_llamadas.push_back(junta({"window", std::to_string(reinterpret_cast<uintptr_t>(hwnd)),
-                                    std::to_string(indice), nuestro ? "ours" : "theirs",
-                                    std::to_string(s_bloque->u16(0)), s_mutex->libre() ? "free" : "held"}));
+        s_llamadas.push_back(
+            junta({"window", std::to_string(reinterpret_cast<uintptr_t>(hwnd)), std::to_string(indice),
+                   nuestro ? "ours" : "theirs", std::to_string(s_bloque->u16(0)), s_mutex->libre() ? "free" : "held"}));
         return 0x7777;
     };
     registra_monitor(ventana_num(0x1234));
@@ -157,9 +157,9 @@ TEST_F(iv_mcbase_monitor_registro, fin_del_monitor_borra_solo_su_ventana)
     EXPECT_EQ(proc_actual(), m_proc_antes);
     EXPECT_EQ(iv_mcbase_hay_monitor(0), 0);
 
-    registra_monitor(m_hwnd);           // and again
+    registra_monitor(m_hwnd); // and again
     EXPECT_EQ(m_bloque.u64(6), reinterpret_cast<uint64_t>(m_hwnd));
-    EXPECT_EQ(m_bloque.u16(4), 1);      // the access was open already
+    EXPECT_EQ(m_bloque.u16(4), 1); // the access was open already
 }
 
 static argumentos s_al_restaurar;
@@ -171,8 +171,7 @@ TEST_F(iv_mcbase_monitor_registro, fin_del_monitor_cierra_el_registro_y_despues_
             pon_programa(0, "otro", 0, 1);
         registra_monitor(m_hwnd);
         m_ventana->SetWindowLongPtrW = [](HWND, int, LONG_PTR) -> LONG_PTR {
-            s_al_restaurar = {std::to_string(s_bloque->u64(6)),
-                              s_mcbase_acceso != nullptr ? "open" : "closed",
+            s_al_restaurar = {std::to_string(s_bloque->u64(6)), s_mcbase_acceso != nullptr ? "open" : "closed",
                               s_programa_monitor != nullptr ? "monitor" : "none"};
             return 0;
         };
@@ -195,7 +194,7 @@ TEST_F(iv_mcbase_monitor_registro, tras_el_fin_otra_ventana_y_otras_funciones_so
     iv_mcbase_registra_monitor(otra, nullptr, al_rondar_servidor, al_rondar_cliente, &datos);
 
     EXPECT_EQ(m_bloque.u64(6), reinterpret_cast<uint64_t>(otra));
-    EXPECT_EQ(SendMessageW(m_hwnd, mensaje_monitor(), 1, 0x10000), 0);      // no longer watched
+    EXPECT_EQ(SendMessageW(m_hwnd, mensaje_monitor(), 1, 0x10000), 0); // no longer watched
     EXPECT_TRUE(s_monitor.empty());
     EXPECT_EQ(SendMessageW(otra, mensaje_monitor(), 1, 0x10000), 0);
     ASSERT_EQ(s_monitor.size(), 1u);
@@ -217,13 +216,13 @@ TEST_F(iv_mcbase_monitor_registro, con_programas_el_fin_deja_abiertos_los_maneja
     EXPECT_EQ(s_mcbase_acceso, nullptr);
     EXPECT_EQ(s_programa_monitor, nullptr);
     EXPECT_EQ(cuenta_manejadores(), manejadores);
-    EXPECT_EQ(antes->mcbase->tam_bloque, 8886);         // still mapped
+    EXPECT_EQ(antes->mcbase->tam_bloque, 8886); // still mapped
 
     EXPECT_EQ(iv_mcbase_registra_programa(0, "este", nullptr), 1);
     EXPECT_NE(s_mcbase_acceso, antes);
     EXPECT_NE(s_mcbase_acceso->mutex->mutex, antes->mutex->mutex);
     EXPECT_NE(s_mcbase_acceso->bloque->hmap, antes->bloque->hmap);
-    EXPECT_EQ(m_bloque.u16(4), 2);                      // a first open once more
+    EXPECT_EQ(m_bloque.u16(4), 2); // a first open once more
 }
 
 TEST_F(iv_mcbase_monitor_registro, sin_programas_el_fin_cierra_los_manejadores)
@@ -231,7 +230,7 @@ TEST_F(iv_mcbase_monitor_registro, sin_programas_el_fin_cierra_los_manejadores)
     registra_monitor(m_hwnd);
     uint32_t manejadores = cuenta_manejadores();
     iv_mcbase_quita_monitor();
-    EXPECT_EQ(cuenta_manejadores(), manejadores - 2);   // mutex and block
+    EXPECT_EQ(cuenta_manejadores(), manejadores - 2); // mutex and block
 }
 
 TEST_F(iv_mcbase_monitor_registro, fin_sin_monitor_ni_acceso_no_hace_nada)
@@ -271,7 +270,7 @@ TEST_F(iv_mcbase_monitor_registro, cierre_de_sesion_no_acaba_con_el_monitor_que_
     EXPECT_EQ(SendMessageW(m_hwnd, mensaje_monitor(), 1, 0x10000), 0);
     EXPECT_TRUE(s_monitor.empty());
 
-    iv_mcbase_quita_monitor();          // still in time: nobody may go on posting to the window
+    iv_mcbase_quita_monitor(); // still in time: nobody may go on posting to the window
     EXPECT_EQ(m_bloque.u64(6), 0u);
     EXPECT_EQ(m_bloque.u16(4), 1);
     EXPECT_EQ(proc_actual(), m_proc_antes);
@@ -284,16 +283,15 @@ TEST_F(iv_mcbase_monitor_registro, otros_mensajes_van_al_procedimiento_anterior)
 {
     registra_monitor(m_hwnd);
     s_programa_monitor->proc_ventana_anterior = reinterpret_cast<WNDPROC>(0x7777);
-    m_ventana->CallWindowProcW = [](WNDPROC proc, HWND hwnd, UINT msg, WPARAM wparam,
-                                    LPARAM lparam) -> LRESULT {
-        s_llamadas.push_back(junta({std::to_string(reinterpret_cast<uintptr_t>(proc)),
-                                    std::to_string(reinterpret_cast<uintptr_t>(hwnd)), std::to_string(msg),
-                                    std::to_string(wparam), std::to_string(lparam)}));
+    m_ventana->CallWindowProcW = [](WNDPROC proc, HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam) -> LRESULT {
+        s_llamadas.push_back(
+            junta({std::to_string(reinterpret_cast<uintptr_t>(proc)), std::to_string(reinterpret_cast<uintptr_t>(hwnd)),
+                   std::to_string(msg), std::to_string(wparam), std::to_string(lparam)}));
         return 0x123456789;
     };
     EXPECT_EQ(manda_al_monitor(mensaje_monitor() - 1, 5, 0x100000006), 0x123456789);
-    EXPECT_EQ(s_llamadas, (argumentos{junta({"30583", "119", std::to_string(mensaje_monitor() - 1), "5",
-                                             "4294967302"})}));
+    EXPECT_EQ(s_llamadas,
+              (argumentos{junta({"30583", "119", std::to_string(mensaje_monitor() - 1), "5", "4294967302"})}));
     s_llamadas.clear();
     for (WPARAM wparam : {0, 1, 2, 3})
         EXPECT_EQ(manda_al_monitor(mensaje_monitor(), wparam, 0), 0);
@@ -316,7 +314,7 @@ TEST_F(iv_mcbase_monitor_registro, procedimiento_que_queda_instalado_tras_el_fin
         EXPECT_EQ(manda_al_monitor(mensaje_monitor(), wparam, wparam == 0 ? 1 : 0x10000), 0);
     EXPECT_TRUE(s_monitor.empty());
     EXPECT_TRUE(s_llamadas.empty());
-    EXPECT_EQ(manda_al_monitor(WM_APP, 0, 0), 77);      // a host that has subclassed over us still calls us
+    EXPECT_EQ(manda_al_monitor(WM_APP, 0, 0), 77); // a host that has subclassed over us still calls us
     EXPECT_EQ(s_llamadas, (argumentos{std::to_string(m_proc_antes) + " 32768"}));
 }
 
@@ -332,7 +330,7 @@ TEST_F(iv_mcbase_monitor_registro, mensajes_de_verdad_de_la_ventana_llegan_a_su_
     EXPECT_TRUE(SetWindowTextW(hwnd, L"\x00e1rbol"));
     wchar_t texto[16] = L"";
     GetWindowTextW(hwnd, texto, 16);
-    EXPECT_STREQ(texto, L"\x00e1rbol");                  // a Unicode window it stays
+    EXPECT_STREQ(texto, L"\x00e1rbol"); // a Unicode window it stays
     iv_mcbase_quita_monitor();
     destruye_ventana(&hwnd);
 }
@@ -342,8 +340,7 @@ TEST_F(iv_mcbase_monitor_registro, cada_funcion_puede_faltar_sin_las_otras)
     const argumentos cuales = {"actividad", "cliente", "servidor"};
     for (uint32_t solo = 0; solo < 3; solo++) {
         SCOPED_TRACE(cuales[solo]);
-        iv_mcbase_registra_monitor(m_hwnd, solo == 0 ? al_notificar : nullptr,
-                                   solo == 1 ? al_rondar_cliente : nullptr,
+        iv_mcbase_registra_monitor(m_hwnd, solo == 0 ? al_notificar : nullptr, solo == 1 ? al_rondar_cliente : nullptr,
                                    solo == 2 ? al_rondar_servidor : nullptr, nullptr);
         pon_servicio(0, "Calc");
         iv_mcbase_anota_actividad(1, 2, 1, "Calc", 100, 0);
@@ -403,7 +400,7 @@ TEST_F(iv_mcbase_monitor_registro, actividad_llega_con_los_campos_de_su_registro
         EXPECT_EQ(s_monitor[0].texto, "Calc");
         EXPECT_EQ(s_monitor[0].datos, &s_datos_monitor);
         const uint8_t *datos = static_cast<uint8_t *>(iv_shared_datos(s_mcbase_acceso->bloque));
-        EXPECT_EQ(s_monitor[0].nombre, datos + 5814 + 31 * 96);      // the name itself, not a copy
+        EXPECT_EQ(s_monitor[0].nombre, datos + 5814 + 31 * 96); // the name itself, not a copy
     }
 }
 
@@ -412,7 +409,7 @@ TEST_F(iv_mcbase_monitor_registro, actividad_fuera_de_sus_limites_se_deja_caer)
     registra_monitor(m_hwnd);
     for (uint32_t n = 1; n <= 64; n++)
         m_bloque.pon_u32(en_actividad(n), 0);
-    m_bloque.pon_bytes(en_programa(0), std::vector<uint8_t>(16 * 274, 0));      // would be records 65 and on
+    m_bloque.pon_bytes(en_programa(0), std::vector<uint8_t>(16 * 274, 0)); // would be records 65 and on
     for (uint64_t n : {uint64_t{0}, uint64_t{65}, uint64_t{66}, uint64_t{0xFFFFFFFF}, uint64_t{0x500000000}})
         EXPECT_EQ(manda_al_monitor(mensaje_monitor(), 0, n), 0) << n;
     for (uint32_t ind : {32u, 33u, 0xFFFFFFFFu}) {
@@ -479,7 +476,7 @@ TEST_F(iv_mcbase_monitor_registro, el_monitor_lee_sin_esperar_al_mutex)
     pon_servicio(0, "Calc");
     iv_mcbase_anota_actividad(1, 2, 1, "Calc", 100, 0);
     ASSERT_TRUE(m_mutex.retiene());
-    manda_al_monitor(mensaje_monitor(), 0, 1);          // would wait for ever
+    manda_al_monitor(mensaje_monitor(), 0, 1); // would wait for ever
     manda_al_monitor(mensaje_monitor(), 1, 0x10000);
     manda_al_monitor(mensaje_monitor(), 2, 0x10000);
     m_mutex.suelta();
@@ -515,7 +512,7 @@ TEST_F(iv_mcbase_monitor_registro, avisos_de_otro_proceso_llegan_por_la_cola_de_
     EXPECT_EQ(s_monitor[0].tipo_actividad, 1u);
     EXPECT_EQ(s_monitor[0].indicador, 1u);
     EXPECT_EQ(s_monitor[0].texto, "Calc");
-    EXPECT_EQ(m_bloque.u32(22), 0u);                    // it was record 1
+    EXPECT_EQ(m_bloque.u32(22), 0u); // it was record 1
     EXPECT_EQ(m_bloque.u32(18), 2u);
     EXPECT_EQ(s_monitor[1].cual, "cliente");
     EXPECT_EQ(s_monitor[1].estado, 3u);

@@ -73,16 +73,23 @@ TEST_F(iv_mcbase, cada_operacion_escribe_sus_campos_una_vez_y_en_orden)
          [] { iv_mcbase_anota_actividad(0, 1, 0, "Lista", 0, 0); }},
         {"activity of no service", {}, [] { iv_mcbase_anota_actividad(1, 2, 1, "Lista", 100, 7); }},
         {"monitor there?", {}, [] { iv_mcbase_hay_monitor(0); }},
-        {"prefix", {}, [] { char nombre[64]; iv_mcbase_hay_servicio_registrado_empiece_por("", nombre); }},
+        {"prefix",
+         {},
+         [] {
+             char nombre[64];
+             iv_mcbase_hay_servicio_registrado_empiece_por("", nombre);
+         }},
         {"release, not empty", {}, [] { iv_mcbase_libera_si_vacio(); }},
         {"heartbeat", desde(programa_1, {270}), [] { iv_mcbase_estoy_vivo(1); }},
         {"removal", desde(programa_1, {0, 256, 264, 266, 268, 270}), [] { iv_mcbase_quita_programa(1); }},
         {"monitor", registro_de_monitor(), [] { registra_monitor(ventana_num(0x1234)); }},
-        {"monitor's messages", {}, [] {
+        {"monitor's messages",
+         {},
+         [] {
              manda_al_monitor(s_programa_monitor->msg_monitor, 0, 1);
              manda_al_monitor(s_programa_monitor->msg_monitor, 1, 0x10000);
          }},
-        {"monitor's end", {6}, [] { iv_mcbase_quita_monitor(); }},      // a program is left: the view stays
+        {"monitor's end", {6}, [] { iv_mcbase_quita_monitor(); }}, // a program is left: the view stays
     };
     iv_mcbase_abre(0, FALSO);
     for (const auto &caso : casos) {
@@ -116,7 +123,11 @@ TEST_F(iv_mcbase, con_el_mutex_tomado_no_se_espera_a_ningun_otro)
         {"command ends", [] { iv_mcbase_termina_comando(0, 100); }},
         {"client round", [&] { iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE(0, &canal); }},
         {"server round", [&] { iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO(0, &canal); }},
-        {"prefix", [] { char nombre[64]; iv_mcbase_hay_servicio_registrado_empiece_por("Te", nombre); }},
+        {"prefix",
+         [] {
+             char nombre[64];
+             iv_mcbase_hay_servicio_registrado_empiece_por("Te", nombre);
+         }},
         {"monitor", [] { registra_monitor(ventana_num(0x1234)); }},
         {"monitor there?", [] { iv_mcbase_hay_monitor(0); }},
         {"service announced", [] { iv_mcbase_anota_actividad(0, 1, 1, "Lista", 0, 0); }},

@@ -28,11 +28,14 @@ TEST_F(iv_mcbase, programa_nuevo_toma_la_primera_entrada_libre_y_conserva_su_con
 
 TEST_F(iv_mcbase, mismo_nombre_y_misma_ventana_es_el_mismo_programa_y_suma_sus_tipos)
 {
-    m_ventana->IsWindow = [](HWND) -> BOOL { ADD_FAILURE() << "nothing to ask"; return FALSE; };
+    m_ventana->IsWindow = [](HWND) -> BOOL {
+        ADD_FAILURE() << "nothing to ask";
+        return FALSE;
+    };
     pon_programa(6, "programa", 0x1234, 0, 0, 0, 77);
     imagen esperada(m_bloque);
     esperada.u16(4, 1);
-    for (uint32_t tipo : {0u, 1u, 2u, 1u}) {        // the free entries before it do not matter
+    for (uint32_t tipo : {0u, 1u, 2u, 1u}) { // the free entries before it do not matter
         EXPECT_EQ(iv_mcbase_registra_programa(tipo, "programa", ventana_num(0x1234)), 6);
         esperada.u16(en_programa(6) + 264 + 2 * tipo, 1);
         comprueba(esperada);
@@ -96,7 +99,7 @@ TEST_F(iv_mcbase, la_busqueda_sigue_tras_un_nombre_vivo_hasta_el_propio)
     pon_programa(4, "programa", 0x2222);
     pon_programa(9, "programa", 0x3333);
     EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", ventana_num(0x2222)), 4);
-    EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", ventana_num(0x4444)), 9);      // the dead one's
+    EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", ventana_num(0x4444)), 9); // the dead one's
     s_ventanas_vivas.push_back(0x4444);
     EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", ventana_num(0x5555)), 1);
 }
@@ -112,7 +115,7 @@ TEST_F(iv_mcbase, solo_se_pregunta_por_la_ventana_de_quien_tiene_el_nombre)
     pon_programa(2, "programa", 200);
     pon_programa(3, "programa", 300);
     EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", nullptr), 0);
-    EXPECT_TRUE(s_llamadas.empty());                    // who has no window takes nobody's place
+    EXPECT_TRUE(s_llamadas.empty()); // who has no window takes nobody's place
     EXPECT_EQ(iv_mcbase_registra_programa(0, "programa", ventana_num(400)), 4);
     EXPECT_EQ(s_llamadas, (argumentos{"0 7", "200 7", "300 7"}));
 }
@@ -150,7 +153,7 @@ TEST_F(iv_mcbase, nombre_de_programa_guarda_255_caracteres)
     EXPECT_EQ(iv_mcbase_registra_programa(0, justo.c_str(), nullptr), 0);
     EXPECT_EQ(iv_mcbase_registra_programa(0, largo.c_str(), nullptr), 1);
     espera_programa_nuevo(&esperada, 1, largo.substr(0, 255), 0, 0);
-    EXPECT_EQ(iv_mcbase_registra_programa(0, largo.c_str(), nullptr), 2);   // what was kept is another name
+    EXPECT_EQ(iv_mcbase_registra_programa(0, largo.c_str(), nullptr), 2); // what was kept is another name
     espera_programa_nuevo(&esperada, 2, largo.substr(0, 255), 0, 0);
     EXPECT_EQ(iv_mcbase_registra_programa(0, largo.substr(0, 255).c_str(), nullptr), 1);
     comprueba(esperada);
@@ -168,7 +171,7 @@ TEST_F(iv_mcbase, programa_17_se_informa_y_no_escribe_nada)
     EXPECT_INFORME("iv_mcbase", "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS");
     comprueba(esperada);
 
-    EXPECT_EQ(iv_mcbase_registra_programa(1, "p15", ventana_num(0x1111)), 15);  // who is there needs no place
+    EXPECT_EQ(iv_mcbase_registra_programa(1, "p15", ventana_num(0x1111)), 15); // who is there needs no place
     EXPECT_EQ(iv_mcbase_registra_programa(1, "p7", ventana_num(0x2222)), 7);
     esperada.u16(en_programa(15) + 266, 1);
     esperada.u16(en_programa(7) + 266, 1);
@@ -223,7 +226,7 @@ TEST_F(iv_mcbase, quitar_un_indice_de_16_o_mas_o_sin_acceso_no_hace_nada)
     iv_mcbase_quita_programa(16);
     iv_mcbase_quita_programa(65535);
     comprueba(esperada);
-    EXPECT_NE(s_mcbase_acceso, nullptr);        // not even released, though it is empty
+    EXPECT_NE(s_mcbase_acceso, nullptr); // not even released, though it is empty
     iv_mcbase_quita_programa(3);
     EXPECT_EQ(s_mcbase_acceso, nullptr);
 }
@@ -246,8 +249,8 @@ TEST_F(iv_mcbase, latido_cuenta_uno_tras_dos_segundos_y_para_sin_entrada)
     imagen esperada(m_bloque);
     esperada.u32(en_programa(3) + 270, 42);
     esperada.u32(en_programa(15) + 270, 0);
-    i_free(i_malloc(1));                            // who beats has a heap; without one it would stop
-    const uint16_t ids[] = {3, 15, 16, 65535};      // each beat sleeps 2 s, so all of them at once
+    i_free(i_malloc(1));                       // who beats has a heap; without one it would stop
+    const uint16_t ids[] = {3, 15, 16, 65535}; // each beat sleeps 2 s, so all of them at once
     int16_t paradas[4] = {7, 7, 7, 7};
     uint64_t ms[4] = {};
     std::vector<std::unique_ptr<hilo>> hilos;
@@ -257,16 +260,16 @@ TEST_F(iv_mcbase, latido_cuenta_uno_tras_dos_segundos_y_para_sin_entrada)
             paradas[h] = iv_mcbase_estoy_vivo(ids[h]);
             ms[h] = GetTickCount64() - inicio;
         }));
-    hilos.clear();                                  // waits for them
+    hilos.clear(); // waits for them
 
     const int16_t esperadas[4] = {0, 0, 1, 1};
     for (uint32_t h = 0; h < 4; h++) {
         EXPECT_EQ(paradas[h], esperadas[h]) << ids[h];
-        EXPECT_GE(ms[h], 1980u) << ids[h];          // the tick count is coarse
+        EXPECT_GE(ms[h], 1980u) << ids[h]; // the tick count is coarse
         EXPECT_LT(ms[h], 8000u) << ids[h];
     }
     comprueba(esperada);
-    EXPECT_NE(s_mcbase_acceso, nullptr);            // opened for it, without counting as a registration
+    EXPECT_NE(s_mcbase_acceso, nullptr); // opened for it, without counting as a registration
 }
 
 TEST_F(iv_mcbase, latido_para_cuando_la_sesion_se_ha_cerrado)
@@ -290,7 +293,7 @@ PAPEL(latido_con_traza)
     traza.borra();
     yo.di("LISTO");
     hilo latido([] { iv_mcbase_estoy_vivo(16); });
-    EXPECT_FALSE(traza.espera("ESTOY VIVO", 1500));     // the record follows the sleep
+    EXPECT_FALSE(traza.espera("ESTOY VIVO", 1500)); // the record follows the sleep
     EXPECT_TRUE(latido.acaba(10000));
     EXPECT_EQ(enmascara_tiempos(traza.texto()), "\n*** <t>:  ESTOY VIVO 16\n");
     traza.borra();
@@ -314,9 +317,9 @@ static void con_latido_seguido(const std::function<void()> &trabajo)
     importacion_cambiada<decltype(&Sleep)> cambio(__imp_Sleep, [](DWORD ms) {
         if (ms < 1000)
             return duerme(ms);
-        s_llamadas.push_back(junta({std::to_string(ms), std::to_string(sitio_actual()),
-                                    s_mutex->libre() ? "free" : "held",
-                                    std::to_string(s_bloque->u32(en_programa(4) + 270))}));
+        s_llamadas.push_back(
+            junta({std::to_string(ms), std::to_string(sitio_actual()), s_mutex->libre() ? "free" : "held",
+                   std::to_string(s_bloque->u32(en_programa(4) + 270))}));
     });
     trabajo();
 }

@@ -69,7 +69,7 @@ TEST_F(iv_mcbase, busqueda_alta_y_baja_dejan_el_mutex_a_quien_llama)
 {
     iv_mcbase_vista *mcbase = vista();
     ASSERT_TRUE(m_mutex.retiene());
-    EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, mcbase, "Calc"), 0u);     // would wait for ever
+    EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, mcbase, "Calc"), 0u); // would wait for ever
     EXPECT_EQ(iv_mcbase_busca_servicio(mcbase, "Calc", nullptr), 0u);
     EXPECT_EQ(iv_mcbase_quita_servicio(0, mcbase, "Calc"), 0u);
     m_mutex.suelta();
@@ -95,7 +95,7 @@ TEST_F(iv_mcbase, nombre_de_servicio_guarda_63_caracteres)
     EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, vista(), justo.c_str()), 0u);
     EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, vista(), justo.c_str()), 0u);
     EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, vista(), largo.c_str()), 1u);
-    EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, vista(), largo.c_str()), 2u);    // kept was another name
+    EXPECT_EQ(iv_mcbase_busca_o_anyade_servicio(0, vista(), largo.c_str()), 2u); // kept was another name
     esperada.texto(en_servicio(0), justo);
     esperada.texto(en_servicio(1), largo.substr(0, 63));
     esperada.texto(en_servicio(2), largo.substr(0, 63));
@@ -178,7 +178,7 @@ TEST_F(iv_mcbase, cliente_de_servicio_borra_los_16_bytes_desde_80_y_el_ultimo_qu
     esperada.u16(en_servicio(4) + 66, 5);
     comprueba(esperada);
 
-    iv_mcbase_registra_cliente_de_servicio(16, "Nuevo", &ind);      // 16 is no program: it has no entry
+    iv_mcbase_registra_cliente_de_servicio(16, "Nuevo", &ind); // 16 is no program: it has no entry
     EXPECT_EQ(ind, 0u);
     esperada.texto(en_servicio(0), "Nuevo");
     esperada.u16(en_servicio(0) + 66, 16);
@@ -221,7 +221,7 @@ TEST_F(iv_mcbase, comando_en_curso_se_marca_y_se_quita)
     comprueba(esperada);
 
     m_bloque.pon_u32(en_servicio(31) + 76, 5);
-    iv_mcbase_termina_comando(31, 999);             // whichever it is
+    iv_mcbase_termina_comando(31, 999); // whichever it is
     esperada.u32(en_servicio(31) + 80, 0);
     comprueba(esperada);
 
@@ -244,9 +244,9 @@ TEST_F(iv_mcbase, prefijo_halla_el_primer_servicio_que_empieza_asi)
     struct {
         std::string prefijo, hallado;
     } const casos[] = {
-        {"Calc", "Calculo"},            // the lowest index, though another is equal
+        {"Calc", "Calculo"}, // the lowest index, though another is equal
         {"Calculo", "Calculo"},
-        {"", "Calculo"},                // the first entry in use
+        {"", "Calculo"}, // the first entry in use
         {"T", "Texto"},
         {"Texto", "Texto"},
         {"Texto2", "-"},
@@ -281,7 +281,7 @@ TEST_F(iv_mcbase, prefijo_sin_servicios_no_halla_nada_ni_el_vacio)
 
 TEST_F(iv_mcbase, nombre_de_servicio_sin_final_se_copia_acotado)
 {
-    m_bloque.pon_bytes(en_servicio(31), std::vector<uint8_t>(96, 'A'));     // to the end of the block
+    m_bloque.pon_bytes(en_servicio(31), std::vector<uint8_t>(96, 'A')); // to the end of the block
     char marco[66];
     memset(marco, '#', sizeof marco);
     EXPECT_EQ(iv_mcbase_hay_servicio_registrado_empiece_por("AAA", marco + 1), 1);

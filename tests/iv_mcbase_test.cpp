@@ -135,16 +135,15 @@ TEST_F(iv_mcbase_nuevo, cerrar_suelta_el_mutex_y_despues_el_bloque)
                 s_llamadas.push_back(h == mutex ? "mutex" : "block");
             return cierra(h);
         });
-        importacion_cambiada<decltype(&UnmapViewOfFile)> desmapa(
-            __imp_UnmapViewOfFile, [](LPCVOID v) -> BOOL {
-                if (v == vista)
-                    s_llamadas.push_back("view");
-                return quita_vista(v);
-            });
+        importacion_cambiada<decltype(&UnmapViewOfFile)> desmapa(__imp_UnmapViewOfFile, [](LPCVOID v) -> BOOL {
+            if (v == vista)
+                s_llamadas.push_back("view");
+            return quita_vista(v);
+        });
         iv_mcbase_quita_programa(0);
     }
     EXPECT_EQ(s_llamadas, (argumentos{"mutex", "view", "block"}));
-    EXPECT_EQ(bloques_vivos(), vivos);      // the access record and all that hung on it
+    EXPECT_EQ(bloques_vivos(), vivos); // the access record and all that hung on it
 }
 
 TEST_F(iv_mcbase_nuevo, liberar_un_registro_sin_programas_lo_cierra)
@@ -157,7 +156,7 @@ TEST_F(iv_mcbase_nuevo, liberar_un_registro_sin_programas_lo_cierra)
     EXPECT_EQ(s_mcbase_acceso, nullptr);
     EXPECT_FALSE(existe_bloque(BLOQUE));
     EXPECT_FALSE(existe_mutex(MUTEX));
-    iv_mcbase_libera_si_vacio();        // nothing is open now, and nothing is opened for it
+    iv_mcbase_libera_si_vacio(); // nothing is open now, and nothing is opened for it
     EXPECT_FALSE(existe_bloque(BLOQUE));
 }
 
@@ -179,7 +178,7 @@ TEST_F(iv_mcbase_nuevo, bloque_nuevo_solo_cuando_todos_lo_han_cerrado)
     EXPECT_EQ(manda(uno, "REGISTRA|uno"), "0|open|1");
     EXPECT_EQ(manda(otro, "ABRE"), "0|open|1");
 
-    EXPECT_EQ(manda(uno, "QUITA|0"), "0|closed|-");     // the last program of all, but another has it open
+    EXPECT_EQ(manda(uno, "QUITA|0"), "0|closed|-"); // the last program of all, but another has it open
     EXPECT_TRUE(existe_bloque(BLOQUE));
     EXPECT_EQ(manda(uno, "REGISTRA|uno"), "0|open|2");
 
@@ -197,7 +196,7 @@ TEST_F(iv_mcbase_nuevo, cada_proceso_se_cuenta_una_vez)
     EXPECT_EQ(manda(uno, "REGISTRA|b"), "1|open|1");
     EXPECT_EQ(manda(mudo, "ABRE"), "0|open|1");
     EXPECT_EQ(manda(otro, "REGISTRA|c"), "2|open|2");
-    EXPECT_EQ(manda(mudo, "REGISTRA|d"), "3|open|2");   // it was open already
+    EXPECT_EQ(manda(mudo, "REGISTRA|d"), "3|open|2"); // it was open already
 }
 
 TEST_F(iv_mcbase_nuevo, mutex_se_abre_una_vez_cuando_el_bloque_es_nuevo)
@@ -297,15 +296,11 @@ PAPEL(bloque_raro)
 TEST_F(iv_mcbase_nuevo, bloque_pequenyo_o_de_cabecera_falsa_no_se_abre)
 {
     const std::vector<argumentos> casos = {
-        {"8886", "8886", "open"},
-        {"20000", "20000", "open"},
-        {"8886", "4294967295", "open"},         // cut to what the view holds, which is enough
-        {"8886", "8885", "closed"},
-        {"8886", "0", "closed"},
-        {"100", "100", "closed"},
-        {"100", "8886", "closed"},              // a view of one page
-        {"4092", "4294967295", "closed"},
-        {"8184", "8886", "closed"},             // two pages
+        {"8886", "8886", "open"},         {"20000", "20000", "open"},
+        {"8886", "4294967295", "open"}, // cut to what the view holds, which is enough
+        {"8886", "8885", "closed"},       {"8886", "0", "closed"},
+        {"100", "100", "closed"},         {"100", "8886", "closed"},  // a view of one page
+        {"4092", "4294967295", "closed"}, {"8184", "8886", "closed"}, // two pages
     };
     for (const argumentos &caso : casos) {
         SCOPED_TRACE(caso[0] + " bytes, header " + caso[1]);
@@ -370,7 +365,7 @@ TEST_F(iv_mcbase, apertura_da_siempre_el_mismo_acceso_sea_cual_sea_el_tipo)
     EXPECT_EQ(iv_mcbase_abre(2, FALSO), acceso);
     EXPECT_EQ(iv_mcbase_abre(77, CIERTO), acceso);
     EXPECT_EQ(static_cast<const volatile void *>(acceso->mcbase), iv_shared_datos(acceso->bloque));
-    EXPECT_EQ(m_bloque.u16(4), 0);      // the first open did not register
+    EXPECT_EQ(m_bloque.u16(4), 0); // the first open did not register
 }
 
 TEST_F(iv_mcbase, apertura_no_toca_un_bloque_que_ya_estaba)
@@ -403,7 +398,11 @@ TEST_F(iv_mcbase, solo_los_registros_de_programa_de_cliente_y_de_monitor_cuentan
         {"monitor", 1, [] { registra_monitor(ventana_num(0x1234)); }},
         {"monitor there?", 0, [] { iv_mcbase_hay_monitor(0); }},
         {"activity", 0, [] { iv_mcbase_anota_actividad(0, 1, 1, "Calc", 0, 0); }},
-        {"prefix", 0, [] { char nombre[64]; iv_mcbase_hay_servicio_registrado_empiece_por("x", nombre); }},
+        {"prefix", 0,
+         [] {
+             char nombre[64];
+             iv_mcbase_hay_servicio_registrado_empiece_por("x", nombre);
+         }},
         {"command begins", 0, [] { iv_mcbase_inicia_comando(0, 100); }},
         {"command ends", 0, [] { iv_mcbase_termina_comando(0, 100); }},
     };
@@ -414,7 +413,7 @@ TEST_F(iv_mcbase, solo_los_registros_de_programa_de_cliente_y_de_monitor_cuentan
         caso.operacion();
         ASSERT_NE(s_mcbase_acceso, nullptr);
         EXPECT_EQ(m_bloque.u16(4), 500 + caso.cuenta);
-        iv_mcbase_registra_programa(1, "programa", nullptr);    // the access is made already: counts nothing
+        iv_mcbase_registra_programa(1, "programa", nullptr); // the access is made already: counts nothing
         EXPECT_EQ(m_bloque.u16(4), 500 + caso.cuenta);
         if (s_programa_monitor != nullptr)
             iv_mcbase_quita_monitor();
@@ -426,8 +425,7 @@ TEST_F(iv_mcbase, rondas_abren_el_registro_sin_contar)
 {
     pon_servicio(0, "Calc");
     iv_mcserv_t canal = {};
-    for (auto ronda : {iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE,
-                       iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO}) {
+    for (auto ronda : {iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE, iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO}) {
         m_bloque.pon_u16(4, 500);
         EXPECT_EQ(ronda(0, &canal), 0);
         EXPECT_NE(s_mcbase_acceso, nullptr);
@@ -447,7 +445,7 @@ TEST_F(iv_mcbase, num_registros_da_la_vuelta_a_los_16_bits)
 TEST_F(iv_mcbase, num_registros_se_cuenta_sin_esperar_al_mutex)
 {
     ASSERT_TRUE(m_mutex.retiene());
-    EXPECT_NE(iv_mcbase_abre(0, CIERTO), nullptr);      // would wait for ever
+    EXPECT_NE(iv_mcbase_abre(0, CIERTO), nullptr); // would wait for ever
     EXPECT_EQ(m_bloque.u16(4), 1);
     m_mutex.suelta();
 }
@@ -467,8 +465,8 @@ TEST_F(iv_mcbase, mutex_es_el_del_mismo_nombre_que_ya_tenia_otro)
 
 TEST_F(iv_mcbase, mutex_se_abre_dos_veces_cuando_bloque_y_mutex_ya_estaban)
 {
-    EXPECT_EQ(llamadas_al_abrir(), (argumentos{"block|Ivrexa_MCB|8890", "mutex|Ivrexa_Mutex_MCB|0",
-                                               "mutex|Ivrexa_Mutex_MCB|0"}));
+    EXPECT_EQ(llamadas_al_abrir(),
+              (argumentos{"block|Ivrexa_MCB|8890", "mutex|Ivrexa_Mutex_MCB|0", "mutex|Ivrexa_Mutex_MCB|0"}));
 }
 
 TEST_F(iv_mcbase, sin_bloque_o_sin_vista_no_hay_registro_y_la_siguiente_vez_se_intenta_de_nuevo)
@@ -476,8 +474,7 @@ TEST_F(iv_mcbase, sin_bloque_o_sin_vista_no_hay_registro_y_la_siguiente_vez_se_i
     imagen esperada(m_bloque);
     {
         importacion_cambiada<decltype(&CreateFileMappingA)> cambio(
-            __imp_CreateFileMappingA,
-            [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCSTR) -> HANDLE {
+            __imp_CreateFileMappingA, [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD, DWORD, LPCSTR) -> HANDLE {
                 SetLastError(ERROR_ACCESS_DENIED);
                 return nullptr;
             });
@@ -501,13 +498,13 @@ TEST_F(iv_mcbase, sin_bloque_o_sin_vista_no_hay_registro_y_la_siguiente_vez_se_i
 
 TEST_F(iv_mcbase, sin_mutex_se_informa_en_cada_paso_y_se_sigue)
 {
-    i_free(i_malloc(1));                    // the heap's own mutex is not refused
+    i_free(i_malloc(1)); // the heap's own mutex is not refused
     {
-        importacion_cambiada<decltype(&CreateMutexA)> cambio(
-            __imp_CreateMutexA, [](LPSECURITY_ATTRIBUTES, BOOL, LPCSTR) -> HANDLE {
-                SetLastError(ERROR_ACCESS_DENIED);
-                return nullptr;
-            });
+        importacion_cambiada<decltype(&CreateMutexA)> cambio(__imp_CreateMutexA,
+                                                             [](LPSECURITY_ATTRIBUTES, BOOL, LPCSTR) -> HANDLE {
+                                                                 SetLastError(ERROR_ACCESS_DENIED);
+                                                                 return nullptr;
+                                                             });
         EXPECT_NE(iv_mcbase_abre(0, FALSO), nullptr);
     }
     EXPECT_INFORME("iv_mutex", "(mutex) != 0");
@@ -559,7 +556,12 @@ TEST_F(iv_mcbase, cada_operacion_toca_el_bloque_solo_bajo_el_mutex_y_en_su_sitio
         {"monitor", {2}, [] { registra_monitor(ventana_num(0x1234)); }},
         {"monitor there?", {4}, [] { iv_mcbase_hay_monitor(0); }},
         {"activity", {5}, [] { iv_mcbase_anota_actividad(0, 1, 1, "Calc", 0, 0); }},
-        {"prefix", {6}, [] { char nombre[64]; iv_mcbase_hay_servicio_registrado_empiece_por("Ca", nombre); }},
+        {"prefix",
+         {6},
+         [] {
+             char nombre[64];
+             iv_mcbase_hay_servicio_registrado_empiece_por("Ca", nombre);
+         }},
         {"program", {7}, [] { iv_mcbase_registra_programa(2, "programa", nullptr); }},
         {"client", {8}, [] { iv_mcbase_registra_cliente_de_servicio(0, "Calc", nullptr); }},
         {"server", {9}, [] { iv_mcbase_registra_servidor_de_servicio(0, "Calc", nullptr); }},
@@ -567,7 +569,7 @@ TEST_F(iv_mcbase, cada_operacion_toca_el_bloque_solo_bajo_el_mutex_y_en_su_sitio
         {"command ends", {11}, [] { iv_mcbase_termina_comando(0, 100); }},
         {"client round", {12}, [&] { iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE(0, &canal); }},
         {"server round", {13}, [&] { iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO(0, &canal); }},
-        {"heartbeat", {14}, [] { iv_mcbase_estoy_vivo(0); }},           // waits 2 s
+        {"heartbeat", {14}, [] { iv_mcbase_estoy_vivo(0); }}, // waits 2 s
         {"monitor's message", {0}, [] { manda_al_monitor(s_programa_monitor->msg_monitor, 0, 1); }},
         {"monitor's round message", {}, [] { manda_al_monitor(s_programa_monitor->msg_monitor, 1, 40); }},
         {"removal", {15, 1}, [] { iv_mcbase_quita_programa(0); }},
@@ -593,7 +595,7 @@ TEST_F(iv_mcbase, cierre_de_sesion_cierra_el_acceso_y_el_siguiente_registro_vuel
 
     EXPECT_EQ(s_mcbase_acceso, nullptr);
     EXPECT_EQ(s_LocalHeap, nullptr);
-    EXPECT_EQ(m_bloque.texto(en_programa(0), 256), "programa");     // not this process's to clear
+    EXPECT_EQ(m_bloque.texto(en_programa(0), 256), "programa"); // not this process's to clear
     EXPECT_EQ(iv_mcbase_registra_programa(0, "otro", nullptr), 1);
     EXPECT_EQ(m_bloque.u16(4), 2);
 }
@@ -610,7 +612,7 @@ TEST_F(iv_mcbase, cierre_espera_a_la_operacion_de_otro_hilo)
     s_acabado = false;
     m_ventana->PostMessageW = [](HWND, UINT, WPARAM, LPARAM) -> BOOL {
         SetEvent(s_dentro);
-        Sleep(100);                     // well below the bound of the closing thread's wait
+        Sleep(100); // well below the bound of the closing thread's wait
         s_acabado = true;
         return TRUE;
     };

@@ -30,8 +30,7 @@
 
 // Offsets in the channel's data.
 constexpr size_t C_TAM = 0, C_VERSION = 2, C_ESTADO_COMANDO = 4, C_RESULTADO = 8, C_SIGUIENTE = 12;
-constexpr size_t C_HWND_SERVIDOR = 16, C_MSG = 24, C_TERMINADO = 28, C_ESTADO_SERVIDOR = 30,
-                 C_ID_RESULTADO = 34;
+constexpr size_t C_HWND_SERVIDOR = 16, C_MSG = 24, C_TERMINADO = 28, C_ESTADO_SERVIDOR = 30, C_ID_RESULTADO = 34;
 constexpr size_t C_SERV_64 = 38, C_SERV_256 = 166, C_SERV2_256 = 678;
 constexpr size_t C_HWND_CLIENTE = 1190, C_OCUPACION = 1198, C_ID_COMANDO = 1202, C_ID_ENTRADA = 1206;
 constexpr size_t C_CLIENTE_64 = 1210, C_CLIENTE_256 = 1338, C_CLIENTE2_256 = 1850, C_BUZON = 2362;
@@ -40,8 +39,7 @@ constexpr uint32_t TAM_CANAL = 2378;
 // Offsets in the registry's data, in one program's entry and in one service's.
 constexpr size_t R_HWND_MONITOR = 6, R_MSG_MONITOR = 14, R_ACTIVIDAD_SIGUIENTE = 18;
 constexpr size_t P_CONTADOR_VIVO = 270;
-constexpr size_t S_PROGRAMA_SERVIDOR = 64, S_PROGRAMA_CLIENTE = 66, S_BUCLE_SERVIDOR = 68,
-                 S_VIVO_CLIENTE = 76;
+constexpr size_t S_PROGRAMA_SERVIDOR = 64, S_PROGRAMA_CLIENTE = 66, S_BUCLE_SERVIDOR = 68, S_VIVO_CLIENTE = 76;
 constexpr size_t S_EN_CURSO = 80, S_BUCLE_CLIENTE = 84, S_VUELTAS_CLIENTE = 88;
 
 constexpr size_t en_programa(size_t i, size_t campo)
@@ -78,10 +76,7 @@ void pon(std::vector<uint8_t> *bytes, size_t despl, numero valor)
 // A named mutex that the calling thread holds.
 class cerrojo_con_nombre {
 public:
-    explicit cerrojo_con_nombre(const std::string &nombre)
-        : m_mutex(CreateMutexA(nullptr, FALSE, nombre.c_str()))
-    {
-    }
+    explicit cerrojo_con_nombre(const std::string &nombre) : m_mutex(CreateMutexA(nullptr, FALSE, nombre.c_str())) {}
     ~cerrojo_con_nombre()
     {
         suelta();
@@ -147,7 +142,7 @@ inline double ahora_ms()
     return 1000.0 * static_cast<double>(cuenta.QuadPart) / static_cast<double>(frecuencia.QuadPart);
 }
 
-constexpr double RONDA_MINIMA_MS = 84;    // 100 less one tick of the system, by which a sleep may end early
+constexpr double RONDA_MINIMA_MS = 84; // 100 less one tick of the system, by which a sleep may end early
 
 // ---- The window system, overheard
 
@@ -164,8 +159,7 @@ struct mensaje {
 
 inline void PrintTo(const mensaje &m, std::ostream *salida)
 {
-    *salida << "{hwnd " << m.hwnd << ", msg " << m.msg << ", wParam " << m.wparam << ", lParam " << m.lparam
-            << "}";
+    *salida << "{hwnd " << m.hwnd << ", msg " << m.msg << ", wParam " << m.wparam << ", lParam " << m.lparam << "}";
 }
 
 // Takes the place of the calls that go to other programs, and keeps what they were given.
@@ -182,7 +176,7 @@ public:
     ~espia() { s_espia = nullptr; }
 
     std::vector<mensaje> publicados, enviados;
-    std::string orden;    // "F<hwnd> " brought to the front, "A " asked for the active, "S " sent
+    std::string orden; // "F<hwnd> " brought to the front, "A " asked for the active, "S " sent
     HWND activa = nullptr;
     std::function<void(const mensaje &)> al_publicar;
     std::function<LRESULT(const mensaje &)> al_enviar;
@@ -276,14 +270,12 @@ inline bool empieza_por(const std::string &texto, const std::string &parte)
 
 inline bool acaba_en(const std::string &texto, const std::string &parte)
 {
-    return texto.size() >= parte.size() &&
-           texto.compare(texto.size() - parte.size(), parte.size(), parte) == 0;
+    return texto.size() >= parte.size() && texto.compare(texto.size() - parte.size(), parte.size(), parte) == 0;
 }
 
 inline std::string apertura_inicio(const char *servicio, uint32_t id_comando, uint32_t id_entrada)
 {
-    return std::string("\n*** <t>:  INICIO COMANDO ") + servicio +
-           " id_comando: " + std::to_string(id_comando) +
+    return std::string("\n*** <t>:  INICIO COMANDO ") + servicio + " id_comando: " + std::to_string(id_comando) +
            "\n    Datos de entrada\n    id_bloque_MCCom_entrada = " + std::to_string(id_entrada) + "\n";
 }
 
@@ -297,7 +289,7 @@ inline std::string apertura_fin(const char *servicio, uint32_t id_comando)
 
 class prueba_mcserv : public ::testing::Test {
 protected:
-    prueba_mcserv() { activa_traza(); }    // before the first trace call of the process
+    prueba_mcserv() { activa_traza(); } // before the first trace call of the process
 
     void TearDown() override
     {
@@ -361,20 +353,15 @@ struct orden {
     uint32_t ejecuta(const char *servicio)
     {
         hilo = GetCurrentThreadId();
-        resultado =
-            iv_mcserv_ejecuta_comando(servicio, id_comando, opciones, id_entrada, textos[0], textos[1],
-                                      textos[2], &id_resultado, &salidas[0], &salidas[1], &salidas[2]);
+        resultado = iv_mcserv_ejecuta_comando(servicio, id_comando, opciones, id_entrada, textos[0], textos[1],
+                                              textos[2], &id_resultado, &salidas[0], &salidas[1], &salidas[2]);
         return resultado;
     }
 
-    bool textos_nulos() const
-    {
-        return salidas[0] == nullptr && salidas[1] == nullptr && salidas[2] == nullptr;
-    }
+    bool textos_nulos() const { return salidas[0] == nullptr && salidas[1] == nullptr && salidas[2] == nullptr; }
     bool sin_tocar() const
     {
-        return id_resultado == 55555 && salidas[0] == SIN_TOCAR && salidas[1] == SIN_TOCAR &&
-               salidas[2] == SIN_TOCAR;
+        return id_resultado == 55555 && salidas[0] == SIN_TOCAR && salidas[1] == SIN_TOCAR && salidas[2] == SIN_TOCAR;
     }
 };
 
@@ -385,7 +372,7 @@ struct paso {
     uint32_t valor;
 };
 
-constexpr size_t VUELTAS = 100000;    // a paso's campo: the count of the client's rounds in the registry
+constexpr size_t VUELTAS = 100000; // a paso's campo: the count of the client's rounds in the registry
 
 // This process is a client of the service, through its registration. The channel shows a server in wait,
 // program 15.
@@ -434,7 +421,7 @@ protected:
     void TearDown() override
     {
         desbloquea_llamadas();
-        llamadas.clear();    // waits for them
+        llamadas.clear(); // waits for them
         registro.reset();
         if (mcb) {
             quita_monitor(&*mcb);
@@ -442,7 +429,7 @@ protected:
             mcb->pon_u32(en_programa(15, P_CONTADOR_VIVO), 0);
         }
         mcb.reset();
-        if (s_programa != nullptr)    // ended early, so that the close need not wait for it
+        if (s_programa != nullptr) // ended early, so that the close need not wait for it
             s_programa->servicios_solicitados[0].terminar_hilo_cliente = 1;
         iv_reg_cierra_sesion();
         prueba_mcserv::TearDown();
@@ -524,7 +511,7 @@ protected:
     std::optional<cerrojo_con_nombre> registro;
     std::optional<bloque_crudo> canal, mcb;
     uint32_t ind = 32;
-    std::deque<orden> ordenes;    // a deque does not move them
+    std::deque<orden> ordenes; // a deque does not move them
     std::vector<std::unique_ptr<tarea>> llamadas;
 };
 

@@ -5,7 +5,7 @@
 
 namespace {
 
-const char *const HEX_UN_ULONG = "01000000 03 02 6e00 2a000000";    // one value: ulong "n" = 42
+const char *const HEX_UN_ULONG = "01000000 03 02 6e00 2a000000"; // one value: ulong "n" = 42
 
 class iv_mcserv_datos : public iv_mcserv_canal {
 protected:
@@ -19,7 +19,7 @@ protected:
     comdat *lee(uint32_t id) { return iv_mcserv_lee_datos_entrada(servicio, bloque, id); }
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_datos, guardar_crea_el_bloque_con_el_contenido_justo)
 {
@@ -68,7 +68,7 @@ TEST_F(iv_mcserv_datos, entrada_se_entrega_una_sola_vez)
     EXPECT_INFORME("iv_mcserv", "mcserv->id_bloque_MCCom_entrada == id_bloque_MCCom_entrada");
     EXPECT_SIN_INFORMES();
     iv_comdat_destruye(datos);
-    EXPECT_TRUE(existe_bloque(nombre_MCCom(servicio, 100).c_str()));    // the reader keeps it
+    EXPECT_TRUE(existe_bloque(nombre_MCCom(servicio, 100).c_str())); // the reader keeps it
     iv_comdat_destruye(entrada);
 }
 

@@ -22,7 +22,7 @@ void lanza()
     RaiseException(CODIGO, 0, 0, nullptr);
 }
 
-}
+} // namespace
 
 class iv_mcserv_excepcion : public iv_mcserv_orden {
 protected:
@@ -65,7 +65,7 @@ TEST_F(iv_mcserv_excepcion, con_el_mutex_tomado_lo_suelta_con_el_canal)
     size_t antes = bloques_vivos();
     {
         espia oido;
-        oido.al_traer = [&] {                   // behind the answer, with site 17 held
+        oido.al_traer = [&] { // behind the answer, with site 17 held
             if (canal->u32(C_RESULTADO) == 1)
                 lanza();
         };
@@ -98,7 +98,8 @@ TEST_F(iv_mcserv_excepcion, sin_haber_reclamado_deja_la_ocupacion_ajena)
     comprueba_entero(antes);
 }
 
-// A real server without a window, in this very program: the receipt that it waits for comes all the same, and no report.
+// A real server without a window, in this very program: the receipt that it waits for comes all the same, and no
+// report.
 TEST_F(iv_mcserv_excepcion, servidor_sin_ventana_que_ha_ejecutado_recibe_su_acuse)
 {
     static int s_ejecutados;
@@ -112,7 +113,7 @@ TEST_F(iv_mcserv_excepcion, servidor_sin_ventana_que_ha_ejecutado_recibe_su_acus
     ASSERT_TRUE(espera_hasta([&] { return registro_real.u32(latido) > 0; }, 10000));
     {
         espia oido;
-        oido.al_traer = [] { lanza(); };        // behind the answer, with site 18 held
+        oido.al_traer = [] { lanza(); }; // behind the answer, with site 18 held
         orden o;
         o.opciones = ivrexa_ventana_DEVUELVE_FOCO;
         ASSERT_TRUE(la_orden_acaba_en_excepcion(&o, servicio));

@@ -16,7 +16,7 @@ TEST_F(iv_mcserv_canal, servidor_con_ventana_termina_por_su_mensaje)
     EXPECT_EQ(oido.publicados, (std::vector<mensaje>{{0x1122334455667788, 0xC123, 1, 0}}));
     EXPECT_TRUE(oido.enviados.empty());
     EXPECT_TRUE(bytes_iguales(antes, canal.bytes(0, TAM_CANAL)));
-    EXPECT_EQ(traza.texto().find("COMANDO"), std::string::npos);    // no command is run
+    EXPECT_EQ(traza.texto().find("COMANDO"), std::string::npos); // no command is run
 }
 
 TEST_F(iv_mcserv_orden, servidor_sin_ventana_termina_por_la_orden_1)
@@ -31,7 +31,7 @@ TEST_F(iv_mcserv_orden, servidor_sin_ventana_termina_por_la_orden_1)
         id_entrada = canal->u32(C_ID_ENTRADA);
         estado = canal->u32(C_ESTADO_COMANDO);
         texto = canal->texto_u(C_CLIENTE_64, 64);
-        canal->pon_u16(C_TERMINADO, 1);    // the server has answered it
+        canal->pon_u16(C_TERMINADO, 1); // the server has answered it
     };
     captura_traza traza;
 

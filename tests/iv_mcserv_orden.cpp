@@ -9,7 +9,7 @@
 TEST_F(iv_mcserv_orden, los_ids_se_escriben_antes_de_reclamar_y_sin_el_mutex)
 {
     registra_con_servidor();
-    canal->pon_u32(C_OCUPACION, 2);    // another client's command is under way
+    canal->pon_u32(C_OCUPACION, 2); // another client's command is under way
     canal->pon_u64(C_HWND_CLIENTE, 0x99);
     canal->pon_texto_u(C_CLIENTE_64, L"ajeno");
     mcb->pon_u32(en_servicio(ind, S_VIVO_CLIENTE), 77);
@@ -47,7 +47,7 @@ TEST_F(iv_mcserv_orden, canal_ocupado_se_espera_en_el_estado_1)
     EXPECT_EQ(mcb->u32(en_servicio(ind, S_BUCLE_CLIENTE)), 1u);
     EXPECT_EQ(canal->u32(C_OCUPACION), 1u);
     EXPECT_EQ(canal->texto_u(C_CLIENTE_256, 256), L"");
-    canal->pon_u32(C_ID_ENTRADA, 0);    // the claim writes it again
+    canal->pon_u32(C_ID_ENTRADA, 0); // the claim writes it again
     canal->pon_u32(C_OCUPACION, 0);
     mutex.suelta();
 
@@ -83,7 +83,7 @@ TEST_F(iv_mcserv_orden, recorrido_completo_con_un_servidor_sin_ventana)
     EXPECT_FALSE(acabada(0, 0));
     EXPECT_EQ(canal->u32(C_OCUPACION), 2u);
     EXPECT_EQ(mcb->u32(en_servicio(ind, S_EN_CURSO)), 100u);
-    ASSERT_TRUE(registro->toma());    // holds back what follows the release
+    ASSERT_TRUE(registro->toma()); // holds back what follows the release
     canal->pon_u32(C_ESTADO_COMANDO, 5);
     canal->pon_u32(C_ESTADO_SERVIDOR, 1);
     mutex.suelta();
@@ -97,7 +97,7 @@ TEST_F(iv_mcserv_orden, recorrido_completo_con_un_servidor_sin_ventana)
     EXPECT_EQ(mcb->u32(en_servicio(ind, S_EN_CURSO)), 100u);
     mcb->pon_u32(en_servicio(ind, S_VIVO_CLIENTE), 77);
     registro->suelta();
-    ASSERT_TRUE(acabada(0, 5000));    // although this thread holds the service's mutex
+    ASSERT_TRUE(acabada(0, 5000)); // although this thread holds the service's mutex
     mutex.suelta();
 
     comprueba_libre();
@@ -135,7 +135,7 @@ TEST_F(iv_mcserv_orden, segundo_cliente_espera_a_que_acabe_el_primero)
     ASSERT_TRUE(traza.espera(std::string("BUCLE ") + NOMBRES_BUCLE_CLIENTE[1], 5000));
 
     EXPECT_EQ(oido.enviados.size(), 1u);
-    EXPECT_EQ(canal->u32(C_ID_COMANDO), 200u);    // written before the claim, over the first one's
+    EXPECT_EQ(canal->u32(C_ID_COMANDO), 200u); // written before the claim, over the first one's
     EXPECT_EQ(canal->u32(C_OCUPACION), 2u);
     EXPECT_EQ(canal->texto_u(C_CLIENTE_64, 64), L"primera");
     SetEvent(sigue);
@@ -158,7 +158,7 @@ namespace {
 // What a server without a window does, and how the call ends: its result, and its rounds in their order.
 struct camino {
     const char *que;
-    uint32_t ocupacion;    // at the start
+    uint32_t ocupacion; // at the start
     std::vector<paso> guion;
     uint32_t resultado;
     const char *rondas;
@@ -203,7 +203,7 @@ private:
 
 constexpr size_t INFO = C_ESTADO_COMANDO, SERV = C_ESTADO_SERVIDOR, FIN = C_TERMINADO, OCUP = C_OCUPACION;
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_camino, reclamar_el_canal)
 {
@@ -247,11 +247,7 @@ TEST_F(iv_mcserv_camino, esperar_a_que_el_servidor_ejecute)
          "2224"},
         {"a stopped server, finished all the same", 0, {{2, 1, SERV, 0}, {2, 1, INFO, 3}}, 3, "2"},
         {"a stopped server, not finished", 0, {{2, 1, SERV, 0}, {2, 1, INFO, 2}}, 3, "2"},
-        {"any other state counts as running",
-         0,
-         {{2, 1, SERV, 9}, {3, 1, INFO, 3}, {4, 1, INFO, 5}},
-         1,
-         "234"},
+        {"any other state counts as running", 0, {{2, 1, SERV, 9}, {3, 1, INFO, 3}, {4, 1, INFO, 5}}, 1, "234"},
     });
 }
 
@@ -306,9 +302,9 @@ TEST_F(iv_mcserv_orden, servidor_muerto_en_la_reclamacion_no_recibe_la_orden)
     EXPECT_EQ(canal->u64(C_HWND_CLIENTE), 0x99u);
     EXPECT_EQ(canal->u16(C_TERMINADO), 1u);
     EXPECT_EQ(canal->u32(C_ESTADO_SERVIDOR), 0u);
-    EXPECT_EQ(oido.orden, "A F5 ");    // the later steps run all the same
-    EXPECT_FALSE(libre);               // a wait that failed keeps the mutex
-    comprueba_libre();                 // the other client's hold included
+    EXPECT_EQ(oido.orden, "A F5 "); // the later steps run all the same
+    EXPECT_FALSE(libre);            // a wait that failed keeps the mutex
+    comprueba_libre();              // the other client's hold included
 }
 
 TEST_F(iv_mcserv_orden, canal_libre_de_un_servidor_terminado_recibe_la_orden_y_da_3)
@@ -342,8 +338,8 @@ TEST_F(iv_mcserv_orden, las_rondas_bloquean_el_servicio_y_el_registro)
     auto guion = oido.al_publicar;
     oido.al_publicar = [&](const mensaje &m) {
         guion(m);
-        libres += std::to_string(m.lparam >> 16) +
-                  (servicio_ajeno.libre() || registro_ajeno.libre() ? "free " : "held ");
+        libres +=
+            std::to_string(m.lparam >> 16) + (servicio_ajeno.libre() || registro_ajeno.libre() ? "free " : "held ");
     };
     canal->pon_u32(C_OCUPACION, 1);
     orden o;

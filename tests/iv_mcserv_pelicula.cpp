@@ -16,13 +16,12 @@ protected:
     }
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_escritura, inicio_listo_y_terminado_escriben_en_su_orden)
 {
-    EXPECT_EQ(filma([&] { iv_mcserv_inicia(mcserv, 7, FALSO); }),
-              "0=2378 2=7 4=0 8=0 12=100 30=0 34=0 38 166 678");
-    EXPECT_EQ(filma([&] { iv_mcserv_inicia(mcserv, 8, CIERTO); }),    // a counter that is kept is not written
+    EXPECT_EQ(filma([&] { iv_mcserv_inicia(mcserv, 7, FALSO); }), "0=2378 2=7 4=0 8=0 12=100 30=0 34=0 38 166 678");
+    EXPECT_EQ(filma([&] { iv_mcserv_inicia(mcserv, 8, CIERTO); }), // a counter that is kept is not written
               "0=2378 2=8 4=0 8=0 30=0 34=0 38 166 678");
     EXPECT_EQ(filma([&] { iv_mcserv_servidor_listo(mcserv, reinterpret_cast<ivrexa_hwnd>(77), 49443); }),
               "16=77 24=49443 30=1 28=0");
@@ -33,8 +32,7 @@ TEST_F(iv_mcserv_escritura, resultado_y_textos_se_escriben_en_su_orden)
 {
     canal.pon_u32(C_ID_COMANDO, 100);
     canal.pon_u32(C_OCUPACION, 2);
-    EXPECT_EQ(filma([&] { iv_mcserv_pon_resultado(mcserv, 100, 901, L"a", nullptr, L"c"); }),
-              "34=901 38 166 678");
+    EXPECT_EQ(filma([&] { iv_mcserv_pon_resultado(mcserv, 100, 901, L"a", nullptr, L"c"); }), "34=901 38 166 678");
     EXPECT_EQ(filma([&] { iv_mcserv_pon_resultado(mcserv, 101, 901, L"a", L"b", L"c"); }), "");
 }
 
@@ -42,7 +40,7 @@ TEST_F(iv_mcserv_escritura, notificacion_paso_a_paso)
 {
     const std::string nombre = nombre_mutex(servicio) + "Interno";
     iv_mutex *interno = iv_mutex_crea(nombre.c_str(), FALSO);
-    canal.pon_u32(C_BUZON, 3);    // another's receipt: not free
+    canal.pon_u32(C_BUZON, 3); // another's receipt: not free
     {
         pelicula film(nombre);
         film.enfoca(mcserv);
@@ -143,7 +141,7 @@ orden orden_entera()
     return o;
 }
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_pelicula, orden_a_un_servidor_sin_ventana)
 {
@@ -156,8 +154,7 @@ TEST_F(iv_mcserv_pelicula, orden_a_un_servidor_sin_ventana)
                      {4, 1, C_ESTADO_COMANDO, 5}},
                     1),
               std::string(ANTES) + "{16 z100 P r12 } {16 z100 P r12 } {16 " + ESCRIBE +
-                  "A {17 z100 P r12 } {17 z100 P r12 } {18 z100 P r12 } {18 4=4 } {19 z100 P r12 } " +
-                  DESPUES);
+                  "A {17 z100 P r12 } {17 z100 P r12 } {18 z100 P r12 } {18 4=4 } {19 z100 P r12 } " + DESPUES);
     comprueba_libre();
 }
 
@@ -166,11 +163,9 @@ TEST_F(iv_mcserv_pelicula, orden_a_un_servidor_con_ventana)
     registra_con_ventana();
     orden o = orden_entera();
     o.opciones = 6;
-    EXPECT_EQ(filma(o, {}, 1),
-              std::string(ANTES) + "{16 " + ESCRIBE + "F A S {17 8=1 F 4=4 } " + DESPUES);
+    EXPECT_EQ(filma(o, {}, 1), std::string(ANTES) + "{16 " + ESCRIBE + "F A S {17 8=1 F 4=4 } " + DESPUES);
     respuesta = 2;
-    EXPECT_EQ(filma(orden_entera(), {}, 2),
-              std::string(ANTES) + "{16 " + ESCRIBE + "A S {17 8=2 4=4 } " + DESPUES);
+    EXPECT_EQ(filma(orden_entera(), {}, 2), std::string(ANTES) + "{16 " + ESCRIBE + "A S {17 8=2 4=4 } " + DESPUES);
 }
 
 // A wait that fails still makes state 4 and frees the channel, under the site at which it failed.
@@ -180,8 +175,7 @@ TEST_F(iv_mcserv_pelicula, orden_que_falla)
     const std::string toma = std::string(ANTES) + "{16 " + ESCRIBE + "A ";
     EXPECT_EQ(filma(orden_entera(), {{0, 1, C_TERMINADO, 1}}, 3), toma + "{17 4=4 } " + DESPUES);
     canal->pon_u16(C_TERMINADO, 0);
-    EXPECT_EQ(filma(orden_entera(), {{2, 1, C_ESTADO_SERVIDOR, 0}}, 3),
-              toma + "{17 z100 P r12 } {18 4=4 } " + DESPUES);
+    EXPECT_EQ(filma(orden_entera(), {{2, 1, C_ESTADO_SERVIDOR, 0}}, 3), toma + "{17 z100 P r12 } {18 4=4 } " + DESPUES);
 }
 
 // A round that finds the server dead marks the channel before it tells the monitor, the registry still
@@ -202,8 +196,7 @@ TEST_F(iv_mcserv_pelicula, servidor_que_resulta_muerto_en_cada_espera)
         {0,
          {{2, 1, C_ESTADO_SERVIDOR, 3}, {3, 1, VUELTAS, 24}},
          1,
-         std::string("{16 ") + ESCRIBE +
-             "A {17 z100 P r12 } {18 z100 P r12 } {18 z100 28=1 30=0 P r12 4=4 } "},
+         std::string("{16 ") + ESCRIBE + "A {17 z100 P r12 } {18 z100 P r12 } {18 z100 28=1 30=0 P r12 4=4 } "},
         {0,
          {{2, 1, C_ESTADO_SERVIDOR, 3}, {2, 1, C_ESTADO_COMANDO, 3}, {4, 1, VUELTAS, 24}},
          1,
@@ -228,7 +221,7 @@ TEST_F(iv_mcserv_pelicula, servidor_vivo_que_no_contesta_se_espera_sin_limite)
     orden o;
     pelicula film(nombre_mutex(servicio));
     film.al_dormir = [&](uint32_t vez) {
-        if (vez == 2)    // one heartbeat since the wait began is enough for all of it
+        if (vez == 2) // one heartbeat since the wait began is enough for all of it
             mcb->pon_u32(en_programa(15, P_CONTADOR_VIVO), 1001);
         if (vez == 1000)
             canal->pon_u16(C_TERMINADO, 1);
@@ -237,7 +230,7 @@ TEST_F(iv_mcserv_pelicula, servidor_vivo_que_no_contesta_se_espera_sin_limite)
     EXPECT_EQ(o.ejecuta(servicio), 3u);
 
     EXPECT_EQ(film.num_descansos(), 1000u);
-    EXPECT_EQ(canal->u32(C_ESTADO_SERVIDOR), 1u);    // never taken for dead
+    EXPECT_EQ(canal->u32(C_ESTADO_SERVIDOR), 1u); // never taken for dead
 }
 
 // ---- The loop thread of a server without a window
@@ -306,7 +299,7 @@ private:
 const std::string PUBLICA = "r7 {23 0=2378 2=7 4=0 8=0 12=100 30=0 34=0 38 166 678 } r9 "
                             "{24 16=0 24=0 30=1 28=0 } r5 ";
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_hilo, orden_completa)
 {
@@ -314,14 +307,14 @@ TEST_F(iv_mcserv_hilo, orden_completa)
     std::string pasos = filma([&](uint32_t vez) {
         if (vez == 2)
             ordena(100, 100);
-        if (vez == 4)    // two rounds for the receipt
+        if (vez == 4) // two rounds for the receipt
             canal->pon_u32(C_ESTADO_COMANDO, 4);
         if (vez == 5)
             canal->pon_u16(C_TERMINADO, 1);
     });
     EXPECT_EQ(pasos, PUBLICA + "{28 30=1 } {29 z100 r13 } {29 z100 r13 } "
-                     "{29 30=2 4=2 8=0 {35 r4 1206=0 } C 34=901 38 166 678 8=9 4=3 30=3 } "
-                     "{30 } z100 r13 {30 } z100 r13 {30 } {31 4=5 } {28 30=1 } {29 z100 r13 } {32 30=0 }");
+                               "{29 30=2 4=2 8=0 {35 r4 1206=0 } C 34=901 38 166 678 8=9 4=3 30=3 } "
+                               "{30 } z100 r13 {30 } z100 r13 {30 } {31 4=5 } {28 30=1 } {29 z100 r13 } {32 30=0 }");
 }
 
 TEST_F(iv_mcserv_hilo, orden_1)
@@ -331,7 +324,7 @@ TEST_F(iv_mcserv_hilo, orden_1)
             ordena(1, 0);
     });
     EXPECT_EQ(pasos, PUBLICA + "{28 30=1 } {29 z100 r13 } "
-                     "{29 30=2 4=2 8=0 28=1 30=0 {27 28=1 } Q 8=1 4=3 30=3 } {30 } {31 4=5 } {32 30=0 }");
+                               "{29 30=2 4=2 8=0 28=1 30=0 {27 28=1 } Q 8=1 4=3 30=3 } {30 } {31 4=5 } {32 30=0 }");
 }
 
 // Of both, the mark of the end and a command, the command comes first.
@@ -344,7 +337,7 @@ TEST_F(iv_mcserv_hilo, orden_escrita_se_atiende_aunque_el_servicio_termine)
             canal->pon_u16(C_TERMINADO, 1);
     });
     EXPECT_EQ(pasos, PUBLICA + "{28 30=1 } {29 z100 r13 } {29 30=2 4=2 8=0 8=1 4=3 30=3 } "
-                     "{30 } z100 r13 {30 } {31 4=5 } {32 30=0 }");
+                               "{30 } z100 r13 {30 } {31 4=5 } {32 30=0 }");
 }
 
 // 26 rounds, the 25th count. The server's caller marks the channel, behind the round.

@@ -40,7 +40,7 @@ public:
     pelicula(const pelicula &) = delete;
     pelicula &operator=(const pelicula &) = delete;
 
-    void de_hilo(uint32_t hilo) { s_hilo = hilo; }    // one that does not run yet
+    void de_hilo(uint32_t hilo) { s_hilo = hilo; } // one that does not run yet
 
     // The library's view of the channel. Without this, it is the next one that the thread maps.
     void enfoca(volatile void *datos)
@@ -62,7 +62,7 @@ public:
     const std::string &texto() const { return m_texto; }
     uint32_t num_descansos() const { return m_descansos; }
 
-    std::function<void(uint32_t vez)> al_dormir;    // in the place of each sleep: the first, 1...
+    std::function<void(uint32_t vez)> al_dormir; // in the place of each sleep: the first, 1...
 
 private:
     static constexpr uintptr_t TAM = 2378;
@@ -84,8 +84,7 @@ private:
             if ((entrada.wFlags & PROCESS_HEAP_ENTRY_BUSY) == 0 || entrada.cbData < sizeof(iv_mutex))
                 continue;
             auto mutex = static_cast<const iv_mutex *>(entrada.lpData);
-            if (mutex->nombre != nullptr && HeapValidate(s_LocalHeap, 0, mutex->nombre) &&
-                mutex->nombre == m_mutex)
+            if (mutex->nombre != nullptr && HeapValidate(s_LocalHeap, 0, mutex->nombre) && mutex->nombre == m_mutex)
                 return mutex;
         }
         return nullptr;
@@ -105,7 +104,7 @@ private:
         m_campo = 0;
     }
 
-    void cierra_sitio(const iv_mutex &mutex)    // it counts one less already
+    void cierra_sitio(const iv_mutex &mutex) // it counts one less already
     {
         for (int32_t i = m_abiertos; i <= mutex.nivel_bloqueo; i++)
             abre_sitio(mutex.codigos_bloqueo[i]);
@@ -164,11 +163,11 @@ private:
     {
         pelicula *p = s_pelicula;
         const EXCEPTION_RECORD &que = *excepcion->ExceptionRecord;
-        if (que.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && p->m_datos != 0 &&
-            que.ExceptionInformation[0] == 1 && que.ExceptionInformation[1] - p->m_datos < TAM) {
+        if (que.ExceptionCode == EXCEPTION_ACCESS_VIOLATION && p->m_datos != 0 && que.ExceptionInformation[0] == 1 &&
+            que.ExceptionInformation[1] - p->m_datos < TAM) {
             p->m_despl = que.ExceptionInformation[1] - p->m_datos;
             p->protege(PAGE_READWRITE);
-            excepcion->ContextRecord->EFlags |= 0x100;    // stops behind it
+            excepcion->ContextRecord->EFlags |= 0x100; // stops behind it
             return EXCEPTION_CONTINUE_EXECUTION;
         }
         if (que.ExceptionCode == EXCEPTION_SINGLE_STEP && p->m_despl < TAM) {
@@ -181,16 +180,16 @@ private:
     }
 
     struct campo {
-        size_t despl, tam, ancho;    // its width; 0 of a text
+        size_t despl, tam, ancho; // its width; 0 of a text
     };
 
     static const campo *campo_en(size_t despl)
     {
-        static const campo CAMPOS[] = {
-            {0, 2, 2},      {2, 2, 2},      {4, 4, 4},      {8, 4, 4},    {12, 4, 4},   {16, 8, 8},
-            {24, 4, 4},     {28, 2, 2},     {30, 4, 4},     {34, 4, 4},   {38, 128, 0}, {166, 512, 0},
-            {678, 512, 0},  {1190, 8, 8},   {1198, 4, 4},   {1202, 4, 4}, {1206, 4, 4}, {1210, 128, 0},
-            {1338, 512, 0}, {1850, 512, 0}, {2362, 4, 4},   {2366, 4, 4}, {2370, 4, 4}, {2374, 4, 4}};
+        static const campo CAMPOS[] = {{0, 2, 2},    {2, 2, 2},     {4, 4, 4},      {8, 4, 4},      {12, 4, 4},
+                                       {16, 8, 8},   {24, 4, 4},    {28, 2, 2},     {30, 4, 4},     {34, 4, 4},
+                                       {38, 128, 0}, {166, 512, 0}, {678, 512, 0},  {1190, 8, 8},   {1198, 4, 4},
+                                       {1202, 4, 4}, {1206, 4, 4},  {1210, 128, 0}, {1338, 512, 0}, {1850, 512, 0},
+                                       {2362, 4, 4}, {2366, 4, 4},  {2370, 4, 4},   {2374, 4, 4}};
         for (const campo &c : CAMPOS)
             if (c.despl <= despl && despl < c.despl + c.tam)
                 return &c;
@@ -220,10 +219,10 @@ private:
     const std::string m_mutex;
     std::string m_texto;
     uint32_t m_descansos = 0;
-    int32_t m_abiertos = 0;             // holds that the text shows
-    const campo *m_campo = nullptr;     // the text field that is being written
+    int32_t m_abiertos = 0;         // holds that the text shows
+    const campo *m_campo = nullptr; // the text field that is being written
     uintptr_t m_datos = 0;
-    size_t m_despl = TAM;               // of the write that is let through
+    size_t m_despl = TAM; // of the write that is let through
     void *m_manejador;
     importacion_cambiada<decltype(&ReleaseMutex)> m_cambio_suelta{__imp_ReleaseMutex, suelta};
     importacion_cambiada<decltype(&Sleep)> m_cambio_duerme{__imp_Sleep, duerme};

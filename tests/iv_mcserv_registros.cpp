@@ -46,8 +46,7 @@ TEST_F(iv_mcserv_orden, textos_y_salidas_que_faltan_no_se_trazan)
     espia oido;
     captura_traza traza;
 
-    iv_mcserv_ejecuta_comando(servicio, 100, 0, 0, nullptr, L"dos", nullptr, nullptr, nullptr, nullptr,
-                              nullptr);
+    iv_mcserv_ejecuta_comando(servicio, 100, 0, 0, nullptr, L"dos", nullptr, nullptr, nullptr, nullptr, nullptr);
 
     std::string texto = enmascara_tiempos(traza.texto_propio());
     EXPECT_TRUE(empieza_por(texto, apertura_inicio(servicio, 100, 0) + "    param2\"dos\"\n\n")) << texto;
@@ -61,12 +60,11 @@ protected:
     std::vector<uint32_t> actividad(uint32_t n)
     {
         size_t r = 22 + (n - 1) * 22;
-        return {mcb->u32(r),      mcb->u32(r + 4),  mcb->u32(r + 8),
-                mcb->u32(r + 12), mcb->u32(r + 16), mcb->u16(r + 20)};
+        return {mcb->u32(r), mcb->u32(r + 4), mcb->u32(r + 8), mcb->u32(r + 12), mcb->u32(r + 16), mcb->u16(r + 20)};
     }
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_orden_monitor, la_orden_se_anota_al_empezar_y_al_acabar)
 {
@@ -92,7 +90,7 @@ TEST_F(iv_mcserv_orden_monitor, la_orden_se_anota_al_empezar_y_al_acabar)
 TEST_F(iv_mcserv_orden_monitor, sin_monitor_listo_no_se_anota)
 {
     registra_con_ventana();
-    pon_monitor(&*mcb, false, 5);    // hears of rounds, but is not ready
+    pon_monitor(&*mcb, false, 5); // hears of rounds, but is not ready
     espia oido;
     orden o;
 
@@ -158,7 +156,7 @@ protected:
     }
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_sin_canal, sin_canal_el_resultado_es_0_con_todos_los_registros)
 {

@@ -16,8 +16,7 @@ const ronda_de_estado RONDAS[] = {
     {"CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO", iv_mcserv_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO, true, 3},
     {"CLIENTE_ESPERA_SERVIDOR_AVISADO", iv_mcserv_CLIENTE_ESPERA_SERVIDOR_AVISADO, true, 4},
     {"SERVIDOR_ESPERA_RECEPCION_COMANDO", iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO, false, 1},
-    {"SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO", iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO, false,
-     2},
+    {"SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO", iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO, false, 2},
 };
 const ronda_de_estado &RONDA_CLIENTE = RONDAS[2], &RONDA_SERVIDOR = RONDAS[4];
 
@@ -51,14 +50,8 @@ protected:
     }
 
     // State, rounds and noted heartbeat of the side whose round it is.
-    static size_t bucle_de(const ronda_de_estado &r)
-    {
-        return r.de_cliente ? S_BUCLE_CLIENTE : S_BUCLE_SERVIDOR;
-    }
-    static size_t latido_de(const ronda_de_estado &r)
-    {
-        return en_programa(r.de_cliente ? 14 : 15, P_CONTADOR_VIVO);
-    }
+    static size_t bucle_de(const ronda_de_estado &r) { return r.de_cliente ? S_BUCLE_CLIENTE : S_BUCLE_SERVIDOR; }
+    static size_t latido_de(const ronda_de_estado &r) { return en_programa(r.de_cliente ? 14 : 15, P_CONTADOR_VIVO); }
 
     void pon_bucle(const ronda_de_estado &r, uint32_t estado, uint32_t vueltas, uint32_t vivo)
     {
@@ -70,14 +63,13 @@ protected:
     std::vector<uint32_t> bucle(const ronda_de_estado &r)
     {
         size_t b = bucle_de(r);
-        return {mcb->u32(en_servicio(5, b)), mcb->u32(en_servicio(5, b + 4)),
-                mcb->u32(en_servicio(5, b + 8))};
+        return {mcb->u32(en_servicio(5, b)), mcb->u32(en_servicio(5, b + 4)), mcb->u32(en_servicio(5, b + 8))};
     }
 
     std::optional<bloque_crudo> mcb;
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_ronda, cada_ronda_se_traza_duerme_cuenta_y_avisa_al_monitor)
 {
@@ -89,7 +81,7 @@ TEST_F(iv_mcserv_ronda, cada_ronda_se_traza_duerme_cuenta_y_avisa_al_monitor)
         llena(0);
         size_t otro_bucle = r.de_cliente ? S_BUCLE_SERVIDOR : S_BUCLE_CLIENTE;
         mcb->pon_bytes(en_servicio(5, otro_bucle), std::vector<uint8_t>(12, 0x33));
-        pon_bucle(r, 77, 24, 0);    // another state: the peer's silence there does not count here
+        pon_bucle(r, 77, 24, 0); // another state: the peer's silence there does not count here
         uint32_t latido = mcb->u32(latido_de(r));
         double inicio_ms = ahora_ms();
 
@@ -99,12 +91,11 @@ TEST_F(iv_mcserv_ronda, cada_ronda_se_traza_duerme_cuenta_y_avisa_al_monitor)
         EXPECT_EQ(enmascara_tiempos(traza.texto_propio()), registro_bucle(r.nombre));
         EXPECT_EQ(bucle(r), (std::vector<uint32_t>{r.estado, 0, latido}));
 
-        mcb->pon_u32(latido_de(r), latido + 1);    // the heartbeat is noted on entry only
+        mcb->pon_u32(latido_de(r), latido + 1); // the heartbeat is noted on entry only
         EXPECT_EQ(r.ronda(5, mcserv), 0);
 
         EXPECT_EQ(bucle(r), (std::vector<uint32_t>{r.estado, 1, latido}));
-        EXPECT_TRUE(
-            bytes_iguales(std::vector<uint8_t>(12, 0x33), mcb->bytes(en_servicio(5, otro_bucle), 12)));
+        EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(12, 0x33), mcb->bytes(en_servicio(5, otro_bucle), 12)));
         EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(TAM_CANAL, 0), canal.bytes(0, TAM_CANAL)));
         mensaje aviso = {0x4242, 0xC042, r.de_cliente ? 1u : 2u, r.estado * 65536 + 5};
         EXPECT_EQ(oido.publicados, (std::vector<mensaje>{aviso, aviso}));
@@ -157,7 +148,7 @@ TEST_F(iv_mcserv_ronda, el_descanso_no_bloquea_el_registro)
     int16_t abandona = 7;
     tarea ronda([&] { abandona = RONDA_CLIENTE.ronda(5, mcserv); });
 
-    ASSERT_TRUE(traza.espera("BUCLE ", 5000));    // the record comes just before the sleep
+    ASSERT_TRUE(traza.espera("BUCLE ", 5000)); // the record comes just before the sleep
     EXPECT_TRUE(espera_hasta([&] { return registro.libre(); }, 60));
 
     ASSERT_TRUE(ronda.acabada(5000));
@@ -172,15 +163,15 @@ TEST_F(iv_mcserv_ronda, a_las_25_vueltas_sin_latido_el_otro_cuenta_como_muerto)
         uint32_t vueltas, vivo, latido, en_curso;
         bool cliente_lo_da_por_muerto, servidor_lo_da_por_muerto;
     } casos[] = {
-        {23, 7, 7, 100, false, false},    // becomes round 24
-        {24, 7, 7, 100, true, true},      // 25
-        {25, 7, 7, 100, false, false},    // 26: asked at multiples of 25 only
-        {24, 7, 8, 100, false, false},    // moved once: lives at 25,
-        {49, 7, 8, 100, false, false},    // at 50
-        {74, 7, 9, 100, false, false},    // and at 75 of the same wait
+        {23, 7, 7, 100, false, false}, // becomes round 24
+        {24, 7, 7, 100, true, true},   // 25
+        {25, 7, 7, 100, false, false}, // 26: asked at multiples of 25 only
+        {24, 7, 8, 100, false, false}, // moved once: lives at 25,
+        {49, 7, 8, 100, false, false}, // at 50
+        {74, 7, 9, 100, false, false}, // and at 75 of the same wait
         {49, 7, 7, 100, true, true},
-        {24, 0, 0, 100, true, true},    // a counter that has not moved since its registration
-        {24, 7, 7, 0, true, false},     // a server misses its client only while a command is under way
+        {24, 0, 0, 100, true, true}, // a counter that has not moved since its registration
+        {24, 7, 7, 0, true, false},  // a server misses its client only while a command is under way
         {24, 7, 7, 1, true, true},
     };
     for (const auto &caso : casos)
@@ -197,13 +188,13 @@ TEST_F(iv_mcserv_ronda, a_las_25_vueltas_sin_latido_el_otro_cuenta_como_muerto)
             EXPECT_EQ(r.ronda(5, mcserv), muerto ? 1 : 0);
 
             std::vector<uint8_t> esperados(TAM_CANAL, 0xEE);
-            if (muerto && r.de_cliente) {    // a server's round writes nothing into the channel
+            if (muerto && r.de_cliente) { // a server's round writes nothing into the channel
                 pon<uint16_t>(&esperados, 28, 1);
                 pon<uint32_t>(&esperados, 30, 0);
             }
             EXPECT_TRUE(bytes_iguales(esperados, canal.bytes(0, TAM_CANAL)));
             EXPECT_EQ(bucle(r), (std::vector<uint32_t>{r.estado, caso.vueltas + 1, caso.vivo}));
-            EXPECT_EQ(oido.publicados.size(), 1u);    // also in the round that finds it dead
+            EXPECT_EQ(oido.publicados.size(), 1u); // also in the round that finds it dead
         }
 }
 
@@ -252,8 +243,7 @@ TEST_F(iv_mcserv_ronda, programa_sin_entrada_tiene_un_latido_de_0)
     for (uint16_t id_programa : {16, 17, 65535})
         for (const ronda_de_estado &r : {RONDA_CLIENTE, RONDA_SERVIDOR}) {
             SCOPED_TRACE(std::string(r.nombre) + " " + std::to_string(id_programa));
-            mcb->pon_u16(en_servicio(5, r.de_cliente ? S_PROGRAMA_SERVIDOR : S_PROGRAMA_CLIENTE),
-                         id_programa);
+            mcb->pon_u16(en_servicio(5, r.de_cliente ? S_PROGRAMA_SERVIDOR : S_PROGRAMA_CLIENTE), id_programa);
             pon_bucle(r, 0, 0, 77);
 
             EXPECT_EQ(r.ronda(5, mcserv), 0);
@@ -273,7 +263,7 @@ TEST_F(iv_mcserv_ronda, una_orden_pone_a_0_el_latido_anotado_y_deja_la_cuenta)
     iv_mcbase_inicia_comando(5, 100);
     EXPECT_EQ(bucle(RONDA_SERVIDOR), (std::vector<uint32_t>{1, 22, 0}));
     EXPECT_EQ(RONDA_SERVIDOR.ronda(5, mcserv), 0);
-    EXPECT_EQ(bucle(RONDA_SERVIDOR), (std::vector<uint32_t>{1, 23, 0}));    // not noted again
+    EXPECT_EQ(bucle(RONDA_SERVIDOR), (std::vector<uint32_t>{1, 23, 0})); // not noted again
     mcb->pon_u32(en_programa(15, P_CONTADOR_VIVO), 0);
     EXPECT_EQ(RONDA_SERVIDOR.ronda(5, mcserv), 0);
     EXPECT_EQ(RONDA_SERVIDOR.ronda(5, mcserv), 1);
@@ -325,7 +315,7 @@ TEST_F(iv_mcserv_ronda, la_ronda_duerme_antes_de_abrir_el_registro)
         EXPECT_EQ(film.texto(), r.de_cliente ? "z100 P r12" : "z100 P r13");
         EXPECT_EQ(bucle(r)[0], r.estado);
         EXPECT_NE(s_mcbase_acceso, nullptr);
-        EXPECT_EQ(mcb->u16(4), 500u);    // it is no registration
+        EXPECT_EQ(mcb->u16(4), 500u); // it is no registration
     }
 }
 
@@ -334,7 +324,7 @@ TEST_F(iv_mcserv_ronda, a_la_ronda_26_y_cada_25_mas_se_pregunta_por_el_latido_de
 {
     pelicula sin_esperas(nombre_mutex(servicio));
     const struct {
-        uint32_t cambia_en;    // the round behind which the heartbeat moves; 0: it stands still
+        uint32_t cambia_en; // the round behind which the heartbeat moves; 0: it stands still
         std::vector<uint32_t> muerto_en;
     } casos[] = {{0, {26, 51, 76, 101}}, {1, {}}, {25, {}}, {26, {26}}, {60, {26, 51}}};
     for (const ronda_de_estado &r : RONDAS)

@@ -72,7 +72,7 @@ TEST_F(iv_mcserv_canal, inicio_escribe_solo_sus_campos)
     pon<uint32_t>(&esperados, 12, 100);
     pon<uint32_t>(&esperados, 30, 0);
     pon<uint32_t>(&esperados, 34, 0);
-    pon<uint16_t>(&esperados, 38, 0);    // the first character of each result text
+    pon<uint16_t>(&esperados, 38, 0); // the first character of each result text
     pon<uint16_t>(&esperados, 166, 0);
     pon<uint16_t>(&esperados, 678, 0);
 
@@ -89,7 +89,7 @@ TEST_F(iv_mcserv_canal, contador_de_bloques_se_conserva_desde_100_si_el_canal_ex
         uint32_t antes, despues;
     } casos[] = {{0, 0, 100},   {0, 500, 100}, {1, 0, 100},   {1, 99, 100},
                  {1, 100, 100}, {1, 101, 101}, {1, 500, 500}, {1, 0xFFFFFFFF, 0xFFFFFFFF},
-                 {2, 500, 100}};    // 1 alone is true
+                 {2, 500, 100}}; // 1 alone is true
     for (const auto &caso : casos) {
         canal.pon_u32(12, caso.antes);
         iv_mcserv_inicia(mcserv, 1, caso.ya_existia);
@@ -170,7 +170,7 @@ protected:
     uint32_t id_entrada = 0xAAAA;
 };
 
-}
+} // namespace
 
 TEST_F(iv_mcserv_comando, comando_en_curso_se_lee_entero)
 {
@@ -184,13 +184,12 @@ TEST_F(iv_mcserv_comando, comando_en_curso_se_lee_entero)
     EXPECT_STREQ(texto_64, L"uno \x20AC");
     EXPECT_STREQ(texto_256, L"");
     EXPECT_STREQ(texto2_256, L"tres");
-    EXPECT_EQ(canal.u32(C_ID_ENTRADA), 321u);    // reading does not take it
+    EXPECT_EQ(canal.u32(C_ID_ENTRADA), 321u); // reading does not take it
 }
 
 TEST_F(iv_mcserv_comando, textos_sin_final_se_cortan_a_63_255_y_255)
 {
-    canal.pon_bytes(C_CLIENTE_64,
-                    std::vector<uint8_t>(TAM_CANAL - C_CLIENTE_64, 'x'));    // to the block's last byte
+    canal.pon_bytes(C_CLIENTE_64, std::vector<uint8_t>(TAM_CANAL - C_CLIENTE_64, 'x')); // to the block's last byte
     memset(texto_64, 0x7E, sizeof texto_64);
     memset(texto_256, 0x7E, sizeof texto_256);
     memset(texto2_256, 0x7E, sizeof texto2_256);
@@ -261,7 +260,7 @@ TEST_F(iv_mcserv_comando, resultado_escribe_id_y_textos_y_nada_mas)
     EXPECT_EQ(canal.texto_u(C_SERV2_256, 256), L"c");
     std::vector<uint8_t> despues = canal.bytes(0, TAM_CANAL);
     std::copy(antes.begin() + 34, antes.begin() + 1190, despues.begin() + 34);
-    EXPECT_TRUE(bytes_iguales(antes, despues));    // neither `resultado` nor the states
+    EXPECT_TRUE(bytes_iguales(antes, despues)); // neither `resultado` nor the states
 }
 
 TEST_F(iv_mcserv_comando, textos_del_resultado_se_cortan_a_63_255_y_255)
@@ -270,8 +269,7 @@ TEST_F(iv_mcserv_comando, textos_del_resultado_se_cortan_a_63_255_y_255)
         size_t corto, largo, queda_corto, queda_largo;
     } casos[] = {{63, 255, 63, 255}, {64, 256, 63, 255}, {2000, 2000, 63, 255}};
     for (const auto &caso : casos) {
-        pon_textos(std::wstring(caso.corto, L'a'), std::wstring(caso.largo, L'b'),
-                   std::wstring(caso.largo, L'c'));
+        pon_textos(std::wstring(caso.corto, L'a'), std::wstring(caso.largo, L'b'), std::wstring(caso.largo, L'c'));
 
         EXPECT_EQ(canal.texto_u(C_SERV_64, 64), std::wstring(caso.queda_corto, L'a'));
         EXPECT_EQ(canal.texto_u(C_SERV_256, 256), std::wstring(caso.queda_largo, L'b'));

@@ -30,7 +30,7 @@ TEST_F(iv_mcserv_orden, durante_el_mensaje_esta_la_orden_escrita_y_nada_bloquead
     mutex_crudo servicio_ajeno(nombre_mutex(servicio).c_str()), registro_ajeno("Ivrexa_Mutex_MCB");
     oido.al_enviar = [&](const mensaje &) -> LRESULT {
         EXPECT_TRUE(servicio_ajeno.libre());
-        EXPECT_TRUE(espera_hasta([&] { return registro_ajeno.libre(); }, 1000));    // but for a heartbeat
+        EXPECT_TRUE(espera_hasta([&] { return registro_ajeno.libre(); }, 1000)); // but for a heartbeat
         EXPECT_EQ(canal->u32(C_ESTADO_COMANDO), 1u);
         EXPECT_EQ(canal->u32(C_OCUPACION), 2u);
         EXPECT_EQ(canal->u32(C_ID_COMANDO), 100u);
@@ -45,7 +45,7 @@ TEST_F(iv_mcserv_orden, durante_el_mensaje_esta_la_orden_escrita_y_nada_bloquead
 
     EXPECT_EQ(o.ejecuta(servicio), 1u);
 
-    EXPECT_EQ(rondas_de(traza.texto_propio()), "");    // no wait, not even for the receipt
+    EXPECT_EQ(rondas_de(traza.texto_propio()), ""); // no wait, not even for the receipt
     EXPECT_EQ(canal->u32(C_ESTADO_SERVIDOR), 1u);
     comprueba_libre();
     iv_reg_cierra_sesion();
@@ -107,9 +107,9 @@ TEST_F(iv_mcserv_orden, ventanas_se_traen_al_frente_segun_los_bits_2_y_4)
         {77, 2, 5, "F77 A S "},
         {77, 4, 5, "A S F5 "},
         {77, 6, 5, "F77 A S F5 "},
-        {0, 6, 5, "A S F5 "},       // no window to bring
-        {77, 4, 0, "A S F0 "},      // none was active
-        {77, 0xFFF9, 5, "A S "},    // the other bits mean nothing
+        {0, 6, 5, "A S F5 "},    // no window to bring
+        {77, 4, 0, "A S F0 "},   // none was active
+        {77, 0xFFF9, 5, "A S "}, // the other bits mean nothing
         {77, 0xFFFF, 5, "F77 A S F5 "},
     };
     for (const auto &caso : casos) {
@@ -154,8 +154,7 @@ TEST_F(iv_mcserv_orden, el_mensaje_y_no_la_ventana_decide_el_camino)
     canal->pon_u64(C_HWND_SERVIDOR, 77);
     espia oido;
     oido.activa = reinterpret_cast<HWND>(5);
-    pon_guion(&oido,
-              {{2, 1, C_ESTADO_SERVIDOR, 3}, {2, 1, C_ESTADO_COMANDO, 3}, {4, 1, C_ESTADO_COMANDO, 5}});
+    pon_guion(&oido, {{2, 1, C_ESTADO_SERVIDOR, 3}, {2, 1, C_ESTADO_COMANDO, 3}, {4, 1, C_ESTADO_COMANDO, 5}});
     orden o;
     o.opciones = 6;
 
@@ -245,7 +244,7 @@ TEST_F(iv_mcserv_orden, cada_salida_puede_faltar)
     registra_con_ventana();
     espia oido;
     for (uint32_t resultado : {1u, 2u})
-        for (size_t falta = 0; falta <= 4; falta++) {    // 4: all of them
+        for (size_t falta = 0; falta <= 4; falta++) { // 4: all of them
             oido.al_enviar = [&](const mensaje &) { return static_cast<LRESULT>(resultado); };
             uint32_t id_resultado = 55555;
             wchar_t *textos[3] = {nullptr, nullptr, nullptr}, **salidas[3];
@@ -253,8 +252,8 @@ TEST_F(iv_mcserv_orden, cada_salida_puede_faltar)
                 salidas[i] = falta == i + 1 || falta == 4 ? nullptr : &textos[i];
 
             EXPECT_EQ(iv_mcserv_ejecuta_comando(servicio, 100, 0, 0, nullptr, nullptr, nullptr,
-                                                falta == 0 || falta == 4 ? nullptr : &id_resultado,
-                                                salidas[0], salidas[1], salidas[2]),
+                                                falta == 0 || falta == 4 ? nullptr : &id_resultado, salidas[0],
+                                                salidas[1], salidas[2]),
                       resultado);
 
             for (size_t i = 0; i < 3; i++)

@@ -20,7 +20,7 @@ IMPORTACION(HeapCreate);
 
 namespace {
 
-std::function<void()> s_anfitrion;      // what it does in the first box
+std::function<void()> s_anfitrion; // what it does in the first box
 uint32_t s_num_cajas, s_num_heaps;
 decltype(&HeapCreate) s_HeapCreate = __imp_HeapCreate;
 
@@ -71,7 +71,7 @@ void comprueba_bloque(void *memlocal)
     i_free(memlocal);
 }
 
-}
+} // namespace
 
 // ---- The report of the lock, while the heap is made. Roles: a thread that hangs would hang the test. The
 // process of the test itself closes its heap first, which has the lock open.
@@ -140,7 +140,7 @@ PAPEL(cierra_dentro_de_la_caja)
     yo.di("LISTO");
 
     void *fuera = heap.reserva([&] {
-        iv_mem_cierra();        // there is nothing to close yet
+        iv_mem_cierra(); // there is nothing to close yet
         i_malloc(200);
         iv_mem_cierra();
     });
@@ -214,12 +214,12 @@ TEST(iv_mem_caja, anfitrion_que_reserva_dentro_de_la_caja_de_un_bloque_nulo_lo_r
     ventana->MessageBoxA = caja;
     s_num_cajas = 0;
     s_anfitrion = [] { dentro = i_malloc(20); };
-    importacion_cambiada<decltype(&HeapAlloc)> cambio(
-        __imp_HeapAlloc, [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
-            bool primera = !negado;
-            negado = true;
-            return primera ? nullptr : real(heap, opciones, tam);
-        });
+    importacion_cambiada<decltype(&HeapAlloc)> cambio(__imp_HeapAlloc,
+                                                      [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
+                                                          bool primera = !negado;
+                                                          negado = true;
+                                                          return primera ? nullptr : real(heap, opciones, tam);
+                                                      });
 
     EXPECT_EQ(i_malloc(10), nullptr);
 

@@ -53,7 +53,7 @@ PAPEL(reserva_por_orden)
 TEST(iv_mem, heap_de_otro_proceso_espera_el_mismo_cerrojo)
 {
     papel otro = arranca_papel("reserva_por_orden");
-    iv_mem_cierra();            // we have no heap here: only its lock, held
+    iv_mem_cierra(); // we have no heap here: only its lock, held
     iv_mutex_heap_crea_y_bloquea();
     otro.di("RESERVA");
     otro.espera_linea("VOY", 10000);
@@ -111,7 +111,7 @@ HANDLE WINAPI cuenta_cerrojo(LPSECURITY_ATTRIBUTES seguridad, BOOL tomado, LPCST
     return s_CreateMutexA(seguridad, tomado, nombre);
 }
 
-}
+} // namespace
 
 // It runs as a role because threads that hang would hold the lock of all programs.
 PAPEL(primeras_reservas)
@@ -151,7 +151,7 @@ TEST(iv_mem, primera_reserva_de_dos_hilos_a_la_vez_ocurre_una_vez)
 namespace {
 
 DWORD s_hilo_primero;
-std::atomic<uint32_t> s_fase;       // 1: the second thread may allocate; 2: it has been to the lock
+std::atomic<uint32_t> s_fase; // 1: the second thread may allocate; 2: it has been to the lock
 decltype(&WaitForSingleObject) s_WaitForSingleObject;
 
 // The first thread has made the lock and is about to take it. Here it lets the second one overtake it.
@@ -160,7 +160,7 @@ DWORD WINAPI espera_adelantada(HANDLE objeto, DWORD ms)
     if (GetCurrentThreadId() == s_hilo_primero && objeto != nullptr && s_fase == 0) {
         s_fase = 1;
         espera_hasta([] { return s_fase == 2; }, 5000);
-        Sleep(50);      // the second one blocks behind its wait, where nothing can be seen of it
+        Sleep(50); // the second one blocks behind its wait, where nothing can be seen of it
     }
     DWORD resultado = s_WaitForSingleObject(objeto, ms);
     if (GetCurrentThreadId() != s_hilo_primero && ms == INFINITE && s_fase == 1)
@@ -168,7 +168,7 @@ DWORD WINAPI espera_adelantada(HANDLE objeto, DWORD ms)
     return resultado;
 }
 
-}
+} // namespace
 
 PAPEL(primera_reserva_adelantada)
 {

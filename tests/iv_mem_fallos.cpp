@@ -61,7 +61,7 @@ void *WINAPI cambia_imposible(HANDLE heap, DWORD opciones, void *memlocal, SIZE_
     return s_HeapReAlloc(heap, opciones | HEAP_GENERATE_EXCEPTIONS, memlocal, TAM_IMPOSIBLE);
 }
 
-}
+} // namespace
 
 TEST(iv_mem, resultado_nulo_del_heap_se_informa_y_se_devuelve)
 {
@@ -72,7 +72,7 @@ TEST(iv_mem, resultado_nulo_del_heap_se_informa_y_se_devuelve)
     }
     EXPECT_INFORME("iv_mem", "(memlocal) != 0");
 
-    EXPECT_EQ(i_realloc(nullptr, 10), nullptr);     // the heap changes no null block
+    EXPECT_EQ(i_realloc(nullptr, 10), nullptr); // the heap changes no null block
     EXPECT_INFORME("iv_mem", "(memlocal) != 0");
     EXPECT_TRUE(cerrojo_queda_libre());
 }
@@ -82,16 +82,15 @@ TEST(iv_mem, tamanyo_mayor_de_32_bits_llega_entero_al_heap)
 {
     static SIZE_T pedido, cambiado;
     i_free(i_malloc(1));
-    importacion_cambiada<decltype(&HeapAlloc)> reserva(
-        __imp_HeapAlloc, [](HANDLE, DWORD, SIZE_T tam) -> void * {
-            pedido = tam;
-            return nullptr;
-        });
-    importacion_cambiada<decltype(&HeapReAlloc)> cambia(
-        __imp_HeapReAlloc, [](HANDLE, DWORD, void *, SIZE_T tam) -> void * {
-            cambiado = tam;
-            return nullptr;
-        });
+    importacion_cambiada<decltype(&HeapAlloc)> reserva(__imp_HeapAlloc, [](HANDLE, DWORD, SIZE_T tam) -> void * {
+        pedido = tam;
+        return nullptr;
+    });
+    importacion_cambiada<decltype(&HeapReAlloc)> cambia(__imp_HeapReAlloc,
+                                                        [](HANDLE, DWORD, void *, SIZE_T tam) -> void * {
+                                                            cambiado = tam;
+                                                            return nullptr;
+                                                        });
 
     EXPECT_EQ(iv_mem_malloc(4294967295u), nullptr);
     EXPECT_INFORME("iv_mem", "(memlocal) != 0");
@@ -151,7 +150,7 @@ BOOL WINAPI libera_con_excepcion(HANDLE, DWORD, void *)
     return FALSE;
 }
 
-}
+} // namespace
 
 PAPEL(libera_un_bloque_roto)
 {

@@ -30,9 +30,9 @@ namespace {
 
 using llamadas = std::vector<std::string>;
 
-llamadas s_llamadas;        // of the thread that is watched
+llamadas s_llamadas; // of the thread that is watched
 DWORD s_hilo;
-HANDLE s_cerrojo;           // what the library got for the lock's name
+HANDLE s_cerrojo; // what the library got for the lock's name
 
 void apunta(const std::string &llamada)
 {
@@ -66,8 +66,7 @@ DWORD WINAPI apunta_WaitForSingleObject(HANDLE objeto, DWORD ms)
 BOOL WINAPI apunta_ReleaseMutex(HANDLE mutex)
 {
     BOOL hecho = s_ReleaseMutex(mutex);
-    apunta("release " + nombre_de(mutex) + (hecho ? "" : " in vain") +
-           (s_LocalHeap == nullptr ? ", no heap" : ""));
+    apunta("release " + nombre_de(mutex) + (hecho ? "" : " in vain") + (s_LocalHeap == nullptr ? ", no heap" : ""));
     return hecho;
 }
 
@@ -138,8 +137,7 @@ llamadas llamadas_de(const std::function<void()> &trabajo)
     importacion_cambiada<decltype(&CloseHandle)> cierra(__imp_CloseHandle, apunta_CloseHandle);
     importacion_cambiada<decltype(&CreateMutexA)> crea(__imp_CreateMutexA, apunta_CreateMutexA);
     importacion_cambiada<decltype(&ReleaseMutex)> suelta(__imp_ReleaseMutex, apunta_ReleaseMutex);
-    importacion_cambiada<decltype(&WaitForSingleObject)> espera(__imp_WaitForSingleObject,
-                                                                apunta_WaitForSingleObject);
+    importacion_cambiada<decltype(&WaitForSingleObject)> espera(__imp_WaitForSingleObject, apunta_WaitForSingleObject);
     importacion_cambiada<decltype(&HeapAlloc)> reserva(__imp_HeapAlloc, apunta_HeapAlloc);
     importacion_cambiada<decltype(&HeapCreate)> nace(__imp_HeapCreate, apunta_HeapCreate);
     importacion_cambiada<decltype(&HeapDestroy)> muere(__imp_HeapDestroy, apunta_HeapDestroy);
@@ -159,14 +157,13 @@ llamadas llamadas_de(const std::function<void()> &trabajo)
 // nothing.
 llamadas primeras(const llamadas &operacion)
 {
-    llamadas todas = {"wait null", std::string("create ") + CERROJO, "wait lock", "HeapCreate",
-                      "release lock"};
+    llamadas todas = {"wait null", std::string("create ") + CERROJO, "wait lock", "HeapCreate", "release lock"};
     todas.insert(todas.end(), operacion.begin(), operacion.end());
     todas.push_back("release lock in vain");
     return todas;
 }
 
-}
+} // namespace
 
 // ---- Without the trace
 
@@ -193,8 +190,7 @@ TEST(iv_mem_orden, cada_operacion_es_una_espera_una_llamada_al_heap_y_una_suelta
     iv_mem_cierra();
     llamadas_de([] { i_free(i_malloc(1)); });
 
-    EXPECT_EQ(llamadas_de([] { memlocal = i_malloc(24); }),
-              (llamadas{"wait lock", "HeapAlloc 24", "release lock"}));
+    EXPECT_EQ(llamadas_de([] { memlocal = i_malloc(24); }), (llamadas{"wait lock", "HeapAlloc 24", "release lock"}));
     EXPECT_EQ(llamadas_de([] { memlocal = i_realloc(memlocal, 48); }),
               (llamadas{"wait lock", "HeapReAlloc 48", "release lock"}));
     EXPECT_EQ(llamadas_de([] { i_free(memlocal); }), (llamadas{"wait lock", "HeapFree", "release lock"}));
@@ -206,8 +202,7 @@ TEST(iv_mem_orden, cierre_destruye_el_heap_y_despues_suelta_y_cierra_el_cerrojo)
     iv_mem_cierra();
     llamadas_de([] { i_free(i_malloc(1)); });
 
-    EXPECT_EQ(llamadas_de(iv_mem_cierra),
-              (llamadas{"HeapDestroy", "release lock in vain, no heap", "close lock"}));
+    EXPECT_EQ(llamadas_de(iv_mem_cierra), (llamadas{"HeapDestroy", "release lock in vain, no heap", "close lock"}));
     EXPECT_EQ(llamadas_de(iv_mem_cierra), llamadas{});
 }
 
@@ -216,8 +211,8 @@ TEST(iv_mem_orden, sin_heap_la_operacion_siguiente_lo_intenta_de_nuevo_con_el_mi
     desactiva_traza();
     iv_mem_cierra();
     {
-        importacion_cambiada<decltype(&HeapCreate)> cambio(
-            __imp_HeapCreate, [](DWORD, SIZE_T, SIZE_T) -> HANDLE { return nullptr; });
+        importacion_cambiada<decltype(&HeapCreate)> cambio(__imp_HeapCreate,
+                                                           [](DWORD, SIZE_T, SIZE_T) -> HANDLE { return nullptr; });
         EXPECT_EQ(i_malloc(10), nullptr);
         EXPECT_INFORME("iv_mem", "(memlocal) != 0");
         uint32_t antes = cuenta_manejadores();
@@ -251,9 +246,8 @@ TEST(iv_mem_orden, concatena_reserva_el_texto_nuevo_antes_de_liberar_el_viejo)
     EXPECT_EQ(llamadas_de([] { iv_mem_concatena(&cadena, ""); }), NUEVA_Y_VIEJA) << "every append";
     iv_mem_libera(&cadena);
 
-    EXPECT_EQ(
-        llamadas_de([] { iv_mem_concatena(&cadena, "x"); }),
-        (llamadas{"wait lock", "HeapAlloc 2", "release lock", "wait lock", "HeapFree null", "release lock"}))
+    EXPECT_EQ(llamadas_de([] { iv_mem_concatena(&cadena, "x"); }),
+              (llamadas{"wait lock", "HeapAlloc 2", "release lock", "wait lock", "HeapFree null", "release lock"}))
         << "a null text is freed as well";
     iv_mem_libera(&cadena);
 }
@@ -271,11 +265,11 @@ TEST(iv_mem_orden, traza_y_comprobaciones_rodean_cada_llamada_al_heap)
                         "\"HeapCreate: \"", "HeapValidate", "HeapAlloc 24", "\"i_malloc(\"",
                         "\"Despues de i_malloc: \"", "HeapValidate", "release lock in vain"}));
     EXPECT_EQ(llamadas_de([] { memlocal = i_realloc(memlocal, 48); }),
-              (llamadas{"wait lock", "HeapValidate", "\"Antes de i_realloc: \"", "HeapReAlloc 48",
-                        "HeapValidate", "\"i_realloc(\"", "\"Despues de i_realloc: \"", "release lock"}));
+              (llamadas{"wait lock", "HeapValidate", "\"Antes de i_realloc: \"", "HeapReAlloc 48", "HeapValidate",
+                        "\"i_realloc(\"", "\"Despues de i_realloc: \"", "release lock"}));
     EXPECT_EQ(llamadas_de([] { i_free(memlocal); }),
-              (llamadas{"wait lock", "HeapValidate", "\"Antes de i_free: \"", "\"i_free(\"", "HeapFree",
-                        "HeapValidate", "release lock"}));
+              (llamadas{"wait lock", "HeapValidate", "\"Antes de i_free: \"", "\"i_free(\"", "HeapFree", "HeapValidate",
+                        "release lock"}));
     EXPECT_EQ(llamadas_de(iv_mem_cierra),
               (llamadas{"\"HeapDestroy: \"", "HeapDestroy", "release lock in vain, no heap", "close lock"}));
 }

@@ -21,7 +21,7 @@ namespace {
 decltype(&HeapAlloc) s_HeapAlloc;
 decltype(&HeapReAlloc) s_HeapReAlloc;
 
-}
+} // namespace
 
 // ---- Life of the heap
 
@@ -47,8 +47,7 @@ TEST(iv_mem, heap_se_pide_con_excepciones_16384_bytes_y_sin_maximo)
     iv_mem_cierra();
     importacion_cambiada<decltype(&HeapCreate)> cambio(
         __imp_HeapCreate, [](DWORD opciones, SIZE_T inicial, SIZE_T maximo) -> HANDLE {
-            llamada += std::to_string(opciones) + " " + std::to_string(inicial) + " " +
-                       std::to_string(maximo) + ";";
+            llamada += std::to_string(opciones) + " " + std::to_string(inicial) + " " + std::to_string(maximo) + ";";
             return real(opciones, inicial, maximo);
         });
 
@@ -67,21 +66,21 @@ TEST(iv_mem, operaciones_piden_bytes_a_cero_y_liberan_sin_opciones)
     static DWORD opciones_reserva, opciones_cambio, opciones_libera;
     s_HeapAlloc = __imp_HeapAlloc;
     s_HeapReAlloc = __imp_HeapReAlloc;
-    importacion_cambiada<decltype(&HeapAlloc)> reserva(
-        __imp_HeapAlloc, [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
-            opciones_reserva = opciones;
-            return s_HeapAlloc(heap, opciones, tam);
-        });
+    importacion_cambiada<decltype(&HeapAlloc)> reserva(__imp_HeapAlloc,
+                                                       [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
+                                                           opciones_reserva = opciones;
+                                                           return s_HeapAlloc(heap, opciones, tam);
+                                                       });
     importacion_cambiada<decltype(&HeapReAlloc)> cambia(
         __imp_HeapReAlloc, [](HANDLE heap, DWORD opciones, void *memlocal, SIZE_T tam) -> void * {
             opciones_cambio = opciones;
             return s_HeapReAlloc(heap, opciones, memlocal, tam);
         });
-    importacion_cambiada<decltype(&HeapFree)> libera(
-        __imp_HeapFree, [](HANDLE heap, DWORD opciones, void *memlocal) -> BOOL {
-            opciones_libera = opciones;
-            return real(heap, opciones, memlocal);
-        });
+    importacion_cambiada<decltype(&HeapFree)> libera(__imp_HeapFree,
+                                                     [](HANDLE heap, DWORD opciones, void *memlocal) -> BOOL {
+                                                         opciones_libera = opciones;
+                                                         return real(heap, opciones, memlocal);
+                                                     });
 
     opciones_libera = 99;
     i_free(i_realloc(i_malloc(8), 100));
@@ -93,11 +92,11 @@ TEST(iv_mem, operaciones_piden_bytes_a_cero_y_liberan_sin_opciones)
 
 TEST(iv_mem, cierre_destruye_el_heap_y_otra_reserva_empieza_de_nuevo)
 {
-    i_malloc(100);              // dies with the heap
+    i_malloc(100); // dies with the heap
     iv_mem_cierra();
     EXPECT_EQ(s_LocalHeap, nullptr);
 
-    iv_mem_cierra();            // there is nothing left to close
+    iv_mem_cierra(); // there is nothing left to close
     EXPECT_EQ(s_LocalHeap, nullptr);
 
     void *memlocal = i_malloc(100);
@@ -146,7 +145,7 @@ TEST(iv_mem, bloque_nuevo_esta_a_cero_y_tiene_su_tamanyo)
         ASSERT_NE(memlocal, nullptr);
         EXPECT_EQ(tam_de(memlocal), tam);
         EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(tam), bytes_de(memlocal, tam)));
-        memset(memlocal, 0xee, tam);        // the next one may get the same place
+        memset(memlocal, 0xee, tam); // the next one may get the same place
         i_free(memlocal);
     }
     EXPECT_EQ(bloques_vivos(), 0u);
@@ -254,11 +253,11 @@ TEST(iv_mem, libera_informa_de_un_puntero_nulo_y_aun_asi_lo_libera)
     static decltype(&HeapFree) real = __imp_HeapFree;
     static std::vector<void *> liberados;
     i_free(i_malloc(1));
-    importacion_cambiada<decltype(&HeapFree)> cambio(
-        __imp_HeapFree, [](HANDLE heap, DWORD opciones, void *memlocal) -> BOOL {
-            liberados.push_back(memlocal);
-            return real(heap, opciones, memlocal);
-        });
+    importacion_cambiada<decltype(&HeapFree)> cambio(__imp_HeapFree,
+                                                     [](HANDLE heap, DWORD opciones, void *memlocal) -> BOOL {
+                                                         liberados.push_back(memlocal);
+                                                         return real(heap, opciones, memlocal);
+                                                     });
     void *memlocal = nullptr;
     char *cadena = nullptr;
     wchar_t *cadena_u = nullptr;

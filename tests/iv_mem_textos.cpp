@@ -58,8 +58,7 @@ TEST(iv_mem_textos, comparaciones_dicen_lo_que_dice_la_plataforma)
     const char *const TEXTOS[] = {"a", "a\x01", "a\xad", "co-op", "coop", "\xe4", "a\xcc", "A"};
     for (const char *uno : TEXTOS)
         for (const char *otro : TEXTOS)
-            EXPECT_EQ(iv_mem_cadenas_iguales(uno, otro), lstrcmpA(uno, otro) == 0 ? 1 : 0)
-                << uno << " " << otro;
+            EXPECT_EQ(iv_mem_cadenas_iguales(uno, otro), lstrcmpA(uno, otro) == 0 ? 1 : 0) << uno << " " << otro;
     EXPECT_EQ(iv_mem_cadenas_iguales(nullptr, nullptr), 1);
 }
 
@@ -68,11 +67,11 @@ TEST(iv_mem_textos, copia_acotada_toma_primero_el_origen_y_siempre_termina)
     const struct {
         const char *origen;
         uint32_t num_caracteres;
-        std::string esperado;       // all of the buffer
+        std::string esperado; // all of the buffer
     } CASOS[] = {
-        {"abc", 1, std::string("\0#####", 6)},    {"abc", 2, std::string("a\0####", 6)},
-        {"abc", 3, std::string("ab\0###", 6)},    {"abc", 4, std::string("abc\0##", 6)},
-        {"abc", 6, std::string("abc\0##", 6)},    {"", 3, std::string("\0#####", 6)},
+        {"abc", 1, std::string("\0#####", 6)},      {"abc", 2, std::string("a\0####", 6)},
+        {"abc", 3, std::string("ab\0###", 6)},      {"abc", 4, std::string("abc\0##", 6)},
+        {"abc", 6, std::string("abc\0##", 6)},      {"", 3, std::string("\0#####", 6)},
         {"abcdefgh", 6, std::string("abcde\0", 6)}, {nullptr, 3, std::string("\0#####", 6)},
     };
 
@@ -101,7 +100,7 @@ TEST(iv_mem_textos, concatena_cambia_el_texto_por_otro_nuevo_con_los_dos)
     }
     EXPECT_STREQ(cadena, "abcde");
 
-    iv_mem_concatena(&cadena, cadena);      // its own text as the tail
+    iv_mem_concatena(&cadena, cadena); // its own text as the tail
     EXPECT_STREQ(cadena, "abcdeabcde");
     iv_mem_libera(&cadena);
 }
@@ -128,9 +127,8 @@ TEST(iv_mem_textos, concatena_informa_de_una_direccion_nula_y_no_hace_mas)
 
 TEST(iv_mem_textos, numero_se_escribe_en_decimal_y_el_0_es_un_texto_vacio)
 {
-    const std::pair<uint32_t, const char *> CASOS[] = {{0, ""},           {1, "1"},
-                                                       {10, "10"},        {100, "100"},
-                                                       {907060, "907060"}, {4294967295u, "4294967295"}};
+    const std::pair<uint32_t, const char *> CASOS[] = {{0, ""},      {1, "1"},           {10, "10"},
+                                                       {100, "100"}, {907060, "907060"}, {4294967295u, "4294967295"}};
     for (const auto &[numero, texto] : CASOS) {
         char *cadena = iv_mem_numero_a_cadena(numero);
         EXPECT_STREQ(cadena, texto);

@@ -41,7 +41,7 @@ BOOL WINAPI heap_invalido(HANDLE, DWORD, LPCVOID)
     return FALSE;
 }
 
-}
+} // namespace
 
 TEST(iv_mem_traza, reserva_escribe_su_linea_y_la_de_informacion)
 {
@@ -64,8 +64,8 @@ TEST(iv_mem_traza, linea_de_reserva_llega_en_sus_piezas)
     captura_traza traza;
     void *memlocal = i_malloc(24);
 
-    const char *const ESPERADAS[] = {"[s_LocalHeap=", "<heap>", "] ", "i_malloc(",
-                                     "24", "): memlocal = ", "<mem>", "\n"};
+    const char *const ESPERADAS[] = {"[s_LocalHeap=",  "<heap>", "] ", "i_malloc(", "24",
+                                     "): memlocal = ", "<mem>",  "\n"};
     ASSERT_GE(traza.piezas().size(), std::size(ESPERADAS));
     for (size_t i = 0; i < std::size(ESPERADAS); i++) {
         std::string esperada = ESPERADAS[i];
@@ -165,8 +165,8 @@ TEST(iv_mem_traza, heap_invalido_se_escribe_en_cada_comprobacion_y_todo_sigue)
                          informacion("Despues de i_malloc: ", memlocal, "8") + MALO);
 
     traza = traza_de([&] { nuevo = i_realloc(memlocal, 9); });
-    EXPECT_EQ(traza, MALO + informacion("Antes de i_realloc: ", memlocal, "8") + MALO + heap_en_traza() +
-                         "i_realloc(" + en_texto(memlocal) + ", 9) -> memlocal = " + en_texto(nuevo) + "\n" +
+    EXPECT_EQ(traza, MALO + informacion("Antes de i_realloc: ", memlocal, "8") + MALO + heap_en_traza() + "i_realloc(" +
+                         en_texto(memlocal) + ", 9) -> memlocal = " + en_texto(nuevo) + "\n" +
                          informacion("Despues de i_realloc: ", nuevo, "9"));
 
     traza = traza_de([&] { i_free(nuevo); });
@@ -182,20 +182,20 @@ TEST(iv_mem_traza, heap_entero_se_comprueba_y_se_mide_sin_su_propio_cerrojo)
     static uint32_t num_validaciones, num_medidas;
     static decltype(&HeapSize) real = __imp_HeapSize;
     i_free(i_malloc(1));
-    importacion_cambiada<decltype(&HeapValidate)> valida(
-        __imp_HeapValidate, [](HANDLE heap, DWORD opciones, LPCVOID memlocal) -> BOOL {
-            num_validaciones++;
-            EXPECT_EQ(heap, s_LocalHeap);
-            EXPECT_EQ(opciones, 1u);
-            EXPECT_EQ(memlocal, nullptr);
-            return TRUE;
-        });
-    importacion_cambiada<decltype(&HeapSize)> mide(
-        __imp_HeapSize, [](HANDLE heap, DWORD opciones, LPCVOID memlocal) -> SIZE_T {
-            num_medidas++;
-            EXPECT_EQ(opciones, 1u);
-            return real(heap, opciones, memlocal);
-        });
+    importacion_cambiada<decltype(&HeapValidate)> valida(__imp_HeapValidate,
+                                                         [](HANDLE heap, DWORD opciones, LPCVOID memlocal) -> BOOL {
+                                                             num_validaciones++;
+                                                             EXPECT_EQ(heap, s_LocalHeap);
+                                                             EXPECT_EQ(opciones, 1u);
+                                                             EXPECT_EQ(memlocal, nullptr);
+                                                             return TRUE;
+                                                         });
+    importacion_cambiada<decltype(&HeapSize)> mide(__imp_HeapSize,
+                                                   [](HANDLE heap, DWORD opciones, LPCVOID memlocal) -> SIZE_T {
+                                                       num_medidas++;
+                                                       EXPECT_EQ(opciones, 1u);
+                                                       return real(heap, opciones, memlocal);
+                                                   });
 
     i_free(i_realloc(i_malloc(1), 2));
 
@@ -209,11 +209,10 @@ TEST(iv_mem, sin_traza_no_se_comprueba_ni_se_mide_nada)
     desactiva_traza();
     i_free(i_malloc(1));
     captura_traza traza;
-    importacion_cambiada<decltype(&HeapValidate)> valida(
-        __imp_HeapValidate, [](HANDLE, DWORD, LPCVOID) -> BOOL {
-            num_llamadas++;
-            return TRUE;
-        });
+    importacion_cambiada<decltype(&HeapValidate)> valida(__imp_HeapValidate, [](HANDLE, DWORD, LPCVOID) -> BOOL {
+        num_llamadas++;
+        return TRUE;
+    });
     importacion_cambiada<decltype(&HeapSize)> mide(__imp_HeapSize, [](HANDLE, DWORD, LPCVOID) -> SIZE_T {
         num_llamadas++;
         return 0;
@@ -241,7 +240,7 @@ LONG CALLBACK mira_cerrojo(EXCEPTION_POINTERS *excepcion)
     return EXCEPTION_CONTINUE_SEARCH;
 }
 
-}
+} // namespace
 
 TEST(iv_mem_traza, lineas_se_escriben_con_el_cerrojo_tomado)
 {

@@ -104,7 +104,7 @@ private:
 duenyo *s_duenyo;
 uint32_t s_num_aperturas;
 
-}
+} // namespace
 
 // ---- Order
 
@@ -126,8 +126,7 @@ TEST(iv_mutex_orden, nivel_cambia_detras_de_la_espera_y_delante_de_la_suelta)
         iv_mutex_desbloquea(m, 1);
     }
 
-    EXPECT_EQ(s_llamadas,
-              (llamadas{"wait at 0", "wait at 1", "release at 1", "release at 0", "release at -1"}))
+    EXPECT_EQ(s_llamadas, (llamadas{"wait at 0", "wait at 1", "release at 1", "release at 0", "release at -1"}))
         << "one release for each unlock, also for the one too many";
     EXPECT_INFORME("iv_mutex", "iv_mutex->nivel_bloqueo > 0");
     m->nivel_bloqueo = 0;
@@ -167,11 +166,11 @@ TEST(iv_mutex_orden, mutex_se_abre_antes_de_reservar_su_registro)
                 hechas.push_back(pedido);
                 return s_CreateMutexA(seguridad, tomado, pedido);
             });
-        importacion_cambiada<decltype(&HeapAlloc)> reserva(
-            __imp_HeapAlloc, [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
-                hechas.push_back("HeapAlloc");
-                return s_HeapAlloc(heap, opciones, tam);
-            });
+        importacion_cambiada<decltype(&HeapAlloc)> reserva(__imp_HeapAlloc,
+                                                           [](HANDLE heap, DWORD opciones, SIZE_T tam) -> void * {
+                                                               hechas.push_back("HeapAlloc");
+                                                               return s_HeapAlloc(heap, opciones, tam);
+                                                           });
         m = iv_mutex_crea(nombre, FALSO);
     }
 

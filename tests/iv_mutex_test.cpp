@@ -94,14 +94,14 @@ std::vector<std::string> llamadas_al_crear(const char *nombre, int16_t recrea)
         importacion_cambiada<decltype(&CloseHandle)> cierra(__imp_CloseHandle, apunta_CloseHandle);
         importacion_cambiada<decltype(&CreateMutexA)> crea(__imp_CreateMutexA, apunta_CreateMutexA);
         importacion_cambiada<decltype(&ReleaseMutex)> suelta(__imp_ReleaseMutex, apunta_ReleaseMutex);
-        SetLastError(ERROR_ALREADY_EXISTS);     // of some earlier call
+        SetLastError(ERROR_ALREADY_EXISTS); // of some earlier call
         m = iv_mutex_crea(nombre, recrea);
     }
     iv_mutex_destruye(&m);
     return s_llamadas;
 }
 
-}
+} // namespace
 
 // ---- Making and destroying
 
@@ -239,15 +239,14 @@ TEST(iv_mutex, recrear_suelta_cierra_y_vuelve_a_abrir_si_existe_y_se_pide_con_1)
     EXPECT_EQ(llamadas_al_crear(nombre, 0), (std::vector<std::string>{"create"}));
     EXPECT_EQ(llamadas_al_crear(nombre, 2), (std::vector<std::string>{"create"}));
     EXPECT_EQ(llamadas_al_crear(nombre, -1), (std::vector<std::string>{"create"}));
-    EXPECT_EQ(llamadas_al_crear(nombre, 1),
-              (std::vector<std::string>{"create", "release", "close", "create"}));
+    EXPECT_EQ(llamadas_al_crear(nombre, 1), (std::vector<std::string>{"create", "release", "close", "create"}));
 }
 
 TEST(iv_mutex, recrear_da_el_mismo_mutex_si_otro_lo_tiene_abierto)
 {
     const char *nombre = nombre_unico("mismo");
     mutex_crudo otro(nombre, mutex_crudo::modo::crea);
-    i_free(i_malloc(1));        // the heap's own lock is there before the count
+    i_free(i_malloc(1)); // the heap's own lock is there before the count
     uint32_t antes = cuenta_manejadores();
 
     iv_mutex *m = iv_mutex_crea(nombre, CIERTO);
@@ -287,7 +286,7 @@ TEST(iv_mutex, cada_bloqueo_sube_un_nivel_y_guarda_su_codigo)
     }
     EXPECT_EQ(codigos(m), (std::vector<uint32_t>{11, 12, 13, 14}));
 
-    iv_mutex_desbloquea(m, 99);     // codes are never compared
+    iv_mutex_desbloquea(m, 99); // codes are never compared
     iv_mutex_desbloquea_2(m, 98, 97);
     EXPECT_EQ(m->nivel_bloqueo, 2);
     iv_mutex_bloquea(m, 33);
@@ -350,7 +349,7 @@ TEST(iv_mutex, soltar_en_nivel_0_se_informa_y_deja_menos_1)
     EXPECT_INFORME("iv_mutex", "iv_mutex->nivel_bloqueo > 0");
     EXPECT_EQ(m->nivel_bloqueo, -2);
 
-    iv_mutex_bloquea(m, 0xeeeeeeee);        // there is no entry for these levels
+    iv_mutex_bloquea(m, 0xeeeeeeee); // there is no entry for these levels
     EXPECT_EQ(m->nivel_bloqueo, -1);
     iv_mutex_bloquea(m, 0xeeeeeeee);
     EXPECT_EQ(m->nivel_bloqueo, 0);
@@ -389,12 +388,12 @@ TEST(iv_mutex, nivel_se_mira_despues_de_la_espera)
     iv_mutex *m = iv_mutex_crea(nombre_unico("espera"), FALSO);
     mutex = m->mutex;
     bloquea_hasta(m, 4);
-    importacion_cambiada<decltype(&WaitForSingleObject)> cambio(
-        __imp_WaitForSingleObject, [](HANDLE objeto, DWORD ms) -> DWORD {
-            if (objeto == mutex && ms == INFINITE)
-                esperando = true;
-            return real(objeto, ms);
-        });
+    importacion_cambiada<decltype(&WaitForSingleObject)> cambio(__imp_WaitForSingleObject,
+                                                                [](HANDLE objeto, DWORD ms) -> DWORD {
+                                                                    if (objeto == mutex && ms == INFINITE)
+                                                                        esperando = true;
+                                                                    return real(objeto, ms);
+                                                                });
 
     hilo otro([m] {
         iv_mutex_bloquea(m, 55);
@@ -483,7 +482,7 @@ TEST(iv_mutex, mutex_abandonado_por_un_proceso_muerto_se_toma_sin_informe)
     mutex_crudo tercero(nombre);
     hilo mata([&] { otro.mata(); });
 
-    iv_mutex_bloquea(m, 21);        // has no time-out: it ends because the holder dies
+    iv_mutex_bloquea(m, 21); // has no time-out: it ends because the holder dies
 
     EXPECT_SIN_INFORMES();
     EXPECT_EQ(m->nivel_bloqueo, 1);

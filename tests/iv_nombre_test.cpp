@@ -37,8 +37,7 @@ const nombres_de_servicio SERVICIOS[] = {
     {"", "Mutex_Ivrexa_", "Mutex_Ivrexa_Interno", "Ivrexa_MCB_Serv_", "Ivrexa_MCB_Serv__Com__comdat17",
      "Ivrexa_MSG_Serv_"},
     {" a%s_\\\xf1\t", "Mutex_Ivrexa_ a%s_\\\xf1\t", "Mutex_Ivrexa_ a%s_\\\xf1\tInterno",
-     "Ivrexa_MCB_Serv_ a%s_\\\xf1\t", "Ivrexa_MCB_Serv_ a%s_\\\xf1\t_Com__comdat17",
-     "Ivrexa_MSG_Serv_ a%s_\\\xf1\t"},
+     "Ivrexa_MCB_Serv_ a%s_\\\xf1\t", "Ivrexa_MCB_Serv_ a%s_\\\xf1\t_Com__comdat17", "Ivrexa_MSG_Serv_ a%s_\\\xf1\t"},
 };
 
 std::vector<std::string> nombres_de(const std::string &servicio)
@@ -55,7 +54,7 @@ std::vector<std::string> nombres_de(const std::string &servicio)
             toma(iv_nombre_MSG_servicio(s))};
 }
 
-}
+} // namespace
 
 TEST(iv_nombre, nombres_fijos_son_constantes)
 {
@@ -131,8 +130,7 @@ TEST(iv_nombre, nombre_largo_no_se_corta)
     std::string servicio(1000, 'L');
 
     EXPECT_EQ(toma(iv_nombre_mutex_servicio(servicio.c_str(), 5)), "Mutex_Ivrexa_" + servicio + "_Inst5");
-    EXPECT_EQ(toma(iv_nombre_mutex_servicio_interno(servicio.c_str())),
-              "Mutex_Ivrexa_" + servicio + "Interno");
+    EXPECT_EQ(toma(iv_nombre_mutex_servicio_interno(servicio.c_str())), "Mutex_Ivrexa_" + servicio + "Interno");
     EXPECT_EQ(toma(iv_nombre_MCCom(servicio.c_str(), 5)), "Ivrexa_MCB_Serv_" + servicio + "_Com__comdat5");
     EXPECT_EQ(toma(iv_nombre_MSG_servicio(servicio.c_str())), "Ivrexa_MSG_Serv_" + servicio);
 }
@@ -144,9 +142,12 @@ TEST(iv_nombre, cada_llamada_da_un_texto_nuevo_y_nada_mas)
     ASSERT_NE(s_LocalHeap, nullptr);
     EXPECT_EQ(bloques_vivos(), 0u);
 
-    char *textos[] = {iv_nombre_mutex_servicio("Calc", 0), iv_nombre_mutex_servicio("Calc", 3),
-                      iv_nombre_mutex_servicio_interno("Calc"), iv_nombre_MCServ("Calc"),
-                      iv_nombre_MCCom("Calc", 17), iv_nombre_MSG_servicio("Calc")};
+    char *textos[] = {iv_nombre_mutex_servicio("Calc", 0),
+                      iv_nombre_mutex_servicio("Calc", 3),
+                      iv_nombre_mutex_servicio_interno("Calc"),
+                      iv_nombre_MCServ("Calc"),
+                      iv_nombre_MCCom("Calc", 17),
+                      iv_nombre_MSG_servicio("Calc")};
     char *otro = iv_nombre_MCServ("Calc");
 
     EXPECT_EQ(bloques_vivos(), 7u);

@@ -198,7 +198,7 @@ inline bool existen_datos(const std::string &servicio, uint32_t id)
 struct llamada {
     std::string servicio;
     uint32_t id_comando;
-    uint64_t contexto[4];       // as the function found it
+    uint64_t contexto[4]; // as the function found it
     void *datos_externos;
     uint32_t hilo;
 };
@@ -207,8 +207,7 @@ inline cerrojo s_candado;
 inline std::vector<llamada> s_llamadas;
 inline std::function<int32_t(uint32_t id_comando, comando *contexto)> s_trabajo;
 
-inline int32_t funcion_comando(const char *servicio, uint32_t id_comando, comando *contexto,
-                               void *datos_externos)
+inline int32_t funcion_comando(const char *servicio, uint32_t id_comando, comando *contexto, void *datos_externos)
 {
     llamada esta = {servicio, id_comando, {}, datos_externos, GetCurrentThreadId()};
     memcpy(esta.contexto, contexto, sizeof esta.contexto);
@@ -266,8 +265,7 @@ struct mensaje {
     WPARAM wparam;
     LPARAM lparam;
 };
-inline std::vector<mensaje>
-    s_mensajes; // what reached the host's own procedure: registered messages and WM_NULL
+inline std::vector<mensaje> s_mensajes; // what reached the host's own procedure: registered messages and WM_NULL
 
 inline LRESULT CALLBACK proc_propia(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
 {
@@ -281,10 +279,9 @@ inline LRESULT CALLBACK proc_propia(HWND hwnd, UINT msg, WPARAM wparam, LPARAM l
 
 inline std::string solo_registros(const std::string &texto)
 {
-    static const std::regex sobra(
-        "\\[s_LocalHeap=\\d+\\] i_\\w+\\([^\n]*\n|(Antes|Despues) de i_\\w+: [^\n]*\n|"
-        "HeapCreate: \\d+\n|sharedmem->tam_datos = [^\n]*\n|\\*\\*\\* iv_comdat[^\n]*\n|"
-        "\\*\\*\\* -> [^\n]*\n");
+    static const std::regex sobra("\\[s_LocalHeap=\\d+\\] i_\\w+\\([^\n]*\n|(Antes|Despues) de i_\\w+: [^\n]*\n|"
+                                  "HeapCreate: \\d+\n|sharedmem->tam_datos = [^\n]*\n|\\*\\*\\* iv_comdat[^\n]*\n|"
+                                  "\\*\\*\\* -> [^\n]*\n");
     return std::regex_replace(enmascara_tiempos(texto), sobra, "");
 }
 
@@ -310,7 +307,7 @@ protected:
         s_avisos.clear();
         s_mensajes.clear();
         s_trabajo = nullptr;
-        bloque_crudo mcb("Ivrexa_MCB");         // kept by the tests before, where they share a process
+        bloque_crudo mcb("Ivrexa_MCB"); // kept by the tests before, where they share a process
         if (mcb.abierto())
             mcb.pon_bytes(0, std::vector<uint8_t>(8886));
     }

@@ -58,10 +58,7 @@ struct iv_reg_bucle : con_sesion {
     {
         return espera_hasta([&] { return m_canal->u32(30) == estado; }, ms);
     }
-    bool acaba_hilo(uint32_t ms = 5000)
-    {
-        return WaitForSingleObject(prestado(0).puntero(66), ms) == WAIT_OBJECT_0;
-    }
+    bool acaba_hilo(uint32_t ms = 5000) { return WaitForSingleObject(prestado(0).puntero(66), ms) == WAIT_OBJECT_0; }
     DWORD codigo_hilo()
     {
         DWORD codigo = 0;
@@ -138,7 +135,7 @@ int32_t lanza_cpp(const char *, uint32_t, comando *, void *)
     return 1;
 }
 
-}
+} // namespace
 
 // ---- The states
 
@@ -150,8 +147,8 @@ PAPEL(cliente_crudo)
     yo.di("LISTO");
     auto cuenta = [&](uint32_t estado) {
         bool visto = espera_hasta([&] { return canal.u32(4) == estado; }, 10000);
-        yo.di((visto ? "STATE " : "NEVER ") + std::to_string(estado) + " server " +
-              std::to_string(canal.u32(30)) + " result " + std::to_string(canal.u32(8)));
+        yo.di((visto ? "STATE " : "NEVER ") + std::to_string(estado) + " server " + std::to_string(canal.u32(30)) +
+              " result " + std::to_string(canal.u32(8)));
         return visto;
     };
     canal.pon_u32(8, 77);
@@ -188,7 +185,7 @@ TEST_F(iv_reg_bucle, estados_en_su_orden_vistos_por_otro_proceso)
 
     EXPECT_EQ(cliente.espera_linea("STATE", 10000), "STATE 1");
     EXPECT_EQ(cliente.espera_linea("STATE", 10000), "STATE 2 server 2 result 0");
-    EXPECT_EQ(cliente.espera_linea("FREE", 10000), "FREE 0");       // held while the command runs
+    EXPECT_EQ(cliente.espera_linea("FREE", 10000), "FREE 0"); // held while the command runs
     cliente.di("SIGUE");
     sigue.abre();
     EXPECT_EQ(cliente.espera_linea("STATE", 10000), "STATE 3 server 3 result 9");
@@ -267,7 +264,7 @@ TEST_F(iv_reg_bucle, servicio_sin_funcion_da_3)
 {
     prepara(nullptr);
     EXPECT_EQ(ejecuta({}), 3u);
-    EXPECT_EQ(ejecuta({50, 0, 0, {}}), 1u);         // the library's own
+    EXPECT_EQ(ejecuta({50, 0, 0, {}}), 1u); // the library's own
     EXPECT_EQ(m_canal->u16(28), 0u);
 }
 
@@ -291,7 +288,7 @@ TEST_F(iv_reg_bucle, excepcion_del_sistema_da_3_y_no_deja_nada)
         mutex.suelta();
     }
     s_trabajo = nullptr;
-    EXPECT_EQ(ejecuta({}), 1u);                     // it keeps serving, on the same thread
+    EXPECT_EQ(ejecuta({}), 1u); // it keeps serving, on the same thread
     EXPECT_EQ(s_llamadas.back().hilo, id_hilo);
     EXPECT_EQ(prestado(0).u32(78), 2u);
 }
@@ -336,12 +333,12 @@ TEST_F(iv_reg_bucle, excepcion_bajo_el_sitio_35_suelta_lo_que_quedaba_tomado)
     bloque_crudo datos = crea_datos(m_servicio, 100, std::vector<uint8_t>(i_TAM_IMPOSIBLE));
     static decltype(&HeapAlloc) s_reserva;
     s_reserva = __imp_HeapAlloc;
-    importacion_cambiada<decltype(&HeapAlloc)> cambio(
-        __imp_HeapAlloc, [](HANDLE heap, DWORD marcas, SIZE_T tam) -> void * {
-            if (heap == s_LocalHeap && tam >= i_TAM_IMPOSIBLE)
-                RaiseException(STATUS_NO_MEMORY, 0, 0, nullptr);
-            return s_reserva(heap, marcas, tam);
-        });
+    importacion_cambiada<decltype(&HeapAlloc)> cambio(__imp_HeapAlloc,
+                                                      [](HANDLE heap, DWORD marcas, SIZE_T tam) -> void * {
+                                                          if (heap == s_LocalHeap && tam >= i_TAM_IMPOSIBLE)
+                                                              RaiseException(STATUS_NO_MEMORY, 0, 0, nullptr);
+                                                          return s_reserva(heap, marcas, tam);
+                                                      });
     EXPECT_EQ(ejecuta({100, 100, 0, {}}), 3u);
 
     EXPECT_EQ(num_llamadas(), 0u);
@@ -406,7 +403,7 @@ TEST_F(iv_reg_bucle, orden_que_llega_con_la_marca_de_fin_se_cumple_todavia)
     prepara();
     EXPECT_TRUE(espera_hasta([&] { return m_mcb->u32(en_servicio(prestado(0).u32(8), 68)) == 1; }, 5000));
     mutex_crudo mutex((std::string("Mutex_Ivrexa_") + m_servicio).c_str());
-    ASSERT_TRUE(mutex.retiene(5000));               // between two rounds of its wait
+    ASSERT_TRUE(mutex.retiene(5000)); // between two rounds of its wait
     escribe_orden(m_canal.get(), {});
     m_canal->pon_u16(28, 1);
     mutex.suelta();
@@ -414,7 +411,7 @@ TEST_F(iv_reg_bucle, orden_que_llega_con_la_marca_de_fin_se_cumple_todavia)
     EXPECT_TRUE(acaba_hilo());
     EXPECT_EQ(num_llamadas(), 1u);
     EXPECT_EQ(m_canal->u32(8), 1u);
-    EXPECT_EQ(m_canal->u32(4), 5u);                 // without a receipt
+    EXPECT_EQ(m_canal->u32(4), 5u); // without a receipt
     EXPECT_EQ(m_canal->u32(30), 0u);
 }
 
@@ -471,7 +468,7 @@ TEST_F(iv_reg_bucle, orden_1_acaba_el_hilo_y_la_espera_de_su_fin)
         ivrexa_espera_comando_terminar_servidor();
         SetEvent(acabado);
     });
-    EXPECT_EQ(WaitForSingleObject(acabado, 450), static_cast<DWORD>(WAIT_TIMEOUT));     // past its first look
+    EXPECT_EQ(WaitForSingleObject(acabado, 450), static_cast<DWORD>(WAIT_TIMEOUT)); // past its first look
     uint32_t id_hilo = prestado(0).u32(74);
     escribe_orden(m_canal.get(), {1, 0, 0, {}});
 
@@ -484,7 +481,7 @@ TEST_F(iv_reg_bucle, orden_1_acaba_el_hilo_y_la_espera_de_su_fin)
     EXPECT_EQ(prestado(0).u32(78), 0u);
     EXPECT_EQ(s_num_quit, 1);
     EXPECT_EQ(s_codigo_quit, 1);
-    EXPECT_EQ(s_hilo_quit, id_hilo);                // its own queue, not the main thread's
+    EXPECT_EQ(s_hilo_quit, id_hilo); // its own queue, not the main thread's
     EXPECT_EQ(num_llamadas(), 0u);
     EXPECT_EQ(WaitForSingleObject(acabado, 2000), WAIT_OBJECT_0);
     CloseHandle(acabado);
@@ -498,7 +495,7 @@ TEST_F(iv_reg_bucle, ordenes_2_a_99_dan_1_y_no_hacen_nada)
     EXPECT_EQ(num_llamadas(), 0u);
     EXPECT_EQ(m_canal->u16(28), 0u);
     EXPECT_EQ(prestado(0).u32(78), 2u);
-    EXPECT_EQ(ejecuta({0, 0, 0, {}}), 1u);          // 0 is the host's: the window alone passes it on
+    EXPECT_EQ(ejecuta({0, 0, 0, {}}), 1u); // 0 is the host's: the window alone passes it on
     EXPECT_EQ(num_llamadas(), 1u);
 }
 
@@ -523,7 +520,7 @@ TEST_F(iv_reg_bucle, orden_1_acaba_solo_su_servicio)
 TEST_F(iv_reg_bucle, terminar_servidor_ejecuta_la_orden_1)
 {
     prepara();
-    m_mcb->pon_u32(en_programa(0, 270), 5);         // a heartbeat that has moved: nobody counts as dead
+    m_mcb->pon_u32(en_programa(0, 270), 5); // a heartbeat that has moved: nobody counts as dead
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, m_servicio);
     ivrexa_terminar_servidor(m_servicio);
 
@@ -549,7 +546,7 @@ TEST_F(iv_reg_bucle, esperar_cuenta_todo_hilo_que_no_ha_acabado)
     EXPECT_TRUE(acaba_hilo());
     prestado(0).pon<uint32_t>(78, 1);
     hilo espera([] { ivrexa_espera_comando_terminar_servidor(); });
-    EXPECT_FALSE(espera.acaba(450));                // past its first look
+    EXPECT_FALSE(espera.acaba(450)); // past its first look
     prestado(0).pon<uint32_t>(78, 0);
     EXPECT_TRUE(espera.acaba(2000));
 }

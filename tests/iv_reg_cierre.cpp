@@ -28,9 +28,8 @@ std::string donde_esta()
 {
     vista_memoria ficha(s_ficha);
     bloque_crudo mcb("Ivrexa_MCB");
-    std::string texto = "closing " + numero(ficha.u32(0)) + " beat " +
-                        numero(ficha.puntero(3312) != nullptr) + " entered " +
-                        numero(mcb.texto(1430, 256) != "");
+    std::string texto = "closing " + numero(ficha.u32(0)) + " beat " + numero(ficha.puntero(3312) != nullptr) +
+                        " entered " + numero(mcb.texto(1430, 256) != "");
     for (uint32_t i = 0; i < 2; i++) {
         bloque_crudo canal(s_canales[i].c_str());
         texto += " ended " + numero(canal.u16(28)) + numero(canal.u32(30)) + " thread " +
@@ -42,8 +41,7 @@ std::string donde_esta()
 
 BOOL WINAPI apunta_aviso(HWND, UINT, WPARAM wparam, LPARAM lparam)
 {
-    s_pasos.push_back("post " + numero(wparam) + " " + numero(static_cast<uint64_t>(lparam)) + ": " +
-                      donde_esta());
+    s_pasos.push_back("post " + numero(wparam) + " " + numero(static_cast<uint64_t>(lparam)) + ": " + donde_esta());
     return TRUE;
 }
 
@@ -57,7 +55,7 @@ struct iv_reg_cierre : con_sesion {
     iv_reg_cierre() { s_pasos.clear(); }
 };
 
-}
+} // namespace
 
 TEST_F(iv_reg_cierre, orden_de_los_efectos_sin_ventana)
 {
@@ -74,23 +72,20 @@ TEST_F(iv_reg_cierre, orden_de_los_efectos_sin_ventana)
     {
         ventana_cambiada cambiada;
         cambiada->PostMessageW = [](HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam) -> BOOL {
-            return wparam == 0 ? apunta_aviso(hwnd, msg, wparam, lparam) : TRUE;    // without the rounds
+            return wparam == 0 ? apunta_aviso(hwnd, msg, wparam, lparam) : TRUE; // without the rounds
         };
         iv_reg_cierra_sesion();
     }
 
     // The heartbeat first, then the program's entry; each service is marked, told of, and its thread stopped
     // before the next one; the clients' threads come last.
-    EXPECT_EQ(s_pasos,
-              (std::vector<std::string>{
-                  "post 0 1: closing 2 beat 0 entered 0 ended 10 thread 1 ended 01 thread 1 client 1",
-                  "post 0 2: closing 2 beat 0 entered 0 ended 10 thread 0 ended 10 thread 1 client 1"}));
+    EXPECT_EQ(s_pasos, (std::vector<std::string>{
+                           "post 0 1: closing 2 beat 0 entered 0 ended 10 thread 1 ended 01 thread 1 client 1",
+                           "post 0 2: closing 2 beat 0 entered 0 ended 10 thread 0 ended 10 thread 1 client 1"}));
     // a server; kind 1; ends
     for (size_t n : {22, 44})
-        EXPECT_TRUE(
-            bytes_iguales({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}, mcb.bytes(n + 4, 18)))
-            << n;
-    EXPECT_EQ(busca_en_registro(mcb, a), 32u);      // out of the table
+        EXPECT_TRUE(bytes_iguales({0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0}, mcb.bytes(n + 4, 18))) << n;
+    EXPECT_EQ(busca_en_registro(mcb, a), 32u); // out of the table
     EXPECT_EQ(busca_en_registro(mcb, b), 32u);
     EXPECT_EQ(mcb.texto(1430, 256), "");
     EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(18), mcb.bytes(1430 + 256, 18)));
@@ -116,9 +111,8 @@ TEST_F(iv_reg_cierre, ventana_vuelve_a_su_procedimiento_tras_parar_los_hilos)
         iv_reg_cierra_sesion();
     }
 
-    EXPECT_EQ(s_pasos,
-              (std::vector<std::string>{
-                  "subclass -4: closing 2 beat 0 entered 0 ended 10 thread 0 ended 10 thread 0 client 0"}));
+    EXPECT_EQ(s_pasos, (std::vector<std::string>{
+                           "subclass -4: closing 2 beat 0 entered 0 ended 10 thread 0 ended 10 thread 0 client 0"}));
     EXPECT_EQ(GetWindowLongPtrW(ventana(), GWLP_WNDPROC), reinterpret_cast<LONG_PTR>(proc_propia));
     EXPECT_EQ(SendMessageW(ventana(), msg, 100, 0), 77);
     EXPECT_EQ(num_llamadas(), 0u);
@@ -141,8 +135,8 @@ TEST_F(iv_reg_cierre, ficha_queda_vacia_con_sus_cuentas)
 
     EXPECT_EQ(s_programa, nullptr);
     EXPECT_EQ(ficha.u32(0), 3u);
-    for (size_t despl : {4, 3312, 36 + 0, 36 + 30, 36 + 42, 36 + 50, 36 + 58, 36 + 66, 36 + 82, 1484 + 0,
-                         1484 + 28, 1484 + 36, 1484 + 44, 2416, 2416 + 28})
+    for (size_t despl : {4, 3312, 36 + 0, 36 + 30, 36 + 42, 36 + 50, 36 + 58, 36 + 66, 36 + 82, 1484 + 0, 1484 + 28,
+                         1484 + 36, 1484 + 44, 2416, 2416 + 28})
         EXPECT_EQ(ficha.u64(despl), 0u) << despl;
     for (size_t despl : {3320, 36 + 74, 36 + 78, 1484 + 52, 2416 + 8, 2416 + 28 + 8})
         EXPECT_EQ(ficha.u32(despl), 0u) << despl;
@@ -189,19 +183,17 @@ TEST_F(iv_reg_cierre, hilo_que_duerme_recibe_500_ms_y_el_acabado_ninguno)
                                                                       s_pasos.push_back("code " + quien(h));
                                                                       return s_codigo(h, n);
                                                                   });
-        importacion_cambiada<decltype(&TerminateThread)> mata(
-            __imp_TerminateThread, [](HANDLE h, DWORD n) -> BOOL {
-                s_pasos.push_back("kill " + quien(h) + " " + std::to_string(n));
-                return s_mata(h, n);
-            });
-        importacion_cambiada<decltype(&CloseHandle)> cierra_manejador(
-            __imp_CloseHandle, [](HANDLE h) -> BOOL {
-                if (!quien(h).empty())
-                    s_pasos.push_back("close " + quien(h));
-                s_latido = h == s_latido ? nullptr : s_latido; // the number may come back
-                s_servidor = h == s_servidor ? nullptr : s_servidor;
-                return s_cierra(h);
-            });
+        importacion_cambiada<decltype(&TerminateThread)> mata(__imp_TerminateThread, [](HANDLE h, DWORD n) -> BOOL {
+            s_pasos.push_back("kill " + quien(h) + " " + std::to_string(n));
+            return s_mata(h, n);
+        });
+        importacion_cambiada<decltype(&CloseHandle)> cierra_manejador(__imp_CloseHandle, [](HANDLE h) -> BOOL {
+            if (!quien(h).empty())
+                s_pasos.push_back("close " + quien(h));
+            s_latido = h == s_latido ? nullptr : s_latido; // the number may come back
+            s_servidor = h == s_servidor ? nullptr : s_servidor;
+            return s_cierra(h);
+        });
         importacion_cambiada<decltype(&Sleep)> duerme(__imp_Sleep, [](DWORD ms) {
             if (GetCurrentThreadId() == s_hilo && ms >= 100)
                 s_pasos.push_back("sleep " + std::to_string(ms));
@@ -209,8 +201,8 @@ TEST_F(iv_reg_cierre, hilo_que_duerme_recibe_500_ms_y_el_acabado_ninguno)
         });
         ivrexa_cierra_sesion();
     }
-    EXPECT_EQ(s_pasos, (std::vector<std::string>{"code heartbeat", "sleep 500", "kill heartbeat 0",
-                                                 "close heartbeat", "code service", "close service"}));
+    EXPECT_EQ(s_pasos, (std::vector<std::string>{"code heartbeat", "sleep 500", "kill heartbeat 0", "close heartbeat",
+                                                 "code service", "close service"}));
 }
 
 // Keeps the heartbeat, once it touches the registry's block, where it has counted its hold of the mutex, until long
@@ -262,7 +254,7 @@ TEST_F(iv_reg_cierre, latido_no_se_acaba_dentro_del_registro_ni_del_heap)
     static decltype(&TerminateThread) s_mata;
     s_mata = __imp_TerminateThread;
     importacion_cambiada<decltype(&TerminateThread)> mata(__imp_TerminateThread, [](HANDLE h, DWORD n) -> BOOL {
-        s_con_registro.push_back(s_mcbase_acceso != nullptr);       // without it, nobody is inside
+        s_con_registro.push_back(s_mcbase_acceso != nullptr); // without it, nobody is inside
         s_libres.push_back(s_con_registro.back() && mutex_crudo("Ivrexa_Mutex_MCB").libre());
         s_libres.push_back(mutex_crudo("ivrexa_iv_mem").libre());
         return s_mata(h, n);
@@ -273,7 +265,7 @@ TEST_F(iv_reg_cierre, latido_no_se_acaba_dentro_del_registro_ni_del_heap)
     ASSERT_TRUE(parado.espera());
     EXPECT_FALSE(registro.libre());
     ivrexa_cierra_sesion();
-    ASSERT_GE(s_libres.size(), 2u);                 // the heartbeat, and a notification thread that slept too long
+    ASSERT_GE(s_libres.size(), 2u); // the heartbeat, and a notification thread that slept too long
     EXPECT_TRUE(s_con_registro[0]);
     EXPECT_EQ(s_libres, std::vector<bool>(s_libres.size(), false));
     EXPECT_TRUE(registro.libre());
@@ -327,7 +319,7 @@ TEST_F(iv_reg_cierre, canal_se_marca_bajo_el_sitio_25)
     EXPECT_EQ(canal.u16(28), 0u);
     EXPECT_EQ(canal.u32(30), 1u);
 
-    ASSERT_TRUE(registro.retiene(5000));            // stops it again, before the service leaves the table
+    ASSERT_TRUE(registro.retiene(5000)); // stops it again, before the service leaves the table
     mutex.suelta();
     EXPECT_TRUE(espera_hasta([&] { return canal.u16(28) == 1 && canal.u32(30) == 0; }, 5000));
     EXPECT_TRUE(espera_hasta([] { return mutex_en(prestado(0), 50)->nivel_bloqueo == 0; }, 5000));
@@ -356,7 +348,7 @@ TEST_F(iv_reg_cierre, hilo_del_servicio_acaba_en_la_gracia_y_la_espera_vuelve)
     hilo espera([] { ivrexa_espera_comando_terminar_servidor(); });
     uint64_t inicio = GetTickCount64();
     ivrexa_cierra_sesion();
-    EXPECT_LT(GetTickCount64() - inicio, 3000u);    // two graces
+    EXPECT_LT(GetTickCount64() - inicio, 3000u); // two graces
     EXPECT_EQ(WaitForSingleObject(servidor, 0), WAIT_OBJECT_0);
     CloseHandle(servidor);
     EXPECT_TRUE(espera.acaba(2000));
@@ -396,7 +388,7 @@ TEST_F(iv_reg_cierre, funcion_sin_ventana_que_notifica_no_detiene_el_cierre)
     ivrexa_cierra_sesion();
 
     EXPECT_EQ(s_programa, nullptr);
-    EXPECT_EQ(canal.u32(8), 1u);                    // the command was answered
+    EXPECT_EQ(canal.u32(8), 1u); // the command was answered
     EXPECT_EQ(canal.u16(28), 1u);
 }
 
@@ -425,7 +417,7 @@ TEST_F(iv_reg_cierre, canal_se_marca_cuando_la_orden_en_curso_ha_acabado)
     EXPECT_EQ(canal.u32(8), 42u);
     EXPECT_EQ(canal.u16(28), 1u);
     EXPECT_EQ(canal.u32(30), 0u);
-    EXPECT_FALSE(existen_datos(servicio, 100));     // the output that it left went too
+    EXPECT_FALSE(existen_datos(servicio, 100)); // the output that it left went too
 }
 
 static void aviso_que_no_vuelve(const char *servicio, uint32_t id_cliente, uint32_t dato)
@@ -458,7 +450,7 @@ TEST_F(iv_reg_cierre, hilo_que_no_vuelve_se_acaba_con_codigo_0_y_su_mutex_queda_
         CloseHandle(h);
     }
     EXPECT_TRUE(mutex.retiene(5000));
-    EXPECT_EQ(canal.u32(2362), 2u);                 // as the thread left it
+    EXPECT_EQ(canal.u32(2362), 2u); // as the thread left it
 }
 
 // Everything that the record and its calls held; the private heap is looked at before the caller destroys it.
@@ -470,7 +462,7 @@ TEST_F(iv_reg_cierre, no_deja_nada_en_el_heap)
         ivrexa_anyade_servicio(nombre_unico("Otro"), 1, nullptr, funcion_comando);
         ivrexa_terminado_registro();
         ivrexa_registra_cliente_de_servicio("C:\\p.exe", hwnd, usado);
-        for (uint32_t n = 0; n < 33; n++)           // one of them of id 0, one too many
+        for (uint32_t n = 0; n < 33; n++) // one of them of id 0, one too many
             iv_reg_abierto_documento_de_cliente(usado, L"uno", n);
         uint32_t id = 0;
         s_trabajo = [&](uint32_t, comando *contexto) { return (id = pon_salida(servicio, contexto)) != 0; };
@@ -481,7 +473,7 @@ TEST_F(iv_reg_cierre, no_deja_nada_en_el_heap)
         iv_mcbase_cierra();
         EXPECT_FALSE(existen_datos(servicio, id));
     };
-    i_free(i_malloc(1));                            // the heap is there from now on
+    i_free(i_malloc(1)); // the heap is there from now on
     uint32_t vivos = bloques_vivos();
     for (HWND hwnd : {ventana(), static_cast<HWND>(nullptr)}) {
         sesion(hwnd);
@@ -507,7 +499,7 @@ TEST_F(iv_reg_cierre, antes_de_publicar_se_informa_de_lo_que_falta_y_se_cierra)
 
 TEST_F(iv_reg_cierre, sin_registro_solo_se_va_el_heap)
 {
-    ivrexa_cierra_sesion();                         // neither heap nor program
+    ivrexa_cierra_sesion(); // neither heap nor program
     i_malloc(1);
     EXPECT_NE(s_LocalHeap, nullptr);
     ivrexa_cierra_sesion();
@@ -545,7 +537,7 @@ TEST_F(iv_reg_cierre, registro_posterior_empieza_de_nuevo)
     EXPECT_EQ(programa().u32(1476), 200u);
     EXPECT_EQ(programa().u32(1480), 0u);
     EXPECT_EQ(mcb.texto(1430, 256), "C:\\nuevo.exe");
-    EXPECT_EQ(mcb.u16(4), 2u);                      // it opened the registry anew
+    EXPECT_EQ(mcb.u16(4), 2u); // it opened the registry anew
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, usado);
     EXPECT_EQ(ivrexa_abierto_documento_de_cliente(usado, L"dos", 12), 200u);
     EXPECT_EQ(documento_en(0).texto_u(0), L"dos");

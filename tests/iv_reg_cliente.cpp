@@ -71,7 +71,7 @@ struct iv_reg_notifica : iv_reg_notificacion {
 
 const char *const OTRA_RUTA = "iv_mem_cadenas_iguales_u(doc->ruta, ruta_documento) == CIERTO";
 
-}
+} // namespace
 
 // ---- Registration
 
@@ -94,8 +94,7 @@ TEST_F(iv_reg_cliente, ficha_del_servicio_usado_campo_a_campo)
     EXPECT_EQ(solicitado(0).texto(0), servicio);
     EXPECT_NE(solicitado(0).puntero(0), servicio);
     EXPECT_EQ(solicitado(0).u32(8), 1u);
-    EXPECT_EQ(solicitado(0).u32(12),
-              RegisterWindowMessageA((std::string("Ivrexa_MSG_Serv_") + servicio).c_str()));
+    EXPECT_EQ(solicitado(0).u32(12), RegisterWindowMessageA((std::string("Ivrexa_MSG_Serv_") + servicio).c_str()));
     EXPECT_EQ(solicitado(0).u32(16), 0u);
     EXPECT_EQ(solicitado(0).puntero(20), reinterpret_cast<void *>(funcion_aviso));
     EXPECT_EQ(mutex_en(solicitado(0), 28)->nombre, interno(servicio));
@@ -109,7 +108,7 @@ TEST_F(iv_reg_cliente, ficha_del_servicio_usado_campo_a_campo)
     EXPECT_EQ(mcb.u16(en_programa(0, 264)), 0u);
     EXPECT_EQ(mcb.u16(en_programa(0, 266)), 1u);
     EXPECT_EQ(mcb.texto(en_servicio(1, 0), 64), servicio);
-    EXPECT_EQ(mcb.u16(en_servicio(1, 66)), 0u);                     // id_programa_cliente
+    EXPECT_EQ(mcb.u16(en_servicio(1, 66)), 0u); // id_programa_cliente
     EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(16), mcb.bytes(en_servicio(1, 80), 16)));
 }
 
@@ -136,15 +135,14 @@ TEST_F(iv_reg_cliente, ventana_se_cambia_al_registrar_y_una_sola_vez)
     EXPECT_EQ(s_num_subclases, 1);
     EXPECT_EQ(programa().puntero(12), ventana());
     EXPECT_EQ(programa().puntero(20), reinterpret_cast<void *>(proc_propia));
-    EXPECT_EQ(GetWindowLongPtrW(ventana(), GWLP_WNDPROC),
-              reinterpret_cast<LONG_PTR>(iv_reg_wndproc_programa));
+    EXPECT_EQ(GetWindowLongPtrW(ventana(), GWLP_WNDPROC), reinterpret_cast<LONG_PTR>(iv_reg_wndproc_programa));
 }
 
 TEST_F(iv_reg_cliente, otra_ventana_que_la_del_programa_se_informa_y_el_servicio_se_anyade)
 {
     HWND otra = crea_ventana(proc_propia);
     registra(nombre_unico("A"), ventana());
-    registra(nombre_unico("B"));                    // null: no report
+    registra(nombre_unico("B")); // null: no report
     registra(nombre_unico("C"), ventana());
     EXPECT_EQ(num_informes(), 0u);
 
@@ -197,12 +195,12 @@ TEST_F(iv_reg_cliente, decimoseptimo_servicio_se_pierde_sin_decirlo)
 
     EXPECT_EQ(num_informes(), 0u);
     EXPECT_EQ(programa().u32(1480), 16u);
-    EXPECT_EQ(programa().u32(2412), 0u);            // what lies behind the table
+    EXPECT_EQ(programa().u32(2412), 0u); // what lies behind the table
     EXPECT_EQ(documento_en(0).u64(0), 0u);
     EXPECT_EQ(ivrexa_dame_id_MSG_servicio(ultimo.c_str()), 0u);
     EXPECT_FALSE(existe_bloque(nombre_canal(ultimo).c_str()));
     EXPECT_EQ(busca_en_registro(abre_registro(), ultimo), 32u);
-    registra(solicitado(15).texto(0).c_str());      // one that it uses: nothing either
+    registra(solicitado(15).texto(0).c_str()); // one that it uses: nothing either
     EXPECT_EQ(programa().u32(1480), 16u);
 }
 
@@ -216,7 +214,7 @@ TEST_F(iv_reg_documento, sin_programa_o_sin_servicio_se_informa_y_da_0)
     EXPECT_INFORME("iv_reg", "s_programa != NULL");
     EXPECT_EQ(num_informes(), 0u);
 
-    sirve("Calc", ventana());                       // offered, not used
+    sirve("Calc", ventana()); // offered, not used
     EXPECT_EQ(iv_reg_abierto_documento_de_cliente("Calc", L"a", 1), 0u);
     EXPECT_INFORME("iv_reg", "servicio_solicitado != NULL");
     EXPECT_EQ(documento_en(0).u32(8), 0u);
@@ -245,7 +243,7 @@ TEST_F(iv_reg_documento, primer_servicio_recibe_200_y_el_segundo_201)
     EXPECT_EQ(documento_en(1).u8(12), 0u);
     EXPECT_EQ(documento_en(1).u8(13), 1u);
     EXPECT_EQ(documento_en(2).u32(8), 0u);
-    EXPECT_EQ(programa().u32(2412), 0u);            // never maintained
+    EXPECT_EQ(programa().u32(2412), 0u); // never maintained
 }
 
 TEST_F(iv_reg_documento, mismo_id_con_otra_ruta_se_informa_y_aun_asi_se_marca)
@@ -273,13 +271,13 @@ TEST_F(iv_reg_documento, trigesimo_tercero_no_se_apunta_y_da_el_id)
     uint64_t detras = programa().u64(3312);
     EXPECT_EQ(iv_reg_abierto_documento_de_cliente(b, L"x", 33), 201u);
     EXPECT_EQ(programa().u64(3312), detras);
-    EXPECT_EQ(iv_reg_abierto_documento_de_cliente(b, L"x", 32), 201u);      // a known one still is found
+    EXPECT_EQ(iv_reg_abierto_documento_de_cliente(b, L"x", 32), 201u); // a known one still is found
     EXPECT_EQ(documento_en(31).u8(13), 1u);
 
     iv_reg_cerrado_documento_de_cliente(L"x", 5);
     iv_reg_cerrado_documento_de_cliente(L"x", 9);
     iv_reg_abierto_documento_de_cliente(a, L"nuevo", 33);
-    EXPECT_EQ(documento_en(4).u32(8), 33u);         // the first free one
+    EXPECT_EQ(documento_en(4).u32(8), 33u); // the first free one
     EXPECT_EQ(documento_en(8).u32(8), 0u);
 }
 
@@ -304,7 +302,7 @@ TEST_F(iv_reg_documento, cerrar_vacia_la_casilla_y_conserva_el_id_de_cliente)
     iv_reg_abierto_documento_de_cliente(b, L"uno", 1);
     iv_reg_abierto_documento_de_cliente(a, L"dos", 2);
     uint32_t vivos = bloques_vivos();
-    iv_reg_cerrado_documento_de_cliente(L"uno", 3);         // unknown: nothing
+    iv_reg_cerrado_documento_de_cliente(L"uno", 3); // unknown: nothing
     iv_reg_cerrado_documento_de_cliente(L"otra ruta", 2);
     EXPECT_INFORME("iv_reg", OTRA_RUTA);
     iv_reg_cerrado_documento_de_cliente(L"uno", 1);
@@ -326,7 +324,7 @@ TEST_F(iv_reg_documento, documento_de_id_0_ocupa_una_casilla_libre)
     EXPECT_EQ(iv_reg_abierto_documento_de_cliente(a, L"cero", 0), 200u);
     EXPECT_EQ(documento_en(0).texto_u(0), L"cero");
     EXPECT_EQ(documento_en(0).u32(8), 0u);
-    iv_reg_cerrado_documento_de_cliente(L"otro", 0);        // not found
+    iv_reg_cerrado_documento_de_cliente(L"otro", 0); // not found
     EXPECT_EQ(num_informes(), 0u);
 
     iv_reg_abierto_documento_de_cliente(a, L"uno", 1);
@@ -355,7 +353,7 @@ TEST_F(iv_reg_notificacion, hilo_la_entrega_a_la_funcion_y_a_la_ventana)
     EXPECT_EQ(msg.hwnd, ventana());
     EXPECT_EQ(msg.wParam, 200u);
     EXPECT_EQ(msg.lParam, 0xDDDD);
-    DispatchMessageW(&msg);             // the second call: the client's id in the place of the datum
+    DispatchMessageW(&msg); // the second call: the client's id in the place of the datum
     ASSERT_EQ(num_avisos(), 2u);
     EXPECT_EQ(s_avisos[1].id_cliente, 200u);
     EXPECT_EQ(s_avisos[1].dato, 200u);
@@ -369,7 +367,7 @@ TEST_F(iv_reg_notificacion, mutex_se_tiene_bajo_el_sitio_33_hasta_el_acuse)
     mutex_crudo mutex(interno(m_servicio).c_str()), del_servidor(interno(m_servicio).c_str());
     ASSERT_TRUE(mutex.retiene(5000));
     notifica(0, 7, 105);
-    EXPECT_FALSE(espera_buzon(2, 600));             // longer than a turn of 500 ms: it waits for the mutex
+    EXPECT_FALSE(espera_buzon(2, 600)); // longer than a turn of 500 ms: it waits for the mutex
     mutex.suelta();
     EXPECT_TRUE(espera_buzon(2));
     EXPECT_TRUE(espera_hasta([] { return num_avisos() == 1; }, 5000));
@@ -395,7 +393,7 @@ TEST_F(iv_reg_notificacion, la_de_otro_cliente_se_toma_y_no_se_entrega)
     notifica(201, 7, 105);
     EXPECT_TRUE(espera_buzon(2));
     EXPECT_FALSE(mutex_crudo(interno(m_servicio).c_str()).libre());
-    m_canal->pon_u32(2362, 3);                      // its wait is over then, and the delivery would be past
+    m_canal->pon_u32(2362, 3); // its wait is over then, and the delivery would be past
     EXPECT_TRUE(mutex_crudo(interno(m_servicio).c_str()).retiene(2000));
     EXPECT_EQ(num_avisos(), 0u);
     EXPECT_EQ(s_publicado.msg, 0u);
@@ -434,7 +432,7 @@ TEST_F(iv_reg_notificacion, espera_del_acuse_son_60_vueltas_de_500_ms)
             s_otros = s_otros + 1;
         else if (mutex_en(solicitado(0), 28)->nivel_bloqueo == 1)
             s_con_mutex = s_con_mutex + 1;
-        else if (s_con_mutex > 0)                   // turns before the notification do not count
+        else if (s_con_mutex > 0) // turns before the notification do not count
             s_sin_mutex = s_sin_mutex + 1;
         s_duerme(1);
     });
@@ -504,11 +502,11 @@ TEST_F(iv_reg_notificacion, mensaje_llama_a_la_funcion_y_el_primer_lparam_es_el_
 {
     prepara(ventana());
     UINT msg = ivrexa_dame_id_MSG_servicio(m_servicio);
-    EXPECT_EQ(SendMessageW(ventana(), msg, 31, 0), 0);      // no id in it yet
+    EXPECT_EQ(SendMessageW(ventana(), msg, 31, 0), 0); // no id in it yet
     EXPECT_EQ(solicitado(0).u32(16), 0u);
     EXPECT_EQ(SendMessageW(ventana(), msg, 32, 555), 0);
     EXPECT_EQ(SendMessageW(ventana(), msg, 33, 666), 0);
-    EXPECT_EQ(SendMessageW(ventana(), msg, 0, 777), 77);    // to the host's own procedure
+    EXPECT_EQ(SendMessageW(ventana(), msg, 0, 777), 77); // to the host's own procedure
 
     EXPECT_EQ(solicitado(0).u32(16), 555u);
     ASSERT_EQ(num_avisos(), 3u);
@@ -547,14 +545,14 @@ TEST_F(iv_reg_notificacion, mensaje_sin_funcion_da_0_y_no_guarda_nada)
 
 TEST_F(iv_reg_notificacion, id_de_los_datos_solo_de_la_notificacion_pendiente)
 {
-    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion("Calc", 200, 7), 0u);        // not registered
+    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion("Calc", 200, 7), 0u); // not registered
     prepara();
     m_canal->pon_u32(2366, 200);
     m_canal->pon_u32(2370, 7);
     m_canal->pon_u32(2374, 105);
     EXPECT_EQ(iv_reg_obtener_id_datos_notificacion(m_servicio, 200, 7), 105u);
-    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion(m_servicio, 200, 6), 0u);    // a stale datum
-    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion(m_servicio, 201, 7), 0u);    // another client
+    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion(m_servicio, 200, 6), 0u); // a stale datum
+    EXPECT_EQ(iv_reg_obtener_id_datos_notificacion(m_servicio, 201, 7), 0u); // another client
     EXPECT_EQ(iv_reg_obtener_id_datos_notificacion("otro", 200, 7), 0u);
 }
 
@@ -580,15 +578,14 @@ TEST_F(iv_reg_notifica, buzon_se_escribe_y_se_vacia_con_el_acuse)
     ASSERT_TRUE(mutex.retiene(5000));
     hilo notifica([&] { ivrexa_notifica_a_cliente(m_servicio, 200, 7, 105); });
     EXPECT_FALSE(notifica.acaba(100));
-    EXPECT_EQ(m_canal->u32(2362), 0u);              // site 21 waits
+    EXPECT_EQ(m_canal->u32(2362), 0u); // site 21 waits
     mutex.suelta();
     EXPECT_TRUE(espera_buzon(1));
-    EXPECT_TRUE(
-        bytes_iguales({1, 0, 0, 0, 200, 0, 0, 0, 7, 0, 0, 0, 105, 0, 0, 0}, m_canal->bytes(2362, 16)));
+    EXPECT_TRUE(bytes_iguales({1, 0, 0, 0, 200, 0, 0, 0, 7, 0, 0, 0, 105, 0, 0, 0}, m_canal->bytes(2362, 16)));
     EXPECT_TRUE(espera_hasta([&] { return mutex_en(prestado(0), 42)->codigos_bloqueo[0] == 22; }, 5000));
 
     m_canal->pon_u32(2362, 2);
-    EXPECT_FALSE(notifica.acaba(250));              // taken is not yet processed
+    EXPECT_FALSE(notifica.acaba(250)); // taken is not yet processed
     m_canal->pon_u32(2362, 3);
     EXPECT_TRUE(notifica.acaba(5000));
     EXPECT_TRUE(bytes_iguales(std::vector<uint8_t>(16), m_canal->bytes(2362, 16)));
@@ -629,7 +626,7 @@ TEST_F(iv_reg_notifica, fin_del_servidor_acaba_las_dos_esperas)
         m_canal->pon_u16(28, 1);
         EXPECT_TRUE(notifica.acaba(5000));
     }
-    EXPECT_EQ(m_canal->u32(2362), 1u);              // left as it was written
+    EXPECT_EQ(m_canal->u32(2362), 1u); // left as it was written
     EXPECT_TRUE(mutex_crudo(interno(m_servicio).c_str()).libre());
 }
 
@@ -637,7 +634,7 @@ TEST_F(iv_reg_notifica, sin_programa_o_de_otro_servicio_vuelve_sin_nada)
 {
     ivrexa_notifica_a_cliente("Calc", 200, 7, 105);
     ivrexa_registra_servidor("C:\\p.exe", ventana(), "Nuevo", 1, nullptr, funcion_comando);
-    ivrexa_notifica_a_cliente("Nuevo", 200, 7, 105);        // not published: there is nobody to wait for
+    ivrexa_notifica_a_cliente("Nuevo", 200, 7, 105); // not published: there is nobody to wait for
     cierra();
     prepara_servidor();
     ivrexa_notifica_a_cliente("otro", 200, 7, 105);

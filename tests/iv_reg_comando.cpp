@@ -49,7 +49,7 @@ bool sale_excepcion(iv_reg_servicio_prestado *servicio, uint32_t id_entrada, DWO
     return false;
 }
 
-}
+} // namespace
 
 // ---- The window procedure
 
@@ -69,8 +69,7 @@ TEST_F(iv_reg_ventana, orden_llega_a_la_funcion_y_su_resultado_es_la_respuesta)
 TEST_F(iv_reg_ventana, cada_mensaje_es_de_su_servicio)
 {
     std::string a = nombre_unico("A"), b = nombre_unico("B");
-    ivrexa_registra_servidor("C:\\p.exe", ventana(), a.c_str(), 1, reinterpret_cast<void *>(1),
-                             funcion_comando);
+    ivrexa_registra_servidor("C:\\p.exe", ventana(), a.c_str(), 1, reinterpret_cast<void *>(1), funcion_comando);
     ivrexa_anyade_servicio(b.c_str(), 1, reinterpret_cast<void *>(0xFEDCBA9876543210u), funcion_comando);
     ivrexa_terminado_registro();
 
@@ -115,7 +114,7 @@ TEST_F(iv_reg_ventana, argumentos_se_toman_de_32_bits)
 
     ASSERT_EQ(num_llamadas(), 1u);
     EXPECT_EQ(s_llamadas[0].id_comando, 200u);
-    EXPECT_EQ(s_llamadas[0].contexto[0], 0u);       // input block 0: none
+    EXPECT_EQ(s_llamadas[0].contexto[0], 0u); // input block 0: none
 }
 
 // wParam decides whether the message is a command, its low half which one; 0 is none of the library's.
@@ -215,7 +214,7 @@ TEST_F(iv_reg_ventana, orden_1_sin_canal_abierto_solo_marca_uno_que_existia)
     cambiada->PostQuitMessage = apunta_quit;
     ivrexa_registra_servidor("C:\\p.exe", ventana(), servicio, 1, nullptr, funcion_comando);
     prestado(0).pon<uint32_t>(38, 0xC321);
-    for (WPARAM id : {50u, 1u}) {                       // any of the library's own opens it
+    for (WPARAM id : {50u, 1u}) { // any of the library's own opens it
         EXPECT_EQ(iv_reg_wndproc_programa(ventana(), 0xC321, id, 0), 1);
         EXPECT_NE(prestado(0).puntero(58), nullptr);
         EXPECT_EQ(s_num_quit, 0);
@@ -229,7 +228,7 @@ TEST_F(iv_reg_ventana, orden_1_sin_canal_abierto_solo_marca_uno_que_existia)
 
     iv_shared_destruye(&s_programa->servicios_prestados[0].shared_MCServ);
     EXPECT_EQ(iv_reg_wndproc_programa(ventana(), 0xC321, 1, 0), 1);
-    EXPECT_INFORME("iv_mutex", "iv_mutex != NULL");     // the service has no mutex yet
+    EXPECT_INFORME("iv_mutex", "iv_mutex != NULL"); // the service has no mutex yet
     EXPECT_EQ(s_num_quit, 1);
     EXPECT_EQ(canal.u16(28), 1u);
 }
@@ -283,7 +282,7 @@ TEST_F(iv_reg_comando, contexto_sin_datos_de_entrada)
     prepara();
     bloque_crudo canal = abre_canal(m_servicio);
     escribe_orden(&canal, {100, 0, 0xFEDCBA9876543210u, {}});
-    canal.pon_u64(16, 0x1111222233334444u);         // the channel's field, not the program's window
+    canal.pon_u64(16, 0x1111222233334444u); // the channel's field, not the program's window
     manda(100);
 
     ASSERT_EQ(num_llamadas(), 1u);
@@ -312,8 +311,8 @@ TEST_F(iv_reg_comando, datos_de_entrada_se_leen_una_vez_y_se_destruyen)
     EXPECT_EQ(manda(100, 100), 1);
 
     EXPECT_EQ(valor, 5u);
-    EXPECT_EQ(tipo, 0u);            // for reading
-    EXPECT_EQ(entrada, 0u);         // taken
+    EXPECT_EQ(tipo, 0u);    // for reading
+    EXPECT_EQ(entrada, 0u); // taken
     EXPECT_EQ(bloques_vivos(), vivos);
 }
 
@@ -360,10 +359,10 @@ TEST_F(iv_reg_comando, entrada_que_no_es_la_del_canal_se_informa)
     escribe_orden(&canal, {100, 101, 0, {}});
     manda(100, 100);
     EXPECT_INFORME("iv_mcserv", "mcserv->id_bloque_MCCom_entrada == id_bloque_MCCom_entrada");
-    EXPECT_NE(s_llamadas.at(0).contexto[0], 0u);    // the block of the message is opened
+    EXPECT_NE(s_llamadas.at(0).contexto[0], 0u); // the block of the message is opened
     EXPECT_EQ(canal.u32(1206), 0u);
 
-    manda(100, 100);                                // taken already
+    manda(100, 100); // taken already
     EXPECT_INFORME("iv_mcserv", "mcserv->id_bloque_MCCom_entrada == id_bloque_MCCom_entrada");
     EXPECT_EQ(s_llamadas.at(1).contexto[0], 0u);
 }
@@ -449,7 +448,7 @@ TEST_F(iv_reg_comando, salida_se_destruye_con_el_sitio_35_tomado_y_antes_de_leer
     hilo ejecuta([&] { iv_reg_procesa_comando(&s_programa->servicios_prestados[0], 101, 100); });
     EXPECT_FALSE(ejecuta.acaba(50));
     EXPECT_TRUE(existen_datos(m_servicio, 100));
-    canal.pon_u32(1206, 100);                       // its own last output, as input: gone by then
+    canal.pon_u32(1206, 100); // its own last output, as input: gone by then
     mutex.suelta();
     EXPECT_TRUE(ejecuta.acaba(5000));
     EXPECT_INFORME("iv_mcserv", "(shared_MCCom) != 0");
@@ -539,8 +538,11 @@ TEST_F(iv_reg_comando, traza_del_fin_con_y_sin_salida)
     struct {
         int32_t resultado;
         const char *texto;
-    } casos[] = {{0, "    NINGUNO\n"}, {1, "    OK\n    id_datos_salida_comando = 0\n\n"},
-                 {2, "    CANCELADO\n"}, {3, "    ERROR\n"}, {-1, ""}};
+    } casos[] = {{0, "    NINGUNO\n"},
+                 {1, "    OK\n    id_datos_salida_comando = 0\n\n"},
+                 {2, "    CANCELADO\n"},
+                 {3, "    ERROR\n"},
+                 {-1, ""}};
     for (const auto &caso : casos) {
         s_trabajo = [&](uint32_t, comando *) { return caso.resultado; };
         traza.borra();

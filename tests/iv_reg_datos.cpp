@@ -50,7 +50,7 @@ BOOL WINAPI apunta_publicado(HWND, UINT msg, WPARAM wparam, LPARAM lparam)
     return TRUE;
 }
 
-}
+} // namespace
 
 // ---- get_datos_entrada_comando
 
@@ -65,7 +65,7 @@ TEST_F(iv_reg_get, orden_en_curso_se_entrega)
     EXPECT_STREQ(t.t64, L"uno");
     EXPECT_STREQ(t.t256, L"dos");
     EXPECT_STREQ(t.t2_256, L"tres");
-    EXPECT_EQ(m_canal->u32(1206), 105u);        // not taken by this
+    EXPECT_EQ(m_canal->u32(1206), 105u); // not taken by this
     EXPECT_EQ(ivrexa_get_datos_entrada_comando(m_servicio, 100, nullptr, nullptr, nullptr, nullptr), 1);
 }
 
@@ -86,7 +86,7 @@ TEST_F(iv_reg_get, textos_se_cortan_al_buffer)
 TEST_F(iv_reg_get, sin_orden_en_curso_da_falso_y_no_escribe_nada)
 {
     textos t;
-    EXPECT_EQ(t.pide("Calc", 100), 0);              // not registered
+    EXPECT_EQ(t.pide("Calc", 100), 0); // not registered
     prepara();
     escribe_orden(m_canal.get(), {100, 105, 0, {L"uno", L"dos", L"tres"}});
     EXPECT_EQ(t.pide("otro", 100), 0);
@@ -97,7 +97,7 @@ TEST_F(iv_reg_get, sin_orden_en_curso_da_falso_y_no_escribe_nada)
     }
     EXPECT_TRUE(t.intactos());
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, "Usado");
-    EXPECT_EQ(t.pide("Usado", 0), 0);               // offered services only
+    EXPECT_EQ(t.pide("Usado", 0), 0); // offered services only
 }
 
 TEST_F(iv_reg_get, canal_que_aun_no_se_tiene_se_abre)
@@ -124,11 +124,10 @@ TEST_F(iv_reg_get, traza_siempre)
     escribe_orden(m_canal.get(), {100, 105, 0, {L"uno", L"dos", L"tres"}});
     traza.borra();
     t.pide("Calc", 100);
-    EXPECT_EQ(
-        solo_registros(traza.texto_propio()),
-        "\n*** <t>:  GET_DATOS_ENTRADA_COMANDO Calc id_comando: 100\n    Resultado     CIERTO\n"
-        "    id_datos_entrada_comando = 105\n    buffer_cliente_64\"uno\"\n    buffer_cliente_256\"dos\"\n"
-        "    buffer_cliente2_256\"tres\"\n");
+    EXPECT_EQ(solo_registros(traza.texto_propio()),
+              "\n*** <t>:  GET_DATOS_ENTRADA_COMANDO Calc id_comando: 100\n    Resultado     CIERTO\n"
+              "    id_datos_entrada_comando = 105\n    buffer_cliente_64\"uno\"\n    buffer_cliente_256\"dos\"\n"
+              "    buffer_cliente2_256\"tres\"\n");
 }
 
 // ---- set_datos_salida_comando
@@ -153,7 +152,7 @@ TEST_F(iv_reg_set, respuesta_se_escribe_en_el_canal)
     EXPECT_EQ(m_canal->texto_u(38, 64), std::wstring(63, L'x'));
     EXPECT_EQ(m_canal->texto_u(166, 256), std::wstring(255, L'x'));
     EXPECT_EQ(m_canal->texto_u(678, 256), std::wstring(255, L'x'));
-    EXPECT_EQ(m_canal->u64(1190), 0u);              // what lies behind is whole
+    EXPECT_EQ(m_canal->u64(1190), 0u); // what lies behind is whole
 }
 
 TEST_F(iv_reg_set, sin_orden_en_curso_da_falso_y_no_escribe_nada)
@@ -205,7 +204,7 @@ TEST_F(iv_reg_guarda, contenedor_va_a_un_bloque_numerado_por_el_canal)
         EXPECT_TRUE(bytes_iguales({1, 0, 0, 0, 1, 2, 'b', 0, 9}, bloque.bytes(0, 9)));
     }
     ivrexa_destruye_datos_comando(datos);
-    EXPECT_FALSE(existen_datos(m_servicio, 4711));      // the container kept it
+    EXPECT_FALSE(existen_datos(m_servicio, 4711)); // the container kept it
     EXPECT_EQ(bloques_vivos(), vivos);
 }
 
@@ -239,8 +238,7 @@ TEST_F(iv_reg_guarda, sin_canal_se_informa_y_no_se_guarda_nada)
     EXPECT_FALSE(existe_bloque(nombre_canal(servicio).c_str()));
     EXPECT_FALSE(existe_mutex((std::string("Mutex_Ivrexa_") + servicio).c_str()));
     // service 4, command 0, block 0, a client, input
-    EXPECT_TRUE(
-        bytes_iguales({4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 1, 0}, mcb.bytes(22, 22)));
+    EXPECT_TRUE(bytes_iguales({4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 1, 0}, mcb.bytes(22, 22)));
     ivrexa_destruye_datos_comando(datos);
 }
 
@@ -268,14 +266,14 @@ TEST_F(iv_reg_guarda, actividad_nombra_al_lado_que_guarda)
 {
     bloque_crudo mcb = abre_registro();
     prepara();
-    m_canal->pon_u32(1202, 123);                    // the command under way
+    m_canal->pon_u32(1202, 123); // the command under way
     ventana_cambiada cambiada;
     cambiada->PostMessageW = apunta_publicado;
     for (bool entrada : {true, false}) {
         for (bool escribe : {true, false}) {
             pon_monitor(&mcb, 1, 0xC111);
-            comdat *datos = entrada ? ivrexa_crea_datos_comando_entrada(m_servicio)
-                                    : ivrexa_crea_datos_comando_salida(m_servicio);
+            comdat *datos =
+                entrada ? ivrexa_crea_datos_comando_entrada(m_servicio) : ivrexa_crea_datos_comando_salida(m_servicio);
             if (!escribe) {
                 uint32_t id_leido = iv_reg_guarda_datos(datos);
                 comdat *leido = ivrexa_lee_datos(m_servicio, id_leido, entrada);
@@ -318,7 +316,7 @@ TEST_F(iv_reg_termina, servidor_con_ventana_recibe_la_orden_1_en_su_cola)
     EXPECT_EQ(msg.hwnd, ventana());
     EXPECT_EQ(msg.wParam, 1u);
     EXPECT_EQ(msg.lParam, 0);
-    EXPECT_EQ(m_canal->u16(28), 0u);                // posted, not sent
+    EXPECT_EQ(m_canal->u16(28), 0u); // posted, not sent
     EXPECT_EQ(bombea_hasta_quit(5000), bombeo::quit);
     EXPECT_EQ(m_canal->u16(28), 1u);
 }
@@ -344,7 +342,7 @@ TEST_F(iv_reg_termina, mensaje_y_ventana_son_los_del_canal)
 
 TEST_F(iv_reg_termina, esperar_vuelve_al_momento_sin_hilos)
 {
-    ivrexa_espera_comando_terminar_servidor();      // not registered: a wait would not end
+    ivrexa_espera_comando_terminar_servidor(); // not registered: a wait would not end
     prepara();
     EXPECT_LT(mas_breve_de_cinco([] { ivrexa_espera_comando_terminar_servidor(); }), 350u) << "a window";
 }

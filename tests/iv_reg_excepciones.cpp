@@ -8,8 +8,7 @@
 
 IMPORTACION(Sleep);
 
-namespace
-{
+namespace {
 
 // The loop thread's rounds, cut short: it rests here instead of sleeping and is woken when there is news.
 decltype(&Sleep) s_duerme;
@@ -122,8 +121,7 @@ int32_t revienta(uint32_t id_comando, comando *)
 
 // ---- Each kind once
 
-struct iv_reg_cada_excepcion : iv_reg_excepciones, ::testing::WithParamInterface<reventar::nombre_modo> {
-};
+struct iv_reg_cada_excepcion : iv_reg_excepciones, ::testing::WithParamInterface<reventar::nombre_modo> {};
 
 TEST_P(iv_reg_cada_excepcion, da_3_suelta_lo_suyo_y_el_hilo_sigue)
 {
@@ -157,8 +155,7 @@ INSTANTIATE_TEST_SUITE_P(pila, iv_reg_cada_excepcion, ::testing::ValuesIn(revent
 
 // ---- A thousand in a row
 
-struct iv_reg_mil_excepciones : iv_reg_excepciones, ::testing::WithParamInterface<reventar::nombre_modo> {
-};
+struct iv_reg_mil_excepciones : iv_reg_excepciones, ::testing::WithParamInterface<reventar::nombre_modo> {};
 
 TEST_P(iv_reg_mil_excepciones, seguidas_dan_3_cada_vez_y_no_dejan_nada)
 {

@@ -28,7 +28,7 @@ std::vector<uint8_t> copia_de(const void *ini, size_t num)
     return std::vector<uint8_t>(bytes, bytes + num);
 }
 
-std::string s_vista;        // the record as a call of the registration sees it
+std::string s_vista; // the record as a call of the registration sees it
 
 std::string describe(const vista_memoria &ficha)
 {
@@ -38,7 +38,7 @@ std::string describe(const vista_memoria &ficha)
            std::to_string(ficha.u32(1476)) + " used " + std::to_string(ficha.u32(1480));
 }
 
-}
+} // namespace
 
 // ---- The start of a registration
 
@@ -78,8 +78,7 @@ TEST_F(iv_reg_ficha, programa_lo_es_cuando_esta_en_el_registro_de_todos)
     ASSERT_TRUE(mutex.retiene(5000));
     EXPECT_EQ(ficha.u32(0), 3u);
     const char *servicio = nombre_unico("Calc");
-    hilo registra(
-        [&] { ivrexa_registra_servidor("C:\\p.exe", nullptr, servicio, 1, nullptr, funcion_comando); });
+    hilo registra([&] { ivrexa_registra_servidor("C:\\p.exe", nullptr, servicio, 1, nullptr, funcion_comando); });
     EXPECT_TRUE(espera_hasta([&] { return ficha.u32(0) == 0; }, 5000));
     EXPECT_FALSE(registra.acaba(50));
     EXPECT_EQ(s_programa, nullptr);
@@ -101,8 +100,8 @@ TEST_F(iv_reg_ficha, latido_empieza_antes_que_la_ruta_y_el_estado)
     mcb.pon_texto(en_programa(0, 0), "another program");
     importacion_cambiada<decltype(&CreateThread)> cambio(
         __imp_CreateThread,
-        [](LPSECURITY_ATTRIBUTES seguridad, SIZE_T pila, LPTHREAD_START_ROUTINE inicio, LPVOID arg,
-           DWORD marcas, LPDWORD id) -> HANDLE {
+        [](LPSECURITY_ATTRIBUTES seguridad, SIZE_T pila, LPTHREAD_START_ROUTINE inicio, LPVOID arg, DWORD marcas,
+           LPDWORD id) -> HANDLE {
             s_vista = describe(programa()) + (marcas == 0 ? "" : " suspended");
             return s_crea(seguridad, pila, inicio, arg, marcas, id);
         });
@@ -149,7 +148,7 @@ TEST_F(iv_reg_ficha, anexar_escribe_toda_la_entrada_menos_su_posicion)
 
     vista_memoria b = prestado(1);
     EXPECT_EQ(b.texto(0), "B");
-    EXPECT_EQ(b.u32(8), 0xEEEEEEEEu);               // ind_datServ
+    EXPECT_EQ(b.u32(8), 0xEEEEEEEEu); // ind_datServ
     EXPECT_EQ(b.u16(12), 0xABCDu);
     EXPECT_EQ(b.u64(14), 0x1122334455667788u);
     EXPECT_EQ(b.puntero(22), reinterpret_cast<void *>(funcion_comando));
@@ -164,8 +163,7 @@ TEST_F(iv_reg_ficha, decimoseptimo_sin_funcion_se_informa_dos_veces_y_no_se_traz
         return;
     captura_traza traza;
     for (int n = 0; n < 16; n++)
-        ivrexa_registra_servidor("C:\\p.exe", nullptr, ("S" + std::to_string(n)).c_str(), 1, nullptr,
-                                 funcion_comando);
+        ivrexa_registra_servidor("C:\\p.exe", nullptr, ("S" + std::to_string(n)).c_str(), 1, nullptr, funcion_comando);
     EXPECT_NE(traza.texto_propio().find(" REGISTRO SERVICIO PRESTADO S15 "), std::string::npos);
     std::vector<uint8_t> antes = copia_de(s_programa, 3324);
     traza.borra();
@@ -196,7 +194,7 @@ TEST_F(iv_reg_ficha, cliente_que_se_hace_servidor_conserva_su_marca_0)
     EXPECT_EQ(prestado(0).u64(14), 5u);
     EXPECT_EQ(prestado(1).u64(22), 0u);
     EXPECT_EQ(prestado(1).u64(14), 0u);
-    EXPECT_EQ(mcb.u16(en_programa(0, 264)), 0u);    // a server once it is published
+    EXPECT_EQ(mcb.u16(en_programa(0, 264)), 0u); // a server once it is published
     ivrexa_terminado_registro();
     EXPECT_EQ(mcb.u16(en_programa(0, 264)), 1u);
     EXPECT_EQ(mcb.u16(en_programa(0, 266)), 1u);
@@ -222,7 +220,7 @@ TEST_F(iv_reg_ficha, nombres_se_distinguen_por_mayusculas)
     ivrexa_anyade_servicio("CALC", 1, nullptr, funcion_comando);
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, "Otro");
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, "OTRO");
-    EXPECT_EQ(programa().u32(1480), 2u);            // another service
+    EXPECT_EQ(programa().u32(1480), 2u); // another service
     for (uint32_t i = 0; i < 2; i++) {
         prestado(i).pon<uint32_t>(38, 0xC111 + i);
         solicitado(i).pon<uint32_t>(12, 0xC222 + i);
@@ -274,8 +272,7 @@ TEST_F(iv_reg_ficha, cliente_no_cambia_la_ventana_de_un_servidor)
         if (net)
             ivrexa_registra_servidor_net("C:\\p.exe", ventana(), nombre_unico("Net"), 1);
         else
-            ivrexa_registra_servidor("C:\\p.exe", ventana(), nombre_unico("Calc"), 1, nullptr,
-                                     funcion_comando);
+            ivrexa_registra_servidor("C:\\p.exe", ventana(), nombre_unico("Calc"), 1, nullptr, funcion_comando);
         ivrexa_registra_cliente_de_servicio("C:\\p.exe", ventana(), nombre_unico("Usado"));
         EXPECT_EQ(programa().u64(20), 0u);
         EXPECT_EQ(GetWindowLongPtrW(ventana(), GWLP_WNDPROC), reinterpret_cast<LONG_PTR>(proc_propia));

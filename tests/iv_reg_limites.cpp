@@ -35,7 +35,7 @@ HANDLE WINAPI sin_hilos(LPSECURITY_ATTRIBUTES, SIZE_T, LPTHREAD_START_ROUTINE, L
     return nullptr;
 }
 
-}
+} // namespace
 
 // ---- Full tables
 
@@ -47,7 +47,7 @@ TEST_F(iv_reg_limites, servicio_trigesimo_tercero_sin_ventana_se_informa_y_acaba
     const char *servicio = nombre_unico("Calc");
     bloque_crudo canal = abre_canal(servicio);
     sirve(servicio, nullptr);
-    espera_informe_de_tabla(2);                     // it is entered, and announced
+    espera_informe_de_tabla(2); // it is entered, and announced
 
     EXPECT_EQ(prestado(0).u32(8), 32u);
     EXPECT_EQ(WaitForSingleObject(prestado(0).puntero(66), 5000), WAIT_OBJECT_0);
@@ -96,7 +96,7 @@ TEST_F(iv_reg_limites, decimoseptimo_programa_sirve_y_su_cierre_no_toca_a_los_de
     sirve(servicio, ventana());
     EXPECT_INFORME("iv_mcbase", "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS");
     EXPECT_EQ(programa().u16(28), 16u);
-    EXPECT_EQ(mcb.u16(en_servicio(0, 64)), 16u);    // id_programa_servidor
+    EXPECT_EQ(mcb.u16(en_servicio(0, 64)), 16u); // id_programa_servidor
     EXPECT_EQ(SendMessageW(ventana(), ivrexa_dame_id_MSG_servicio(servicio), 100, 0), 1);
     cierra();
     EXPECT_SIN_INFORMES();
@@ -227,7 +227,7 @@ TEST_F(iv_reg_sistema, sin_hilos_el_programa_se_registra_y_se_cierra)
     EXPECT_EQ(prestado(0).u32(74), 0u);
     EXPECT_EQ(solicitado(0).puntero(44), nullptr);
     EXPECT_EQ(solicitado(0).u32(52), 0u);
-    ivrexa_espera_comando_terminar_servidor();      // there is nobody to wait for
+    ivrexa_espera_comando_terminar_servidor(); // there is nobody to wait for
     static decltype(&Sleep) s_duerme;
     static int s_gracias;
     s_duerme = __imp_Sleep;
@@ -237,7 +237,7 @@ TEST_F(iv_reg_sistema, sin_hilos_el_programa_se_registra_y_se_cierra)
         s_duerme(ms);
     });
     cierra();
-    EXPECT_EQ(s_gracias, 0);                        // nor to give time to
+    EXPECT_EQ(s_gracias, 0); // nor to give time to
     EXPECT_SIN_INFORMES();
 }
 

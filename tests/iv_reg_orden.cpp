@@ -73,7 +73,7 @@ lista_pasos junta(std::initializer_list<lista_pasos> listas)
     return todas;
 }
 
-}
+} // namespace
 
 // ---- Registration
 
@@ -88,13 +88,32 @@ TEST_F(iv_reg_orden, servidor_sin_ventana)
     // Each service's objects and its place in the registry, one service after the other; only then each is
     // made ready, told of, and its thread let go.
     ivrexa_terminado_registro();
-    EXPECT_EQ(dados(),
-              (lista_pasos{"mutex S", "mutex I", "+S", "block channel A 2382", "-S 23",
-                           "thread service 0 suspended", "+R", "-R 9",
-                           "mutex S2", "mutex I2", "+S2", "block channel B 2382", "-S2 23",
-                           "thread service 1 suspended", "+R", "-R 9",
-                           "+S", "-S 24", "+R", "-R 5", "resume service 0",
-                           "+S2", "-S2 24", "+R", "-R 5", "resume service 1"}));
+    EXPECT_EQ(dados(), (lista_pasos{"mutex S",
+                                    "mutex I",
+                                    "+S",
+                                    "block channel A 2382",
+                                    "-S 23",
+                                    "thread service 0 suspended",
+                                    "+R",
+                                    "-R 9",
+                                    "mutex S2",
+                                    "mutex I2",
+                                    "+S2",
+                                    "block channel B 2382",
+                                    "-S2 23",
+                                    "thread service 1 suspended",
+                                    "+R",
+                                    "-R 9",
+                                    "+S",
+                                    "-S 24",
+                                    "+R",
+                                    "-R 5",
+                                    "resume service 0",
+                                    "+S2",
+                                    "-S2 24",
+                                    "+R",
+                                    "-R 5",
+                                    "resume service 1"}));
 }
 
 TEST_F(iv_reg_orden, servidor_con_ventana)
@@ -107,13 +126,33 @@ TEST_F(iv_reg_orden, servidor_con_ventana)
     dados();
     pon_monitor(&mcb, 1, 50000);
     ivrexa_terminado_registro();
-    EXPECT_EQ(dados(), (lista_pasos{"message A", "mutex S", "mutex I", "+S", "block channel A 2382", "-S 23",
-                                    "+R", "-R 9",
-                                    "message B", "mutex S2", "mutex I2", "+S2", "block channel B 2382",
-                                    "-S2 23", "+R", "-R 9",
+    EXPECT_EQ(dados(), (lista_pasos{"message A",
+                                    "mutex S",
+                                    "mutex I",
+                                    "+S",
+                                    "block channel A 2382",
+                                    "-S 23",
+                                    "+R",
+                                    "-R 9",
+                                    "message B",
+                                    "mutex S2",
+                                    "mutex I2",
+                                    "+S2",
+                                    "block channel B 2382",
+                                    "-S2 23",
+                                    "+R",
+                                    "-R 9",
                                     "subclass -4",
-                                    "+S", "-S 24", "+R", "-R 5", "post 50000 0 1",
-                                    "+S2", "-S2 24", "+R", "-R 5", "post 50000 0 2"}));
+                                    "+S",
+                                    "-S 24",
+                                    "+R",
+                                    "-R 5",
+                                    "post 50000 0 1",
+                                    "+S2",
+                                    "-S2 24",
+                                    "+R",
+                                    "-R 5",
+                                    "post 50000 0 2"}));
     pon_monitor(&mcb, 0, 0);
 }
 
@@ -124,8 +163,8 @@ TEST_F(iv_reg_orden, servidor_net)
     ivrexa_registra_servidor_net("C:\\p.exe", hwnd, m_a.c_str(), 1);
     dados();
     ivrexa_terminado_registro();
-    EXPECT_EQ(dados(), (lista_pasos{"message A", "mutex S", "mutex I", "+S", "block channel A 2382", "-S 23",
-                                    "+R", "-R 9", "+S", "-S 24", "+R", "-R 5"}));
+    EXPECT_EQ(dados(), (lista_pasos{"message A", "mutex S", "mutex I", "+S", "block channel A 2382", "-S 23", "+R",
+                                    "-R 9", "+S", "-S 24", "+R", "-R 5"}));
 }
 
 // A server makes the mutexes of its service anew, a client takes them as they are.
@@ -146,8 +185,8 @@ TEST_F(iv_reg_orden, mutexes_que_existen_los_recrea_el_servidor_y_no_el_cliente)
     EXPECT_EQ(lista, (lista_pasos{"mutex S", "close S", "mutex S", "mutex I", "close I", "mutex I"}));
 
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", nullptr, m_b.c_str());
-    EXPECT_EQ(dados(), (lista_pasos{"+R", "-R 8", "message B", "mutex I2", "block channel B 2382",
-                                    "thread notifications 0"}));
+    EXPECT_EQ(dados(),
+              (lista_pasos{"+R", "-R 8", "message B", "mutex I2", "block channel B 2382", "thread notifications 0"}));
 }
 
 TEST_F(iv_reg_orden, cliente_con_ventana)
@@ -155,14 +194,14 @@ TEST_F(iv_reg_orden, cliente_con_ventana)
     HWND hwnd = ventana();
     escucha();
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", hwnd, m_a.c_str());
-    EXPECT_EQ(dados(), (lista_pasos{"block Ivrexa_MCB 8890", "mutex R", "+R", "-R 7", "thread heartbeat",
-                                    "subclass -4", "+R", "-R 8", "message A", "mutex I",
-                                    "block channel A 2382", "thread notifications 0"}));
+    EXPECT_EQ(dados(),
+              (lista_pasos{"block Ivrexa_MCB 8890", "mutex R", "+R", "-R 7", "thread heartbeat", "subclass -4", "+R",
+                           "-R 8", "message A", "mutex I", "block channel A 2382", "thread notifications 0"}));
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", hwnd, m_b.c_str());
-    EXPECT_EQ(dados(), (lista_pasos{"+R", "-R 8", "message B", "mutex I2", "block channel B 2382",
-                                    "thread notifications 1"}));
+    EXPECT_EQ(dados(),
+              (lista_pasos{"+R", "-R 8", "message B", "mutex I2", "block channel B 2382", "thread notifications 1"}));
     ivrexa_registra_cliente_de_servicio("C:\\p.exe", hwnd, m_b.c_str());
-    EXPECT_EQ(dados(), lista_pasos{});              // one that it uses already
+    EXPECT_EQ(dados(), lista_pasos{}); // one that it uses already
 }
 
 // ---- Close
@@ -188,14 +227,31 @@ TEST_F(iv_reg_orden, cierre_de_un_servidor_sin_ventana)
 
     // The heartbeat; the program's entry, and the registry with the last program; each service marked, told
     // of (which opens the registry again) and stopped; each notification thread; then all that is held.
-    EXPECT_EQ(sin_el_final_del_latido(dados()),
-              (lista_pasos{"code heartbeat", "sleep 500", "close heartbeat",
-                           "+R", "-R 15", "+R", "-R 1", "close R", "close block Ivrexa_MCB",
-                           "+S", "-S 25", "block Ivrexa_MCB 8890", "mutex R", "+R", "-R 5", "post 50000 0 1",
-                           "code service 0", "close service 0",
-                           "code notifications 0", "close notifications 0",
-                           "close I", "close S", "close block channel A",
-                           "close I2", "close block channel B"}));
+    EXPECT_EQ(sin_el_final_del_latido(dados()), (lista_pasos{"code heartbeat",
+                                                             "sleep 500",
+                                                             "close heartbeat",
+                                                             "+R",
+                                                             "-R 15",
+                                                             "+R",
+                                                             "-R 1",
+                                                             "close R",
+                                                             "close block Ivrexa_MCB",
+                                                             "+S",
+                                                             "-S 25",
+                                                             "block Ivrexa_MCB 8890",
+                                                             "mutex R",
+                                                             "+R",
+                                                             "-R 5",
+                                                             "post 50000 0 1",
+                                                             "code service 0",
+                                                             "close service 0",
+                                                             "code notifications 0",
+                                                             "close notifications 0",
+                                                             "close I",
+                                                             "close S",
+                                                             "close block channel A",
+                                                             "close I2",
+                                                             "close block channel B"}));
 }
 
 TEST_F(iv_reg_orden, cierre_de_un_programa_con_ventana_entre_otros)
@@ -212,13 +268,9 @@ TEST_F(iv_reg_orden, cierre_de_un_programa_con_ventana_entre_otros)
 
     // The registry stays open: another program is in it.
     EXPECT_EQ(sin_el_final_del_latido(dados()),
-              (lista_pasos{"code heartbeat", "sleep 500", "close heartbeat",
-                                    "+R", "-R 15", "+R", "-R 1",
-                                    "+S", "-S 25", "+R", "-R 5",
-                                    "code notifications 0", "close notifications 0",
-                                    "subclass -4",
-                                    "close I", "close S", "close block channel A",
-                                    "close I2", "close block channel B"}));
+              (lista_pasos{"code heartbeat", "sleep 500", "close heartbeat", "+R", "-R 15", "+R", "-R 1", "+S", "-S 25",
+                           "+R", "-R 5", "code notifications 0", "close notifications 0", "subclass -4", "close I",
+                           "close S", "close block channel A", "close I2", "close block channel B"}));
 }
 
 // ---- Commands
@@ -259,9 +311,8 @@ TEST_F(iv_reg_orden, guardar_datos)
     escucha();
     iv_reg_guarda_datos(datos);
     // The mutex is opened as it is, and closed before the monitor is told; the channel is released last.
-    EXPECT_EQ(dados(), (lista_pasos{"mutex S", "+S", "block channel A 2382",
-                                    "block channel A_Com__comdat100 8", "-S 34", "close S",
-                                    "+R", "-R 5", "post 50000 0 1", "close block channel A"}));
+    EXPECT_EQ(dados(), (lista_pasos{"mutex S", "+S", "block channel A 2382", "block channel A_Com__comdat100 8",
+                                    "-S 34", "close S", "+R", "-R 5", "post 50000 0 1", "close block channel A"}));
     ivrexa_destruye_datos_comando(datos);
     pon_monitor(&mcb, 0, 0);
 }
@@ -286,8 +337,8 @@ TEST_F(iv_reg_orden, hilo_de_un_servicio)
     lista_pasos espera_orden = {"+S", "sleep 100", "+R", "-R 13", "-S 29"};
     lista_pasos espera_recibo = {"+S", "-S 30", "sleep 100", "+R", "-R 13"};
     lista_pasos lista = sin_repetir(sin_repetir(m_pasos->de_hilo(id_hilo), espera_orden), espera_recibo);
-    lista_pasos sirve_una = junta({{"+S", "-S 28"}, espera_orden, {"+S", "+S", "-S 35", "-S 29"},
-                                   espera_recibo, {"+S", "-S 30", "+S", "-S 31"}});
+    lista_pasos sirve_una = junta(
+        {{"+S", "-S 28"}, espera_orden, {"+S", "+S", "-S 35", "-S 29"}, espera_recibo, {"+S", "-S 30", "+S", "-S 31"}});
     lista_pasos acaba = {"+S", "-S 32"};
     // The flag may have come before the thread looked again.
     lista_pasos otra = junta({sirve_una, {"+S", "-S 28"}, espera_orden, acaba});
@@ -311,8 +362,7 @@ TEST_F(iv_reg_orden, notificar)
     ivrexa_notifica_a_cliente(m_a.c_str(), 200, 7, 105);
     lista_pasos lista = sin_repetir(dados(), {"+I", "-I 21", "sleep 100"});
     EXPECT_EQ(sin_repetir(lista, {"+I", "-I 22", "sleep 100"}),
-              (lista_pasos{"+I", "-I 21", "sleep 100", "+I", "-I 21",
-                           "+I", "-I 22", "sleep 100", "+I", "-I 22"}));
+              (lista_pasos{"+I", "-I 21", "sleep 100", "+I", "-I 21", "+I", "-I 22", "sleep 100", "+I", "-I 22"}));
 }
 
 TEST_F(iv_reg_orden, hilo_de_notificaciones)
@@ -320,11 +370,11 @@ TEST_F(iv_reg_orden, hilo_de_notificaciones)
     HWND hwnd = ventana();
     bloque_crudo canal = abre_canal(m_a);
     escucha();
-    ivrexa_registra_cliente_notificaciones_servicio(
-        "C:\\p.exe", hwnd, m_a.c_str(), [](const char *servicio, uint32_t id_cliente, uint32_t dato) {
-            funcion_aviso(servicio, id_cliente, dato);
-            Sleep(100);                             // the function, as the list shows it
-        });
+    ivrexa_registra_cliente_notificaciones_servicio("C:\\p.exe", hwnd, m_a.c_str(),
+                                                    [](const char *servicio, uint32_t id_cliente, uint32_t dato) {
+                                                        funcion_aviso(servicio, id_cliente, dato);
+                                                        Sleep(100); // the function, as the list shows it
+                                                    });
     ivrexa_abierto_documento_de_cliente(m_a.c_str(), L"x", 1);
     UINT msg = ivrexa_dame_id_MSG_servicio(m_a.c_str());
     uint32_t id_hilo = solicitado(0).u32(52);

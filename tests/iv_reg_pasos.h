@@ -80,7 +80,7 @@ public:
         std::lock_guard<cerrojo> guarda(s_candado_pasos);
         s_alias.push_back({nombre, corto});
     }
-    iv_ventana_llamadas *operator->() { return iv_ventana(); }      // to swap more of them
+    iv_ventana_llamadas *operator->() { return iv_ventana(); } // to swap more of them
     void borra()
     {
         std::lock_guard<cerrojo> guarda(s_candado_pasos);
@@ -226,8 +226,8 @@ private:
         }
         return s_cierra(h);
     }
-    static HANDLE WINAPI crea_hilo(LPSECURITY_ATTRIBUTES seguridad, SIZE_T pila,
-                                   LPTHREAD_START_ROUTINE inicio, LPVOID arg, DWORD marcas, LPDWORD id)
+    static HANDLE WINAPI crea_hilo(LPSECURITY_ATTRIBUTES seguridad, SIZE_T pila, LPTHREAD_START_ROUTINE inicio,
+                                   LPVOID arg, DWORD marcas, LPDWORD id)
     {
         std::string nombre = se_oye() ? hilo_de(arg) : "";
         if (nombre.empty())
@@ -279,8 +279,7 @@ private:
     static BOOL WINAPI publica(HWND, UINT msg, WPARAM wparam, LPARAM lparam)
     {
         if (se_oye())
-            anota("post " + std::to_string(msg) + " " + std::to_string(wparam) + " " +
-                  std::to_string(lparam));
+            anota("post " + std::to_string(msg) + " " + std::to_string(wparam) + " " + std::to_string(lparam));
         return TRUE;
     }
 
@@ -301,7 +300,7 @@ private:
     static inline std::set<uint32_t> s_hilos;
     static inline std::vector<std::pair<uint32_t, std::string>> s_lineas;
     static inline std::vector<std::pair<std::string, std::string>> s_alias;
-    static inline std::map<HANDLE, std::string> s_nombres;      // a mutex's begins with M
+    static inline std::map<HANDLE, std::string> s_nombres; // a mutex's begins with M
 
     ventana_cambiada m_ventana;
     cambio<decltype(&CreateMutexA)> m_crea_mutex{__imp_CreateMutexA, crea_mutex};

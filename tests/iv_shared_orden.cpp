@@ -33,7 +33,7 @@ llamadas s_llamadas;
 DWORD s_hilo;
 std::map<HANDLE, std::string> s_manejadores;
 uint32_t s_num_manejadores, s_num_mapas;
-uint32_t s_mapa_negado;     // which view is refused, from 1
+uint32_t s_mapa_negado; // which view is refused, from 1
 
 decltype(&CloseHandle) s_CloseHandle = __imp_CloseHandle;
 decltype(&CreateFileMappingA) s_CreateFileMappingA = __imp_CreateFileMappingA;
@@ -60,8 +60,8 @@ std::string numera(HANDLE manejador)
     return numero;
 }
 
-HANDLE WINAPI apunta_CreateFileMappingA(HANDLE fichero, LPSECURITY_ATTRIBUTES seguridad, DWORD proteccion,
-                                        DWORD alto, DWORD bajo, LPCSTR nombre)
+HANDLE WINAPI apunta_CreateFileMappingA(HANDLE fichero, LPSECURITY_ATTRIBUTES seguridad, DWORD proteccion, DWORD alto,
+                                        DWORD bajo, LPCSTR nombre)
 {
     HANDLE mapa = s_CreateFileMappingA(fichero, seguridad, proteccion, alto, bajo, nombre);
     DWORD error = GetLastError();
@@ -105,17 +105,15 @@ void *WINAPI apunta_HeapAlloc(HANDLE heap, DWORD opciones, SIZE_T tam)
 BOOL WINAPI apunta_HeapFree(HANDLE heap, DWORD opciones, void *memlocal)
 {
     std::string texto(static_cast<char *>(memlocal), HeapSize(heap, 0, memlocal));
-    apunta(texto.size() == sizeof(iv_shared_bloque) ? "free record"
-                                                    : "free " + texto.substr(0, texto.find('\0')));
+    apunta(texto.size() == sizeof(iv_shared_bloque) ? "free record" : "free " + texto.substr(0, texto.find('\0')));
     return s_HeapFree(heap, opciones, memlocal);
 }
 
 llamadas llamadas_de(const std::function<void()> &trabajo, uint32_t mapa_negado = 0)
 {
-    i_free(i_malloc(1));        // the heap is there
+    i_free(i_malloc(1)); // the heap is there
     importacion_cambiada<decltype(&CloseHandle)> cierra(__imp_CloseHandle, apunta_CloseHandle);
-    importacion_cambiada<decltype(&CreateFileMappingA)> crea(__imp_CreateFileMappingA,
-                                                             apunta_CreateFileMappingA);
+    importacion_cambiada<decltype(&CreateFileMappingA)> crea(__imp_CreateFileMappingA, apunta_CreateFileMappingA);
     importacion_cambiada<decltype(&HeapAlloc)> reserva(__imp_HeapAlloc, apunta_HeapAlloc);
     importacion_cambiada<decltype(&HeapFree)> libera(__imp_HeapFree, apunta_HeapFree);
     importacion_cambiada<decltype(&MapViewOfFile)> mapea(__imp_MapViewOfFile, apunta_MapViewOfFile);
@@ -131,7 +129,7 @@ llamadas llamadas_de(const std::function<void()> &trabajo, uint32_t mapa_negado 
     return s_llamadas;
 }
 
-}
+} // namespace
 
 TEST(iv_shared_orden, bloque_nuevo_se_crea_se_mapea_y_al_final_se_quita_y_se_cierra)
 {
@@ -154,7 +152,8 @@ TEST(iv_shared_orden, bloque_que_existe_se_abre_otra_vez_y_la_primera_no_se_cier
         iv_shared_bloque *(*abre)(const char *nombre);
         llamadas hechas;
     } FORMAS[] = {
-        {"crea", [](const char *n) { return iv_shared_crea(n, "tipo", 60, nullptr); },
+        {"crea",
+         [](const char *n) { return iv_shared_crea(n, "tipo", 60, nullptr); },
          {"create 64 -> 1", "open 983071 -> 2", "map 2", "alloc", "alloc", "alloc"}},
         {"abre", iv_shared_abre, {"create 4 -> 1", "open 983071 -> 2", "map 2", "alloc", "alloc", "alloc"}},
         {"crea_con_datos",
@@ -238,8 +237,7 @@ TEST(iv_shared_orden, tamanyo_mayor_que_cabe_se_pide_y_uno_mas_no)
 {
     static llamadas pedidos;
     importacion_cambiada<decltype(&CreateFileMappingA)> cambio(
-        __imp_CreateFileMappingA,
-        [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD alto, DWORD bajo, LPCSTR) -> HANDLE {
+        __imp_CreateFileMappingA, [](HANDLE, LPSECURITY_ATTRIBUTES, DWORD, DWORD alto, DWORD bajo, LPCSTR) -> HANDLE {
             pedidos.push_back(std::to_string(alto) + " " + std::to_string(bajo));
             SetLastError(ERROR_NOT_ENOUGH_MEMORY);
             return nullptr;

@@ -55,7 +55,7 @@ uint32_t manejadores_en_calma()
     return cuenta_manejadores();
 }
 
-}
+} // namespace
 
 // ---- New blocks
 
@@ -64,7 +64,7 @@ TEST(iv_shared, bloque_nuevo_lleva_su_tamanyo_delante_y_ceros_detras)
     const char *nombre = nombre_unico("nuevo");
     int16_t ya_estaba_creado = 77;
 
-    SetLastError(ERROR_ALREADY_EXISTS);     // of some earlier call
+    SetLastError(ERROR_ALREADY_EXISTS); // of some earlier call
     iv_shared_bloque *b = iv_shared_crea(nombre, "iv_mcserv_t", 300, &ya_estaba_creado);
 
     ASSERT_NE(b, nullptr);
@@ -343,7 +343,7 @@ TEST(iv_shared, crear_uno_nuevo_y_destruirlo_no_deja_manejadores)
     b = iv_shared_abre(nombre);
     EXPECT_EQ(cuenta_manejadores(), antes + 1);
     iv_shared_destruye(&b);
-    borra_informes();           // there was no such block
+    borra_informes(); // there was no such block
 
     EXPECT_EQ(cuenta_manejadores(), antes);
     EXPECT_FALSE(existe_bloque(nombre));
@@ -368,8 +368,7 @@ TEST(iv_shared, abrir_uno_que_existe_deja_un_manejador_y_lo_mantiene_vivo)
         {
             bloque_crudo ajeno = bloque_ajeno(nombre, 10);
             iv_shared_bloque *b = forma.abre(nombre);
-            EXPECT_EQ(cuenta_manejadores(), antes + 3)
-                << "the other program's, the one found and the one opened";
+            EXPECT_EQ(cuenta_manejadores(), antes + 3) << "the other program's, the one found and the one opened";
             iv_shared_destruye(&b);
         }
         EXPECT_EQ(cuenta_manejadores(), antes + 1);
@@ -445,8 +444,8 @@ TEST(iv_shared, bloque_que_existe_y_no_se_deja_abrir_da_nulo_sin_informe)
     const char *nombre = nombre_unico("cerrado");
     bloque_crudo ajeno = bloque_ajeno(nombre, 10);
     int16_t ya_estaba_creado = 77;
-    importacion_cambiada<decltype(&OpenFileMappingA)> cambio(
-        __imp_OpenFileMappingA, [](DWORD, BOOL, LPCSTR) -> HANDLE { return nullptr; });
+    importacion_cambiada<decltype(&OpenFileMappingA)> cambio(__imp_OpenFileMappingA,
+                                                             [](DWORD, BOOL, LPCSTR) -> HANDLE { return nullptr; });
 
     EXPECT_EQ(iv_shared_crea(nombre, "t", 10, &ya_estaba_creado), nullptr);
 
@@ -486,9 +485,11 @@ TEST(iv_shared, cabecera_que_promete_de_mas_se_corta_a_la_vista)
     const struct {
         uint32_t tam_real, tam_cabecera, tam_legible;
     } CASOS[] = {
-        {300, 300, 300},          {300, 301, 301},           {300, 4092, 4092},         {300, 4093, 4092},
-        {300, 0x7fffffff, 4092},  {300, 0xffffffff, 4092},   {300, 0xfffffffc, 4092},   {10000, 12284, 12284},
-        {10000, 12285, 12284},    {10000, 0xffffffff, 12284},
+        {300, 300, 300},         {300, 301, 301},
+        {300, 4092, 4092},       {300, 4093, 4092},
+        {300, 0x7fffffff, 4092}, {300, 0xffffffff, 4092},
+        {300, 0xfffffffc, 4092}, {10000, 12284, 12284},
+        {10000, 12285, 12284},   {10000, 0xffffffff, 12284},
     };
 
     for (const auto &caso : CASOS) {
@@ -635,7 +636,7 @@ TEST(iv_shared, cierre_que_el_sistema_niega_se_informa_paso_a_paso_y_el_registro
     b = iv_shared_crea(nombre, "t", 10, nullptr);
     UnmapViewOfFile(b->sharedmem);
     CloseHandle(b->hmap);
-    b->hmap = reinterpret_cast<HANDLE>(0x0BAD0BAC);     // never one; a closed one's number is soon given out again
+    b->hmap = reinterpret_cast<HANDLE>(0x0BAD0BAC); // never one; a closed one's number is soon given out again
     iv_shared_destruye(&b);
     EXPECT_INFORME("iv_shared", "res != 0");
     EXPECT_INFORME("iv_shared", "res != 0");
@@ -755,8 +756,7 @@ PAPEL(crea_a_la_vez)
     yo.di("LISTO");
     yo.escucha_linea("CREA", 30000);
     iv_shared_bloque *b = iv_shared_crea(args.at(0).c_str(), "t", 64, &ya_estaba_creado);
-    yo.di(junta({"CREADO", std::to_string(ya_estaba_creado),
-                 iv_shared_contiene(b, 64) == CIERTO ? "64" : "?"}));
+    yo.di(junta({"CREADO", std::to_string(ya_estaba_creado), iv_shared_contiene(b, 64) == CIERTO ? "64" : "?"}));
     yo.escucha(30000);
     return 0;
 }

@@ -49,7 +49,7 @@ DWORD WINAPI informa_en_otro_hilo(void *)
     return static_cast<DWORD>(s_cajas - antes);
 }
 
-}
+} // namespace
 
 TEST(iv_traza_cajas, diecisiete_una_dentro_de_otra_dejan_la_ultima_en_la_traza)
 {

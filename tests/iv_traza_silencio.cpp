@@ -78,7 +78,7 @@ const uint32_t ID = 105;
 struct caso_llamada {
     const char *que;
     void (*llama)();
-    uint32_t num_textos = 0;    // wide ones
+    uint32_t num_textos = 0; // wide ones
 };
 
 // Every function that tests the switch.
@@ -111,14 +111,13 @@ pedidos de(void (*llama)())
     llama();
     pedidos resto = s_pedido;
     if (resto.size() >= 4 && resto[0] == "T") {
-        EXPECT_EQ(pedidos(resto.begin(), resto.begin() + 4),
-                  (pedidos{"T", "A \n*** ", "A 4294967295", "A : "}));
+        EXPECT_EQ(pedidos(resto.begin(), resto.begin() + 4), (pedidos{"T", "A \n*** ", "A 4294967295", "A : "}));
         resto.erase(resto.begin(), resto.begin() + 4);
     }
     return resto;
 }
 
-}
+} // namespace
 
 // ---- The switch
 
@@ -232,12 +231,12 @@ int WINAPIV apunta_formato(LPSTR destino, LPCSTR formato, ...)
     const std::string expresion = va_arg(args, const char *);
     va_end(args);
     s_formato = std::string(formato) + "|" + modulo + "|" + std::to_string(linea) + "|" + expresion;
-    memset(destino, 'x', 2047);                     // as much as its buffer has to hold
+    memset(destino, 'x', 2047); // as much as its buffer has to hold
     destino[2047] = '\0';
     return 2047;
 }
 
-}
+} // namespace
 
 TEST(iv_assert_sistema, texto_se_forma_con_el_formateador_en_2048_caracteres_y_se_muestra)
 {

@@ -70,7 +70,7 @@ const uint32_t ID_MAXIMO = 4294967295u;
 struct caso_registro {
     const char *que;
     void (*escribe)();
-    piezas esperadas;       // behind the header
+    piezas esperadas; // behind the header
 };
 
 ivrexa_hwnd ventana_de(uint64_t numero)
@@ -82,24 +82,50 @@ wchar_t s_uno[] = L"uno", s_dos[] = L"dos", s_tres[] = L"tres";
 wchar_t *s_texto1 = s_uno, *s_texto2 = s_dos, *s_texto3 = s_tres, *s_texto_nulo = nullptr;
 
 const std::vector<caso_registro> REGISTROS = {
-    {"server", [] { iv_traza_registro_servidor("C:\\a b\\p.exe", ventana_de(65552)); },
+    {"server",
+     [] { iv_traza_registro_servidor("C:\\a b\\p.exe", ventana_de(65552)); },
      {"Registro Servidor ", "C:\\a b\\p.exe", " hwnd=", "65552", "\n"}},
-    {"windowless server", [] { iv_traza_registro_servidor("p", nullptr); },
+    {"windowless server",
+     [] { iv_traza_registro_servidor("p", nullptr); },
      {"Registro Servidor ", "p", " hwnd=", "0", "\n"}},
     {"client",
      [] { iv_traza_registro_cliente_servicio("C:\\c.exe", ventana_de(0xfedcba9876543210u), "Calc"); },
      {" REGISTRO CLIENTE SERVICIO ", "Calc", " ", "C:\\c.exe", " hwnd=", "18364758544493064720", "\n"}},
-    {"service", [] { iv_traza_registro_servicio_prestado("Calc", 3); },
+    {"service",
+     [] { iv_traza_registro_servicio_prestado("Calc", 3); },
      {" REGISTRO SERVICIO PRESTADO ", "Calc", " Version ", "3", "\n"}},
-    {"service of the highest version", [] { iv_traza_registro_servicio_prestado("Calc", 65535); },
+    {"service of the highest version",
+     [] { iv_traza_registro_servicio_prestado("Calc", 65535); },
      {" REGISTRO SERVICIO PRESTADO ", "Calc", " Version ", "65535", "\n"}},
 
-    {"input", [] { iv_traza_get_datos_entrada_comando("Calc", 100, &ID, s_uno, s_dos, s_tres, 1); },
-     {" GET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    CIERTO\n",
-      "    id_datos_entrada_comando", " = ", "105", "\n",
-      "    buffer_cliente_64", "\"", "uno", "\"", "\n",
-      "    buffer_cliente_256", "\"", "dos", "\"", "\n",
-      "    buffer_cliente2_256", "\"", "tres", "\"", "\n"}},
+    {"input",
+     [] { iv_traza_get_datos_entrada_comando("Calc", 100, &ID, s_uno, s_dos, s_tres, 1); },
+     {" GET_DATOS_ENTRADA_COMANDO ",
+      "Calc",
+      " id_comando: ",
+      "100",
+      "\n",
+      "    Resultado ",
+      "    CIERTO\n",
+      "    id_datos_entrada_comando",
+      " = ",
+      "105",
+      "\n",
+      "    buffer_cliente_64",
+      "\"",
+      "uno",
+      "\"",
+      "\n",
+      "    buffer_cliente_256",
+      "\"",
+      "dos",
+      "\"",
+      "\n",
+      "    buffer_cliente2_256",
+      "\"",
+      "tres",
+      "\"",
+      "\n"}},
     {"input, result 2, nothing given",
      [] { iv_traza_get_datos_entrada_comando("Calc", 100, nullptr, nullptr, nullptr, nullptr, 2); },
      {" GET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    CIERTO\n"}},
@@ -107,30 +133,78 @@ const std::vector<caso_registro> REGISTROS = {
      [] { iv_traza_get_datos_entrada_comando("Calc", 0, nullptr, nullptr, s_dos, nullptr, -1); },
      {" GET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "0", "\n", "    Resultado ", "    CIERTO\n",
       "    buffer_cliente_256", "\"", "dos", "\"", "\n"}},
-    {"input, none", [] { iv_traza_get_datos_entrada_comando("Calc", 100, &ID, s_uno, s_dos, s_tres, 0); },
+    {"input, none",
+     [] { iv_traza_get_datos_entrada_comando("Calc", 100, &ID, s_uno, s_dos, s_tres, 0); },
      {" GET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    FALSO\n"}},
 
-    {"output", [] { iv_traza_set_datos_entrada_comando("Calc", 100, 0, s_uno, s_dos, s_tres, 1); },
-     {" SET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    CIERTO\n",
-      "    id_datos_salida_comando", " = ", "0", "\n",
-      "    resultado_64", "\"", "uno", "\"", "\n",
-      "    resultado_256", "\"", "dos", "\"", "\n",
-      "    resultado_256_2", "\"", "tres", "\"", "\n",
+    {"output",
+     [] { iv_traza_set_datos_entrada_comando("Calc", 100, 0, s_uno, s_dos, s_tres, 1); },
+     {" SET_DATOS_ENTRADA_COMANDO ",
+      "Calc",
+      " id_comando: ",
+      "100",
+      "\n",
+      "    Resultado ",
+      "    CIERTO\n",
+      "    id_datos_salida_comando",
+      " = ",
+      "0",
+      "\n",
+      "    resultado_64",
+      "\"",
+      "uno",
+      "\"",
+      "\n",
+      "    resultado_256",
+      "\"",
+      "dos",
+      "\"",
+      "\n",
+      "    resultado_256_2",
+      "\"",
+      "tres",
+      "\"",
+      "\n",
       "\n"}},
     {"output without texts",
      [] { iv_traza_set_datos_entrada_comando("Calc", 100, ID_MAXIMO, nullptr, nullptr, nullptr, 1); },
      {" SET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    CIERTO\n",
       "    id_datos_salida_comando", " = ", "4294967295", "\n", "\n"}},
-    {"output, result 2", [] { iv_traza_set_datos_entrada_comando("Calc", 100, 5, s_uno, s_dos, s_tres, 2); },
+    {"output, result 2",
+     [] { iv_traza_set_datos_entrada_comando("Calc", 100, 5, s_uno, s_dos, s_tres, 2); },
      {" SET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    FALSO\n"}},
-    {"output, none", [] { iv_traza_set_datos_entrada_comando("Calc", 100, 5, s_uno, s_dos, s_tres, 0); },
+    {"output, none",
+     [] { iv_traza_set_datos_entrada_comando("Calc", 100, 5, s_uno, s_dos, s_tres, 0); },
      {" SET_DATOS_ENTRADA_COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    FALSO\n"}},
 
-    {"command begins", [] { iv_traza_inicio_comando("Calc", 100, 104, s_uno, s_dos, s_tres); },
-     {" INICIO COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Datos de entrada\n",
-      "    id_bloque_MCCom_entrada", " = ", "104", "\n",
-      "    param1", "\"", "uno", "\"", "\n", "    param2", "\"", "dos", "\"", "\n",
-      "    param3", "\"", "tres", "\"", "\n", "\n"}},
+    {"command begins",
+     [] { iv_traza_inicio_comando("Calc", 100, 104, s_uno, s_dos, s_tres); },
+     {" INICIO COMANDO ",
+      "Calc",
+      " id_comando: ",
+      "100",
+      "\n",
+      "    Datos de entrada\n",
+      "    id_bloque_MCCom_entrada",
+      " = ",
+      "104",
+      "\n",
+      "    param1",
+      "\"",
+      "uno",
+      "\"",
+      "\n",
+      "    param2",
+      "\"",
+      "dos",
+      "\"",
+      "\n",
+      "    param3",
+      "\"",
+      "tres",
+      "\"",
+      "\n",
+      "\n"}},
     {"command without texts begins",
      [] { iv_traza_inicio_comando("", ID_MAXIMO, 0, nullptr, s_dos, nullptr); },
      {" INICIO COMANDO ", "", " id_comando: ", "4294967295", "\n", "    Datos de entrada\n",
@@ -139,12 +213,34 @@ const std::vector<caso_registro> REGISTROS = {
     {"command ends, NINGUNO",
      [] { iv_traza_fin_comando("Calc", 100, 0, &ID, &s_texto1, &s_texto2, &s_texto3); },
      {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    NINGUNO\n"}},
-    {"command ends, OK", [] { iv_traza_fin_comando("Calc", 100, 1, &ID, &s_texto1, &s_texto2, &s_texto3); },
-     {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    OK\n",
-      "    id_datos_salida_comando", " = ", "105", "\n",
-      "    serv_buffer_64", "\"", "uno", "\"", "\n",
-      "    serv_buffer_256", "\"", "dos", "\"", "\n",
-      "    serv_buffer2_256", "\"", "tres", "\"", "\n",
+    {"command ends, OK",
+     [] { iv_traza_fin_comando("Calc", 100, 1, &ID, &s_texto1, &s_texto2, &s_texto3); },
+     {" FIN COMANDO ",
+      "Calc",
+      " id_comando: ",
+      "100",
+      "\n",
+      "    Resultado ",
+      "    OK\n",
+      "    id_datos_salida_comando",
+      " = ",
+      "105",
+      "\n",
+      "    serv_buffer_64",
+      "\"",
+      "uno",
+      "\"",
+      "\n",
+      "    serv_buffer_256",
+      "\"",
+      "dos",
+      "\"",
+      "\n",
+      "    serv_buffer2_256",
+      "\"",
+      "tres",
+      "\"",
+      "\n",
       "\n"}},
     {"command ends, OK, no places",
      [] { iv_traza_fin_comando("Calc", 100, 1, &ID, nullptr, nullptr, nullptr); },
@@ -152,33 +248,37 @@ const std::vector<caso_registro> REGISTROS = {
       "    id_datos_salida_comando", " = ", "105", "\n", "\n"}},
     {"command ends, OK, places that hold no text",
      [] { iv_traza_fin_comando("Calc", 100, 1, nullptr, &s_texto_nulo, &s_texto2, &s_texto_nulo); },
-     {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    OK\n",
-      "    serv_buffer_256", "\"", "dos", "\"", "\n", "\n"}},
+     {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    OK\n", "    serv_buffer_256", "\"",
+      "dos", "\"", "\n", "\n"}},
     {"command ends, CANCELADO",
      [] { iv_traza_fin_comando("Calc", 100, 2, &ID, &s_texto1, &s_texto2, &s_texto3); },
      {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    CANCELADO\n"}},
     {"command ends, ERROR",
      [] { iv_traza_fin_comando("Calc", 100, 3, &ID, &s_texto1, &s_texto2, &s_texto3); },
      {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado ", "    ERROR\n"}},
-    {"command ends, 7", [] { iv_traza_fin_comando("Calc", 100, 7, &ID, &s_texto1, &s_texto2, &s_texto3); },
+    {"command ends, 7",
+     [] { iv_traza_fin_comando("Calc", 100, 7, &ID, &s_texto1, &s_texto2, &s_texto3); },
      {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado "}},
-    {"command ends, 4", [] { iv_traza_fin_comando("Calc", 100, 4, nullptr, nullptr, nullptr, nullptr); },
+    {"command ends, 4",
+     [] { iv_traza_fin_comando("Calc", 100, 4, nullptr, nullptr, nullptr, nullptr); },
      {" FIN COMANDO ", "Calc", " id_comando: ", "100", "\n", "    Resultado "}},
 
     {"heartbeat", [] { iv_traza_estoy_vivo(0); }, {" ESTOY VIVO ", "0", "\n"}},
     {"heartbeat of no entry", [] { iv_traza_estoy_vivo(65535); }, {" ESTOY VIVO ", "65535", "\n"}},
 
-    {"client, state 1", iv_traza_CLIENTE_ESPERA_NINGUN_CLIENTE,
-     {"BUCLE ", "CLIENTE_ESPERA_NINGUN_CLIENTE", "\n"}},
-    {"client, state 2", iv_traza_CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO,
+    {"client, state 1", iv_traza_CLIENTE_ESPERA_NINGUN_CLIENTE, {"BUCLE ", "CLIENTE_ESPERA_NINGUN_CLIENTE", "\n"}},
+    {"client, state 2",
+     iv_traza_CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO,
      {"BUCLE ", "CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO", "\n"}},
-    {"client, state 3", iv_traza_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO,
+    {"client, state 3",
+     iv_traza_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO,
      {"BUCLE ", "CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO", "\n"}},
-    {"client, state 4", iv_traza_CLIENTE_ESPERA_SERVIDOR_AVISADO,
-     {"BUCLE ", "CLIENTE_ESPERA_SERVIDOR_AVISADO", "\n"}},
-    {"server, state 1", iv_traza_SERVIDOR_ESPERA_RECEPCION_COMANDO,
+    {"client, state 4", iv_traza_CLIENTE_ESPERA_SERVIDOR_AVISADO, {"BUCLE ", "CLIENTE_ESPERA_SERVIDOR_AVISADO", "\n"}},
+    {"server, state 1",
+     iv_traza_SERVIDOR_ESPERA_RECEPCION_COMANDO,
      {"BUCLE ", "SERVIDOR_ESPERA_RECEPCION_COMANDO", "\n"}},
-    {"server, state 2", iv_traza_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO,
+    {"server, state 2",
+     iv_traza_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO,
      {"BUCLE ", "SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO", "\n"}},
 };
 
@@ -200,7 +300,7 @@ protected:
     }
 };
 
-}
+} // namespace
 
 // ---- Reports
 
@@ -301,7 +401,8 @@ TEST(iv_assert, comprobacion_informa_con_su_texto_y_su_linea_y_sigue)
 
     iv_assert(veces++ == 0);
     EXPECT_EQ(num_informes(), 0u);
-    iv_assert(veces++ == 0), iv_assert_puntero(nada); const uint32_t linea = __LINE__;
+    iv_assert(veces++ == 0), iv_assert_puntero(nada);
+    const uint32_t linea = __LINE__;
 
     EXPECT_EQ(veces, 2) << "a condition is computed once";
     ASSERT_EQ(num_informes(), 2u);
@@ -336,8 +437,7 @@ PAPEL(interruptor)
     return 0;
 }
 
-static std::string interruptor(const std::optional<std::string> &valor, const char *primera,
-                               const char *despues)
+static std::string interruptor(const std::optional<std::string> &valor, const char *primera, const char *despues)
 {
     opciones_papel opciones;
     opciones.entorno["IVREXA_DEBUG"] = valor;
@@ -411,13 +511,11 @@ TEST_F(iv_traza, primitivas_escriben_sus_piezas_en_orden)
     EXPECT_EQ(piezas_de([] { iv_traza_cadena("texto %d"); }), (piezas{"texto %d"}));
     EXPECT_EQ(piezas_de([] { iv_traza_linea("texto"); }), (piezas{"texto", "\n"}));
     EXPECT_EQ(piezas_de([] { iv_traza_cadena_numero("n=", 0, 0); }), (piezas{"n=", "0"}));
-    EXPECT_EQ(piezas_de([] { iv_traza_cadena_numero("n=", 4294967295u, 1); }),
-              (piezas{"n=", "4294967295", "\n"}));
+    EXPECT_EQ(piezas_de([] { iv_traza_cadena_numero("n=", 4294967295u, 1); }), (piezas{"n=", "4294967295", "\n"}));
     EXPECT_EQ(piezas_de([] { iv_traza_cadena_numero("n=", 5, 0x10000); }), (piezas{"n=", "5", "\n"}));
     EXPECT_EQ(piezas_de([] { iv_traza_cadena_valor("h=", 18446744073709551615u, 0); }),
               (piezas{"h=", "18446744073709551615"}));
-    EXPECT_EQ(piezas_de([] { iv_traza_cadena_valor("h=", 4294967296u, 2); }),
-              (piezas{"h=", "4294967296", "\n"}));
+    EXPECT_EQ(piezas_de([] { iv_traza_cadena_valor("h=", 4294967296u, 2); }), (piezas{"h=", "4294967296", "\n"}));
 }
 
 TEST_F(iv_traza, cabecera_lleva_el_contador_de_milisegundos)

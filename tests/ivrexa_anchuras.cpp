@@ -11,7 +11,7 @@ namespace {
 using palabra = uint64_t;
 
 const palabra BASURA = 0xA5A5A5A5A5A5A5A5;
-const palabra ENTERO = 0xFEDCBA9876543210;      // where all 64 bits count
+const palabra ENTERO = 0xFEDCBA9876543210; // where all 64 bits count
 
 palabra u8(uint8_t valor)
 {
@@ -71,10 +71,7 @@ struct buffer_texto {
     wchar_t texto[260];
 
     buffer_texto() { wmemset(texto, L'#', 260); }
-    bool es(const std::wstring &esperado, size_t limite) const
-    {
-        return esperado == texto && texto[limite] == L'#';
-    }
+    bool es(const std::wstring &esperado, size_t limite) const { return esperado == texto && texto[limite] == L'#'; }
 };
 
 std::vector<uint8_t> contenido(const comdat *c)
@@ -86,7 +83,7 @@ struct ivrexa_anchuras : con_sesion {
     const char *m_servicio = nombre_unico("Calc");
 };
 
-}
+} // namespace
 
 TEST_F(ivrexa_anchuras, de_lo_que_se_graba)
 {
@@ -100,7 +97,7 @@ TEST_F(ivrexa_anchuras, de_lo_que_se_graba)
     llama(ivrexa_graba_buffer, p(c), p("e"), p("\1\2\3"), u32(2));
     llama(ivrexa_graba_arr_cadenas_ansi, p(c), p("f"), p(ansi), u32(1));
     llama(ivrexa_graba_arr_cadenas_unicode, p(c), p("g"), p(ancho), u32(1));
-    llama(ivrexa_graba_buffer, p(c), p("h"), p(nullptr), u32(0));       // a size of 0 needs no buffer
+    llama(ivrexa_graba_buffer, p(c), p("h"), p(nullptr), u32(0)); // a size of 0 needs no buffer
     EXPECT_EQ(num_informes(), 0u);
 
     EXPECT_TRUE(bytes_iguales(de_hex("08000000"
@@ -115,12 +112,12 @@ TEST_F(ivrexa_anchuras, de_lo_que_se_graba)
 
 TEST_F(ivrexa_anchuras, de_lo_que_se_lee)
 {
-    bloque_crudo datos = crea_datos(
-        m_servicio, 107,
-        de_hex("09000000"
-               "01 02 6100 FE  02 02 6200 DCFE  03 02 6300 98BADCFE  08 02 6400 1032547698BADCFE"
-               "04 02 6500 000000000000F8BF  06 02 6600 02000000 7800  07 02 6700 04000000 7800 0000"
-               "05 02 6800 02000000 0102  09 02 6900 01000000 00000000 02000000 7800"));
+    bloque_crudo datos =
+        crea_datos(m_servicio, 107,
+                   de_hex("09000000"
+                          "01 02 6100 FE  02 02 6200 DCFE  03 02 6300 98BADCFE  08 02 6400 1032547698BADCFE"
+                          "04 02 6500 000000000000F8BF  06 02 6600 02000000 7800  07 02 6700 04000000 7800 0000"
+                          "05 02 6800 02000000 0102  09 02 6900 01000000 00000000 02000000 7800"));
     comdat *c = reinterpret_cast<comdat *>(llama(ivrexa_lee_datos, p(m_servicio), u32(107), u16(1)));
     ASSERT_NE(c, nullptr);
     EXPECT_EQ(c->id_bloque_MCCom, 107u);
@@ -226,8 +223,8 @@ TEST_F(ivrexa_anchuras, de_un_comando_y_de_su_respuesta)
         EXPECT_EQ(canal.u32(1202), 4321u);
         hueco<uint32_t> id;
         buffer_texto b64, b256, b2_256;
-        EXPECT_EQ(verdad(llama(ivrexa_get_datos_entrada_comando, p(m_servicio), u32(4321), p(&id.valor),
-                               p(b64.texto), p(b256.texto), p(b2_256.texto))),
+        EXPECT_EQ(verdad(llama(ivrexa_get_datos_entrada_comando, p(m_servicio), u32(4321), p(&id.valor), p(b64.texto),
+                               p(b256.texto), p(b2_256.texto))),
                   1);
         EXPECT_TRUE(id.solo_vale(0));
         EXPECT_TRUE(b64.es(corto, 64) && b256.es(largo, 256) && b2_256.es(largo, 256));
@@ -291,9 +288,8 @@ TEST_F(ivrexa_anchuras, de_las_notificaciones)
 {
     sirve(m_servicio, ventana());
     bloque_crudo canal = abre_canal(m_servicio);
-    hilo avisa([&] {
-        llama(ivrexa_notifica_a_cliente, p(m_servicio), u32(0xFEDCBA98), u32(0x12345678), u32(0x87654321));
-    });
+    hilo avisa(
+        [&] { llama(ivrexa_notifica_a_cliente, p(m_servicio), u32(0xFEDCBA98), u32(0x12345678), u32(0x87654321)); });
     EXPECT_TRUE(espera_hasta([&] { return canal.u32(2374) == 0x87654321; }, 5000));
     EXPECT_EQ(canal.u32(2362), 1u);
     EXPECT_EQ(canal.u32(2366), 0xFEDCBA98u);

@@ -36,7 +36,7 @@ BOOL WINAPI apunta_fin(HANDLE heap)
     return s_destruye_heap(heap);
 }
 
-}
+} // namespace
 
 // ---- Checks
 
@@ -58,7 +58,7 @@ TEST_F(ivrexa_marco, cada_argumento_de_un_monitor_que_se_quita_se_mira_solo_y_se
     for (const auto &caso : casos) {
         SCOPED_TRACE(caso.expresion);
         ivrexa_registra_monitor(ventana(), funcion_actividad, funcion_bucle, funcion_bucle, nullptr);
-        EXPECT_SIN_INFORMES();                      // a datum of its own is not asked for
+        EXPECT_SIN_INFORMES(); // a datum of its own is not asked for
         EXPECT_EQ(mcb.u64(6), reinterpret_cast<uint64_t>(ventana()));
         ivrexa_registra_monitor(nullptr, caso.actividad, caso.cliente, caso.servidor, caso.externos);
         EXPECT_INFORME("ivrexa", caso.expresion);
@@ -190,7 +190,7 @@ TEST_F(ivrexa_marco, preguntar_no_deja_nada_en_el_heap_ni_el_canal_a_la_vista)
         ivrexa_hay_servicio_registrado("falta", nullptr);
         ivrexa_hay_servicio_registrado_empiece_por("falta", nombre, nullptr);
     };
-    pregunta();                                     // the registry's access is made once and kept
+    pregunta(); // the registry's access is made once and kept
     uint32_t vivos = bloques_vivos();
     pregunta();
     EXPECT_EQ(bloques_vivos(), vivos);
@@ -201,7 +201,7 @@ TEST_F(ivrexa_marco, nombre_sin_fin_en_el_registro_se_entrega_cortado_a_63)
 {
     bloque_crudo mcb = abre_registro();
     mcb.pon_bytes(en_servicio(4, 0), std::vector<uint8_t>(64, 'L'));
-    mcb.pon_bytes(en_servicio(4, 64), std::vector<uint8_t>(4, 'L'));    // what lies behind is not its name
+    mcb.pon_bytes(en_servicio(4, 64), std::vector<uint8_t>(4, 'L')); // what lies behind is not its name
     const std::string cortado(63, 'L');
     bloque_crudo canal = abre_canal(cortado);
     canal.pon_u32(30, 1);
@@ -224,8 +224,7 @@ TEST_F(ivrexa_marco, textos_se_entregan_en_el_orden_de_sus_argumentos)
     };
     wchar_t texto[256] = L"";
     auto ejecuta = [&](wchar_t *ultimo) {
-        return ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, texto, texto,
-                                      ultimo);
+        return ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, texto, texto, ultimo);
     };
     EXPECT_EQ(ejecuta(texto), 1u);
     EXPECT_EQ(std::wstring(texto, 7), std::wstring(L"t\0sdos\0", 7));
@@ -248,9 +247,8 @@ TEST_F(ivrexa_marco, leer_sin_monitor_no_anota_nada)
 // The copy is private, as long as the block's head says, and the block is open until the container goes.
 TEST_F(ivrexa_marco, lo_leido_es_una_copia_del_tam_de_la_cabecera)
 {
-    auto datos = std::make_unique<bloque_crudo>(
-        crea_datos(m_servicio, 107, de_hex("01000000 02 02 6100 0102  EEEE")));
-    datos->pon_cabecera(10);                        // two bytes fewer than were stored
+    auto datos = std::make_unique<bloque_crudo>(crea_datos(m_servicio, 107, de_hex("01000000 02 02 6100 0102  EEEE")));
+    datos->pon_cabecera(10); // two bytes fewer than were stored
     comdat *c = ivrexa_lee_datos(m_servicio, 107, 1);
     ASSERT_NE(c, nullptr);
     datos->pon_u16(8, 0xFFFF);
@@ -290,8 +288,7 @@ TEST_F(ivrexa_marco, heap_es_lo_ultimo_que_se_cierra_y_solo_si_lo_hay)
 // Everything that was handed out dies with the session; nothing of it lies in another heap.
 TEST_F(ivrexa_marco, lo_entregado_esta_en_el_heap_privado)
 {
-    bloque_crudo datos = crea_datos(
-        m_servicio, 107, de_hex("02000000 06 02 6100 02000000 7800  09 02 6200 00000000"));
+    bloque_crudo datos = crea_datos(m_servicio, 107, de_hex("02000000 06 02 6100 02000000 7800  09 02 6200 00000000"));
     comdat *c = ivrexa_lee_datos(m_servicio, 107, 1);
     ASSERT_NE(c, nullptr);
     uint32_t num = 0;

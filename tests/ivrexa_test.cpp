@@ -13,8 +13,8 @@ using expresiones = std::vector<std::string>;
 struct caso_informe {
     const char *que;
     std::function<void()> llama;
-    expresiones de_ivrexa;          // in this order, and nothing before or behind them but `detras`
-    std::pair<const char *, const char *> detras = {};     // what the module behind reports itself
+    expresiones de_ivrexa;                             // in this order, and nothing before or behind them but `detras`
+    std::pair<const char *, const char *> detras = {}; // what the module behind reports itself
 };
 
 void funcion_actividad(uint32_t, uint32_t, uint16_t, const char *, uint32_t, uint32_t, void *) {}
@@ -35,8 +35,7 @@ struct ivrexa_textos : con_sesion {
     }
     uint32_t ejecuta(uint32_t *id = nullptr)
     {
-        return ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, id, s_t64, s_t256,
-                                      s_t2_256);
+        return ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, id, s_t64, s_t256, s_t2_256);
     }
     const char *m_servicio = nullptr;
 };
@@ -50,7 +49,7 @@ bool vaciado(const wchar_t *texto)
     return texto[0] == 0 && wcscmp(texto + 1, L"efore") == 0;
 }
 
-}
+} // namespace
 
 // ---- Reports
 
@@ -70,9 +69,7 @@ TEST_F(ivrexa_informes, cada_argumento_se_informa_una_vez_y_en_su_orden)
         {"notification's data",
          [] { EXPECT_EQ(ivrexa_obtener_id_datos_notificacion(nullptr, 1, 2), 0u); },
          {"(nombre_servicio) != 0"}},
-        {"notification processed",
-         [] { ivrexa_procesada_notificacion(nullptr); },
-         {"(nombre_servicio) != 0"}},
+        {"notification processed", [] { ivrexa_procesada_notificacion(nullptr); }, {"(nombre_servicio) != 0"}},
         {"document opened",
          [] { EXPECT_EQ(ivrexa_abierto_documento_de_cliente(nullptr, nullptr, 0), 0u); },
          {"(nombre_servicio) != 0", "(ruta_documento) != 0", "id_documento != 0"},
@@ -95,9 +92,9 @@ TEST_F(ivrexa_informes, cada_argumento_se_informa_una_vez_y_en_su_orden)
          {"(prefijo_nombre_servicio) != 0"}},
         {"execute",
          [&] {
-             EXPECT_EQ(ivrexa_ejecuta_comando(nullptr, 100, 0, 0, nullptr, nullptr, nullptr, &id, nullptr,
-                                              nullptr, nullptr),
-                       3u);
+             EXPECT_EQ(
+                 ivrexa_ejecuta_comando(nullptr, 100, 0, 0, nullptr, nullptr, nullptr, &id, nullptr, nullptr, nullptr),
+                 3u);
          },
          {"(nombre_servicio) != 0"}},
         {"no monitor",
@@ -114,9 +111,7 @@ TEST_F(ivrexa_informes, cada_argumento_se_informa_una_vez_y_en_su_orden)
          [&] { ivrexa_registra_monitor(ventana(), nullptr, nullptr, nullptr, nullptr); },
          {"(funcionNotificacionActividad) != 0", "(funcionMonitorBuclesCliente) != 0",
           "(funcionMonitorBuclesServidor) != 0"}},
-        {"no monitor any more",
-         [] { ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr); },
-         {}},
+        {"no monitor any more", [] { ivrexa_registra_monitor(nullptr, nullptr, nullptr, nullptr, nullptr); }, {}},
 
         // These check nothing.
         {"message", [] { EXPECT_EQ(ivrexa_dame_id_MSG_servicio(nullptr), 0u); }, {}},
@@ -238,8 +233,7 @@ TEST_F(ivrexa_textos, resultado_1_los_entrega_cortados_y_con_su_fin)
     prepara();
     std::wstring largo(300, L'x');
     s_trabajo = [&](uint32_t id_comando, comando *) {
-        return ivrexa_set_datos_salida_comando(m_servicio, id_comando, 105, largo.c_str(), largo.c_str(),
-                                               L"tres");
+        return ivrexa_set_datos_salida_comando(m_servicio, id_comando, 105, largo.c_str(), largo.c_str(), L"tres");
     };
     uint32_t id = 9, vivos = bloques_vivos();
     EXPECT_EQ(ejecuta(&id), 1u);
@@ -258,13 +252,13 @@ TEST_F(ivrexa_textos, sin_buffers_se_liberan_igual)
         return ivrexa_set_datos_salida_comando(m_servicio, id_comando, 105, L"uno", L"dos", L"tres");
     };
     uint32_t vivos = bloques_vivos();
-    EXPECT_EQ(ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                     nullptr, nullptr),
-              1u);
+    EXPECT_EQ(
+        ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+        1u);
     EXPECT_EQ(bloques_vivos(), vivos);
-    EXPECT_EQ(ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                     s_t256, nullptr),
-              1u);
+    EXPECT_EQ(
+        ivrexa_ejecuta_comando(m_servicio, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, nullptr, s_t256, nullptr),
+        1u);
     EXPECT_STREQ(s_t256, L"dos");
     EXPECT_STREQ(s_t64, L"before");
     EXPECT_EQ(bloques_vivos(), vivos);
@@ -291,9 +285,7 @@ TEST_F(ivrexa_textos, quien_no_es_cliente_recibe_3_y_textos_vacios)
 {
     prepara();
     const char *otro = nombre_unico("Otro");
-    EXPECT_EQ(
-        ivrexa_ejecuta_comando(otro, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, s_t64, s_t256, s_t2_256),
-        3u);
+    EXPECT_EQ(ivrexa_ejecuta_comando(otro, 100, 0, 0, nullptr, nullptr, nullptr, nullptr, s_t64, s_t256, s_t2_256), 3u);
     EXPECT_TRUE(vaciado(s_t64) && vaciado(s_t256) && vaciado(s_t2_256));
     EXPECT_FALSE(existe_bloque(nombre_canal(otro).c_str()));
 }
@@ -319,9 +311,9 @@ TEST_F(ivrexa_textos, argumentos_de_la_orden_llegan_al_servidor)
         vistos[2] = c;
         return contexto->datos_entrada != nullptr ? 1 : 3;
     };
-    EXPECT_EQ(ivrexa_ejecuta_comando(m_servicio, 4321, 0, 107, L"uno", nullptr, L"tres", nullptr, nullptr,
-                                     nullptr, nullptr),
-              1u);
+    EXPECT_EQ(
+        ivrexa_ejecuta_comando(m_servicio, 4321, 0, 107, L"uno", nullptr, L"tres", nullptr, nullptr, nullptr, nullptr),
+        1u);
     EXPECT_EQ(s_llamadas.at(0).id_comando, 4321u);
     EXPECT_EQ(s_llamadas.at(0).contexto[2], reinterpret_cast<uint64_t>(ventana()));
     EXPECT_EQ(vistos[0], L"uno");
@@ -342,7 +334,7 @@ TEST_F(ivrexa_preguntas, hay_servicio_segun_el_canal)
     uint16_t version = 9;
     EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio, &version), 0);
     EXPECT_EQ(version, 9u);
-    EXPECT_FALSE(existe_bloque(nombre_canal(servicio).c_str()));        // asking makes nothing
+    EXPECT_FALSE(existe_bloque(nombre_canal(servicio).c_str())); // asking makes nothing
 
     bloque_crudo canal = abre_canal(servicio);
     for (const auto &caso : casos) {
@@ -350,9 +342,8 @@ TEST_F(ivrexa_preguntas, hay_servicio_segun_el_canal)
         canal.pon_u16(2, esta);
         canal.pon_u16(28, caso.terminado);
         canal.pon_u32(30, caso.estado);
-        EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio, &version), caso.hay)
-            << caso.terminado << caso.estado;
-        EXPECT_EQ(version, esta);                                       // also with FALSO
+        EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio, &version), caso.hay) << caso.terminado << caso.estado;
+        EXPECT_EQ(version, esta); // also with FALSO
         EXPECT_EQ(ivrexa_hay_servicio_registrado(servicio, nullptr), caso.hay);
     }
     EXPECT_EQ(s_programa, nullptr);
@@ -386,23 +377,22 @@ TEST_F(ivrexa_preguntas, prefijo_da_el_primero_de_la_tabla)
         int16_t hay;
         uint16_t version;
     } casos[] = {
-        {"", "Bb", 0, 9},                       // the first that is used; it has no channel
+        {"", "Bb", 0, 9}, // the first that is used; it has no channel
         {"B", "Bb", 0, 9},
-        {"Calc", "Calc uno", 1, 77},            // the first, not the one that equals it
+        {"Calc", "Calc uno", 1, 77}, // the first, not the one that equals it
         {"Calc ", "Calc uno", 1, 77},
         {"Calc uno", "Calc uno", 1, 77},
         {"LLL", largo, 1, 0},
         {largo, largo, 1, 0},
-        {"calc", "before", 0, 9},               // case counts
-        {"Calc uno ", "before", 0, 9},          // longer than the name
+        {"calc", "before", 0, 9},      // case counts
+        {"Calc uno ", "before", 0, 9}, // longer than the name
         {"alc", "before", 0, 9},
         {largo + "L", "before", 0, 9},
     };
     for (const auto &caso : casos) {
         char nombre[64] = "before";
         uint16_t version = 9;
-        EXPECT_EQ(ivrexa_hay_servicio_registrado_empiece_por(caso.prefijo.c_str(), nombre, &version),
-                  caso.hay)
+        EXPECT_EQ(ivrexa_hay_servicio_registrado_empiece_por(caso.prefijo.c_str(), nombre, &version), caso.hay)
             << caso.prefijo;
         EXPECT_EQ(nombre, caso.nombre) << caso.prefijo;
         EXPECT_EQ(version, caso.version) << caso.prefijo;
@@ -428,7 +418,7 @@ TEST_F(ivrexa_preguntas, prefijo_se_busca_bajo_el_mutex_del_registro)
     EXPECT_TRUE(pregunta.acaba(5000));
     EXPECT_STREQ(nombre, "Calc");
     EXPECT_EQ(s_mcbase_acceso->mutex->codigos_bloqueo[0], 6u);
-    EXPECT_EQ(mcb.u16(4), 0u);          // asking is no registration
+    EXPECT_EQ(mcb.u16(4), 0u); // asking is no registration
 }
 
 TEST_F(ivrexa_preguntas, servidor_real_se_encuentra_y_deja_de_estar)
@@ -461,7 +451,7 @@ TEST_F(ivrexa_datos, se_guardan_y_se_leen)
         ASSERT_NE(leidos, nullptr);
         EXPECT_EQ(ivrexa_dame_ushort(leidos, 0), 513u);
         EXPECT_EQ(leidos->id_bloque_MCCom, 100u);
-        EXPECT_NE(leidos->shared_MCCom, nullptr);       // kept open
+        EXPECT_NE(leidos->shared_MCCom, nullptr); // kept open
         ivrexa_destruye_datos_comando(leidos);
     }
     ivrexa_destruye_datos_comando(datos);
@@ -495,9 +485,9 @@ TEST_F(ivrexa_datos, leer_se_cuenta_al_monitor)
         s_publicado = {};
         ivrexa_lee_datos("Calc", 107, caso.es_entrada);
         EXPECT_INFORME("ivrexa", "(shared_MCCom) != 0");
-        EXPECT_TRUE(bytes_iguales({5, 0, 0, 0, 0, 0, 0, 0, 107, 0, 0, 0, caso.tipo_programa, 0, 0, 0,
-                                   caso.tipo_actividad, 0, 0, 0, 1, 0},
-                                  mcb.bytes(22, 22)))
+        EXPECT_TRUE(bytes_iguales(
+            {5, 0, 0, 0, 0, 0, 0, 0, 107, 0, 0, 0, caso.tipo_programa, 0, 0, 0, caso.tipo_actividad, 0, 0, 0, 1, 0},
+            mcb.bytes(22, 22)))
             << caso.es_entrada;
         EXPECT_EQ(s_publicado.msg, 0xC111u);
         EXPECT_EQ(s_publicado.lparam, 1);
@@ -511,14 +501,14 @@ TEST_F(ivrexa_sesion, cierre_acaba_el_registro_y_luego_el_heap)
 {
     sirve(nombre_unico("Calc"), ventana());
     comdat *datos = ivrexa_crea_datos_comando_entrada("Calc");
-    EXPECT_NE(datos, nullptr);          // dies with the heap
+    EXPECT_NE(datos, nullptr); // dies with the heap
     ivrexa_cierra_sesion();
     EXPECT_EQ(s_programa, nullptr);
     EXPECT_EQ(s_mcbase_acceso, nullptr);
     EXPECT_EQ(s_LocalHeap, nullptr);
     EXPECT_FALSE(existe_mutex("ivrexa_iv_mem"));
 
-    datos = ivrexa_crea_datos_comando_entrada("Calc");      // and a fresh one comes
+    datos = ivrexa_crea_datos_comando_entrada("Calc"); // and a fresh one comes
     ivrexa_graba_byte(datos, "b", 1);
     EXPECT_EQ(ivrexa_numero_valores(datos), 1u);
     ivrexa_destruye_datos_comando(datos);

@@ -24,8 +24,8 @@
 #include "dll_conversa.h"
 
 enum : uint32_t {
-    SALIDA_LUGAR = 86,          // the exit code of a process that died at its place
-    PLAZO_COMANDO_MS = 8000,    // 26 rounds of 100 ms given up on a loaded machine, twice
+    SALIDA_LUGAR = 86,       // the exit code of a process that died at its place
+    PLAZO_COMANDO_MS = 8000, // 26 rounds of 100 ms given up on a loaded machine, twice
     PLAZO_MUERTE_MS = 20000,
 };
 
@@ -122,8 +122,8 @@ inline void comprueba_canal_sano(const std::string &servicio, lugar donde = luga
     comprueba_tope(canal.u32(1198), 2, "ocupacion", donde);
     comprueba_tope(canal.u32(2362), 3, "estado_notificacion", donde);
     EXPECT_TRUE(canal.u32(12) == 0 || canal.u32(12) >= 100) << "id_bloque_MCCom_siguiente " << canal.u32(12);
-    for (auto [despl, tam] : {std::pair<size_t, size_t>{38, 64}, {166, 256}, {678, 256}, {1210, 64}, {1338, 256},
-                              {1850, 256}})
+    for (auto [despl, tam] :
+         {std::pair<size_t, size_t>{38, 64}, {166, 256}, {678, 256}, {1210, 64}, {1338, 256}, {1850, 256}})
         comprueba_texto_u_acaba(canal, despl, tam, "the channel's text at " + std::to_string(despl), donde);
 }
 
@@ -140,8 +140,8 @@ public:
 
     // A server that comes to a client who was there before, and the other way round.
     pareja(const std::string &clase, const std::string &nombre_servicio, papel &&su_cliente)
-        : servicio(nombre_servicio), servidor(arranca_servidor(clase, nombre_servicio)),
-          cliente(std::move(su_cliente)), m_clase(clase)
+        : servicio(nombre_servicio), servidor(arranca_servidor(clase, nombre_servicio)), cliente(std::move(su_cliente)),
+          m_clase(clase)
     {
         espera_cliente();
     }

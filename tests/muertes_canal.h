@@ -13,9 +13,9 @@
 #include "muertes.h"
 
 enum : uint32_t {
-    RONDAS_MS = 14000,      // two waits of 26 rounds of 100 ms, given up on a loaded machine
-    RESPONDE_MS = 8000,     // one of them
-    COMANDO_CALLADO = 121,  // a command that only returns 1
+    RONDAS_MS = 14000,     // two waits of 26 rounds of 100 ms, given up on a loaded machine
+    RESPONDE_MS = 8000,    // one of them
+    COMANDO_CALLADO = 121, // a command that only returns 1
 };
 
 // The channel of a service and its entry in the registry, read raw. While the object lives, so do both.

@@ -13,9 +13,9 @@
 
 struct parte {
     const char *nombre;
-    const char *clase;              // of the victim: "ventana" or "sin_ventana"
-    const char *clase_servidor;     // of its service's server; NULL: the victim is the server
-    const char *antes;              // what it does before, lines apart by ';', the service as %
+    const char *clase;          // of the victim: "ventana" or "sin_ventana"
+    const char *clase_servidor; // of its service's server; NULL: the victim is the server
+    const char *antes;          // what it does before, lines apart by ';', the service as %
 };
 
 static const parte PARTES[] = {
@@ -35,8 +35,8 @@ struct caso {
     const char *parte;
     const char *lugar;
     uint32_t vez;
-    const char *orden;          // what leads there; "" time alone; "@line" the line is its client's
-    const char *que;            // for the name of the case
+    const char *orden; // what leads there; "" time alone; "@line" the line is its client's
+    const char *que;   // for the name of the case
 };
 
 inline void PrintTo(const caso &c, std::ostream *salida)
@@ -113,7 +113,7 @@ protected:
         prepara(p);
         muere_en(GetParam(), p);
         if (con_otro_cliente)
-            m_propios->conversa();      // the service's other client is who survives
+            m_propios->conversa(); // the service's other client is who survives
         comprueba_supervivencia();
         comprueba_sucesor(p);
         acaban_los_vecinos();
@@ -160,15 +160,15 @@ private:
         EXPECT_EQ(m_cliente->espera_linea("SALIDA ", 5000), "SALIDA ninguna");
     }
 
-    std::unique_ptr<papel> m_cliente;           // of a server that dies
-    std::unique_ptr<pareja> m_propios;          // of a client that dies
+    std::unique_ptr<papel> m_cliente;  // of a server that dies
+    std::unique_ptr<pareja> m_propios; // of a client that dies
 };
 
-#define MUERTES_EN(casos)                                                                                    \
-    TEST_P(con_parte, muere_y_los_demas_siguen)                                                              \
-    {                                                                                                        \
-        muere_y_los_demas_siguen();                                                                          \
-    }                                                                                                        \
+#define MUERTES_EN(casos)                       \
+    TEST_P(con_parte, muere_y_los_demas_siguen) \
+    {                                           \
+        muere_y_los_demas_siguen();             \
+    }                                           \
     INSTANTIATE_TEST_SUITE_P(lugar, con_parte, ::testing::ValuesIn(casos), nombre_de_caso);
 
 #endif

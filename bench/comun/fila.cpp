@@ -14,4 +14,4 @@ void invierte(const char *texto, char *al_reves, size_t tam)
     al_reves[longitud] = '\0';
 }
 
-}
+} // namespace banco

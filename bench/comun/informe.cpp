@@ -18,14 +18,13 @@ std::string sistema()
     if (wine != nullptr)
         return std::string("Wine ") + wine();
     using version_windows = LONG(WINAPI *)(OSVERSIONINFOW *);
-    auto windows
-        = reinterpret_cast<version_windows>(reinterpret_cast<void *>(GetProcAddress(ntdll, "RtlGetVersion")));
+    auto windows = reinterpret_cast<version_windows>(reinterpret_cast<void *>(GetProcAddress(ntdll, "RtlGetVersion")));
     OSVERSIONINFOW info = {};
     info.dwOSVersionInfoSize = sizeof info;
     if (windows == nullptr || windows(&info) != 0)
         return "Windows";
-    return "Windows " + std::to_string(info.dwMajorVersion) + "." + std::to_string(info.dwMinorVersion) + "."
-           + std::to_string(info.dwBuildNumber);
+    return "Windows " + std::to_string(info.dwMajorVersion) + "." + std::to_string(info.dwMinorVersion) + "." +
+           std::to_string(info.dwBuildNumber);
 }
 
 static std::string formato(const char *con, double valor)
@@ -38,20 +37,20 @@ static std::string formato(const char *con, double valor)
 std::string duracion(double segundos)
 {
     struct unidad {
-        double      segundos;
+        double segundos;
         const char *nombre;
     };
     static const unidad unidades[] = {{1, " s"}, {1e-3, " ms"}, {1e-6, " us"}, {1e-9, " ns"}};
     for (const unidad &unidad : unidades)
         if (segundos >= unidad.segundos || &unidad == &unidades[3])
-            return formato(segundos / unidad.segundos < 10 ? "%.2f" : "%.1f", segundos / unidad.segundos)
-                   + unidad.nombre;
+            return formato(segundos / unidad.segundos < 10 ? "%.2f" : "%.1f", segundos / unidad.segundos) +
+                   unidad.nombre;
     return "";
 }
 
 std::string tres_cifras(double valor)
 {
-    int decimales = valor >= 99.95 ? 0 : valor >= 9.995 ? 1 : 2;        // of what rounding makes of it
+    int decimales = valor >= 99.95 ? 0 : valor >= 9.995 ? 1 : 2; // of what rounding makes of it
     char texto[64];
     std::snprintf(texto, sizeof texto, "%.*f", decimales, valor);
     return texto;
@@ -153,18 +152,16 @@ nlohmann::json &informe::seccion(const std::string &clave)
 void informe::anota_meta(const std::string &nombre, double valor, double limite)
 {
     metas_.push_back({nombre, valor, limite});
-    json_["goals"].push_back({{"name", nombre},
-                              {"value", valor},
-                              {"limit", limite},
-                              {"met", metas_.back().cumplida()}});
+    json_["goals"].push_back(
+        {{"name", nombre}, {"value", valor}, {"limit", limite}, {"met", metas_.back().cumplida()}});
 }
 
 void informe::tabla_de_metas()
 {
     std::vector<std::vector<std::string>> filas = {{"goal", "found", "at most", ""}};
     for (const meta &meta : metas_)
-        filas.push_back({meta.nombre, tres_cifras(meta.valor), tres_cifras(meta.limite),
-                         meta.cumplida() ? "met" : "NOT MET"});
+        filas.push_back(
+            {meta.nombre, tres_cifras(meta.valor), tres_cifras(meta.limite), meta.cumplida() ? "met" : "NOT MET"});
     if (!metas_.empty())
         tabla("Goals", filas);
 }
@@ -183,4 +180,4 @@ void informe::escribe(const std::string &fichero)
         throw std::runtime_error("could not write " + fichero);
 }
 
-}
+} // namespace banco

@@ -102,4 +102,4 @@ std::vector<medida> mide(const std::vector<tarea> &tareas, const plan &plan)
     return medidas;
 }
 
-}
+} // namespace banco

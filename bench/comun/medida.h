@@ -20,27 +20,27 @@ struct resumen {
     double maximo = 0;
 };
 
-resumen resume(std::vector<double> muestras);       // not empty; the median of an even number is the mean of two
+resumen resume(std::vector<double> muestras); // not empty; the median of an even number is the mean of two
 
 struct tarea {
-    std::string           nombre;
-    std::function<void()> llama;                    // once
-    double                por_llamada = 1;          // things done in one call: the sample is the time of one of them
-    std::function<void()> prepara;                  // before each sample, not timed; may be empty
-    bool                  una_por_muestra = false;  // for calls that take long or leave something behind
+    std::string nombre;
+    std::function<void()> llama;   // once
+    double por_llamada = 1;        // things done in one call: the sample is the time of one of them
+    std::function<void()> prepara; // before each sample, not timed; may be empty
+    bool una_por_muestra = false;  // for calls that take long or leave something behind
     // Where the call takes its time itself: returns the seconds that count. Then `llama` is not used.
     std::function<double()> cronometra;
 };
 
 struct plan {
-    int    rondas = 15;
+    int rondas = 15;
     double segundos_por_muestra = 0.02;
-    int    calentamiento = 2;                       // rounds that do not count
+    int calentamiento = 2; // rounds that do not count
 };
 
 struct medida {
-    std::string         nombre;
-    std::vector<double> segundos;                   // one sample a round
+    std::string nombre;
+    std::vector<double> segundos; // one sample a round
     resumen tiempo() const { return resume(segundos); }
 };
 
@@ -50,8 +50,8 @@ std::vector<medida> mide(const std::vector<tarea> &tareas, const plan &plan);
 // The ratios round by round, and what they come to.
 resumen razon(const medida &de, const medida &sobre);
 
-double ahora();                                     // seconds
+double ahora(); // seconds
 
-}
+} // namespace banco
 
 #endif

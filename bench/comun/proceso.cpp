@@ -66,7 +66,7 @@ HWND crea_ventana(const std::string &titulo, WNDPROC procedimiento)
                                 clase.hInstance, nullptr);
     if (hwnd == nullptr)
         falla("CreateWindowEx");
-    SetWindowLongPtrA(hwnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedimiento));    // the class is for all
+    SetWindowLongPtrA(hwnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(procedimiento)); // the class is for all
     return hwnd;
 }
 
@@ -118,8 +118,8 @@ hijo::hijo(const std::string &papel, const std::string &sesion)
     listo_ = evento_heredable();
     fin_ = evento_heredable();
     HANDLE padre = este_proceso_heredable();
-    std::string orden = "\"" + este_programa() + "\" --papel " + papel + " --sesion " + sesion + " --padre "
-                        + en_hex(padre) + " --listo " + en_hex(listo_) + " --fin " + en_hex(fin_);
+    std::string orden = "\"" + este_programa() + "\" --papel " + papel + " --sesion " + sesion + " --padre " +
+                        en_hex(padre) + " --listo " + en_hex(listo_) + " --fin " + en_hex(fin_);
     STARTUPINFOA inicio = {};
     inicio.cb = sizeof inicio;
     PROCESS_INFORMATION info;
@@ -213,7 +213,7 @@ static DWORD WINAPI vigila(void *)
 void papel_listo()
 {
     MSG msg;
-    PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE);     // makes the queue
+    PeekMessageW(&msg, nullptr, WM_USER, WM_USER, PM_NOREMOVE); // makes the queue
     s_hilo_principal = GetCurrentThreadId();
     HANDLE hilo = CreateThread(nullptr, 0, vigila, nullptr, 0, nullptr);
     if (hilo == nullptr)
@@ -235,4 +235,4 @@ int papel_bucle_mensajes()
     return static_cast<int>(msg.wParam);
 }
 
-}
+} // namespace banco

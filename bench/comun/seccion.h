@@ -10,16 +10,16 @@
 namespace banco {
 
 struct opciones {
-    bool                     rapido = false;
-    bool                     solo_comprueba = false;     // that the answers are right; nothing is measured
-    int                      cpu = 0;          // the processor on which all run
-    std::vector<std::string> filas;         // of the round trip, by key; empty for all
+    bool rapido = false;
+    bool solo_comprueba = false;    // that the answers are right; nothing is measured
+    int cpu = 0;                    // the processor on which all run
+    std::vector<std::string> filas; // of the round trip, by key; empty for all
 };
 
 struct seccion {
     const char *clave;
     const char *titulo;
-    void      (*mide)(const opciones &opciones, informe *informe);
+    void (*mide)(const opciones &opciones, informe *informe);
 };
 
 const std::vector<seccion> &secciones();
@@ -30,7 +30,7 @@ bool pedida(const std::vector<std::string> &nombradas, const std::string &clave)
 // The functions of the child processes beside those of the rows: by name, with the session.
 struct papel {
     const char *clave;
-    void      (*sirve)(const std::string &sesion);
+    void (*sirve)(const std::string &sesion);
 };
 
 const std::vector<papel> &papeles();
@@ -41,6 +41,6 @@ void mide_crecimiento(const opciones &opciones, informe *informe);
 void mide_carga(const opciones &opciones, informe *informe);
 void cuenta_llamadas(const opciones &opciones, informe *informe);
 
-}
+} // namespace banco
 
 #endif

@@ -10,33 +10,33 @@ namespace banco {
 
 namespace {
 
-const UINT     MENSAJE = WM_APP + 1;
+const UINT MENSAJE = WM_APP + 1;
 const uint32_t TAM_MAXIMO = 4 * 1024 * 1024;
-const size_t   TAM_TEXTO = 64;
+const size_t TAM_TEXTO = 64;
 
 struct sitio_peticion {
     uint32_t id_comando;
     uint32_t numero;
-    double   real;
-    char     texto[TAM_TEXTO];
+    double real;
+    char texto[TAM_TEXTO];
     uint32_t tam;
-    uint8_t  buffer[TAM_MAXIMO];
+    uint8_t buffer[TAM_MAXIMO];
 };
 
 struct sitio_respuesta {
     uint32_t numero;
-    char     texto[TAM_TEXTO];
+    char texto[TAM_TEXTO];
     uint32_t tam;
-    uint8_t  buffer[TAM_MAXIMO];
+    uint8_t buffer[TAM_MAXIMO];
 };
 
 struct bloque {
-    sitio_peticion  peticion;
+    sitio_peticion peticion;
     sitio_respuesta respuesta;
 };
 
 bloque *s_bloque;
-HWND    s_servidor;
+HWND s_servidor;
 
 // A copy of nothing may come with no address.
 void copia(uint8_t *destino, const uint8_t *origen, uint32_t tam)
@@ -100,14 +100,12 @@ void pide(const peticion &peticion, respuesta *respuesta)
     *respuesta = {vuelta.numero, vuelta.texto, vuelta.buffer, vuelta.tam};
 }
 
-void desconecta()
-{
-}
+void desconecta() {}
 
-}
+} // namespace
 
 extern const fila fila_bloque;
-const fila fila_bloque = {"block", "SendMessage and one mapped block", TAM_MAXIMO, false, true,
-                          sirve,   conecta,                            pide,       desconecta};
+const fila fila_bloque = {"block",   "SendMessage and one mapped block", TAM_MAXIMO, false, true, sirve, conecta, pide,
+                          desconecta};
 
-}
+} // namespace banco

@@ -43,11 +43,11 @@ struct mensaje {
     explicit mensaje(const asignador &asignador) : buffer(asignador) { buffer.reserve(TAM_MAXIMO); }
 
     bi::interprocess_semaphore llega{0};
-    uint32_t                   id_comando = 0;
-    uint32_t                   numero = 0;
-    double                     real = 0;
-    char                       texto[64] = "";
-    bytes                      buffer;
+    uint32_t id_comando = 0;
+    uint32_t numero = 0;
+    double real = 0;
+    char texto[64] = "";
+    bytes buffer;
 };
 
 struct canal {
@@ -98,7 +98,7 @@ void sirve(const std::string &sesion)
 // ---- The client
 
 std::unique_ptr<segmento> s_segmento;
-canal                    *s_canal;
+canal *s_canal;
 
 void conecta(const std::string &sesion)
 {
@@ -138,10 +138,10 @@ void desconecta()
     s_segmento.reset();
 }
 
-}
+} // namespace
 
 extern const fila fila_boost;
-const fila fila_boost = {"boost", "Boost.Interprocess, system semaphores", TAM_MAXIMO, false, true,
-                        sirve, conecta, pide, desconecta};
+const fila fila_boost = {
+    "boost", "Boost.Interprocess, system semaphores", TAM_MAXIMO, false, true, sirve, conecta, pide, desconecta};
 
-}
+} // namespace banco

@@ -29,10 +29,12 @@ struct variante : VARIANT {
     variante &operator=(const variante &) = delete;
 };
 
-template <class Interfaz> struct suelta {
+template <class Interfaz>
+struct suelta {
     void operator()(Interfaz *interfaz) const { interfaz->Release(); }
 };
-template <class Interfaz> using puntero = std::unique_ptr<Interfaz, suelta<Interfaz>>;
+template <class Interfaz>
+using puntero = std::unique_ptr<Interfaz, suelta<Interfaz>>;
 
 void exige(HRESULT hr, const char *que)
 {
@@ -131,8 +133,8 @@ STDMETHODIMP servidor::GetIDsOfNames(REFIID, LPOLESTR *nombres, UINT num, LCID, 
 
 bool tipos_correctos(const DISPPARAMS &argumentos)
 {
-    static const VARTYPE TIPOS[NUM_ARGUMENTOS] = {VT_BYREF | VT_ARRAY | VT_UI1, VT_BYREF | VT_BSTR, VT_ARRAY | VT_UI1,
-                                                  VT_R8, VT_UI4, VT_BSTR, VT_UI4};
+    static const VARTYPE TIPOS[NUM_ARGUMENTOS] = {
+        VT_BYREF | VT_ARRAY | VT_UI1, VT_BYREF | VT_BSTR, VT_ARRAY | VT_UI1, VT_R8, VT_UI4, VT_BSTR, VT_UI4};
     if (argumentos.cArgs != NUM_ARGUMENTOS)
         return false;
     for (UINT i = 0; i < NUM_ARGUMENTOS; i++)
@@ -192,8 +194,8 @@ void sirve(const std::string &sesion)
 // ---- The client
 
 IDispatch *s_servidor;
-DISPID     s_ejecuta_id;
-SAFEARRAY *s_recibido;          // the buffer of the last answer
+DISPID s_ejecuta_id;
+SAFEARRAY *s_recibido; // the buffer of the last answer
 
 void olvida_recibido()
 {
@@ -255,10 +257,11 @@ void desconecta()
     CoUninitialize();
 }
 
-}
+} // namespace
 
 extern const fila fila_com;
-const fila fila_com = {"com", "COM out of process, late bound (IDispatch)", 4 * 1024 * 1024, false, true,
-                      sirve, conecta, pide, desconecta};
+const fila fila_com = {
+    "com",     "COM out of process, late bound (IDispatch)", 4 * 1024 * 1024, false, true, sirve, conecta, pide,
+    desconecta};
 
-}
+} // namespace banco

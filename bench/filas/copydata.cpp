@@ -13,7 +13,7 @@ namespace banco {
 
 namespace {
 
-const uint32_t  TAM_MAXIMO = 4 * 1024 * 1024;      // as the stack allows under Wine
+const uint32_t TAM_MAXIMO = 4 * 1024 * 1024; // as the stack allows under Wine
 const ULONG_PTR PETICION = 1, RESPUESTA = 2;
 
 msgpack::sbuffer s_salida;
@@ -51,7 +51,7 @@ void sirve(const std::string &sesion)
 
 // ---- The client's side
 
-HWND              s_servidor, s_cliente;
+HWND s_servidor, s_cliente;
 std::vector<char> s_recibido;
 
 // The bytes are lent for as long as the message lasts.
@@ -86,10 +86,10 @@ void desconecta()
     DestroyWindow(s_cliente);
 }
 
-}
+} // namespace
 
 extern const fila fila_copydata;
-const fila fila_copydata = {"copydata", "WM_COPYDATA, MessagePack", TAM_MAXIMO, false, true,
-                            sirve,      conecta,                    pide,              desconecta};
+const fila fila_copydata = {"copydata", "WM_COPYDATA, MessagePack", TAM_MAXIMO, false, true, sirve, conecta, pide,
+                            desconecta};
 
-}
+} // namespace banco

@@ -21,33 +21,33 @@ namespace banco {
 namespace {
 
 const UINT CODIGO_PAGINA = CP_WINANSI;
-const uint32_t TAM_MAXIMO = 4 * 1024 * 1024;       // as the stack allows under Wine
-const DWORD PRUEBA_MS = 1000;                       // for a message to come that does not come under Windows
+const uint32_t TAM_MAXIMO = 4 * 1024 * 1024; // as the stack allows under Wine
+const DWORD PRUEBA_MS = 1000;                // for a message to come that does not come under Windows
 
 struct cabecera_peticion {
-    double   real;
+    double real;
     uint32_t id_comando;
     uint32_t numero;
     uint32_t tam;
-    char     texto[64];
+    char texto[64];
 };
 
 struct cabecera_respuesta {
     uint32_t numero;
     uint32_t tam;
-    char     texto[64];
+    char texto[64];
 };
 
 // One conversation, seen from either side.
 struct dde {
-    DWORD    instancia = 0;
-    HSZ      servicio = nullptr;
-    HSZ      elemento = nullptr;
-    UINT     formato = 0;
-    HDDEDATA respuesta = nullptr;           // what the last call brought, or is still to be fetched
-    HCONV    conversacion = nullptr;        // the client's
-    HWND     ventana = nullptr;             // the conversation's
-    bool     sobra_acuse = false;           // an acknowledgement follows that nobody waits for
+    DWORD instancia = 0;
+    HSZ servicio = nullptr;
+    HSZ elemento = nullptr;
+    UINT formato = 0;
+    HDDEDATA respuesta = nullptr; // what the last call brought, or is still to be fetched
+    HCONV conversacion = nullptr; // the client's
+    HWND ventana = nullptr;       // the conversation's
+    bool sobra_acuse = false;     // an acknowledgement follows that nobody waits for
 };
 
 dde s_dde;
@@ -90,8 +90,8 @@ void acaba()
 HDDEDATA crea_datos(const void *cabecera, size_t tam_cabecera, const uint8_t *buffer, uint32_t tam)
 {
     DWORD total = static_cast<DWORD>(tam_cabecera) + tam;
-    HDDEDATA datos = DdeCreateDataHandle(s_dde.instancia, nullptr, total, 0, s_dde.elemento, s_dde.formato,
-                                         HDATA_APPOWNED);
+    HDDEDATA datos =
+        DdeCreateDataHandle(s_dde.instancia, nullptr, total, 0, s_dde.elemento, s_dde.formato, HDATA_APPOWNED);
     BYTE *destino = datos != nullptr ? DdeAccessData(datos, nullptr) : nullptr;
     if (destino == nullptr)
         return nullptr;
@@ -113,7 +113,7 @@ bool atiende(HDDEDATA datos)
     if (bytes == nullptr || tam < sizeof peticion)
         return false;
     std::memcpy(&peticion, bytes, sizeof peticion);
-    if (tam < sizeof peticion + peticion.tam)           // the system may give it more bytes than it was sent
+    if (tam < sizeof peticion + peticion.tam) // the system may give it more bytes than it was sent
         return false;
     cabecera_respuesta respuesta = {peticion.numero + 1, peticion.tam, ""};
     invierte(peticion.texto, respuesta.texto, sizeof respuesta.texto);
@@ -225,9 +225,9 @@ void desconecta()
     acaba();
 }
 
-}
+} // namespace
 
 extern const fila fila_dde;
 const fila fila_dde = {"dde", "DDEML", TAM_MAXIMO, false, true, sirve, conecta, pide, desconecta};
 
-}
+} // namespace banco

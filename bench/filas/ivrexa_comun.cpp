@@ -50,8 +50,8 @@ int32_t ivrexa_procesa(const char *servicio, uint32_t id_comando, comando *conte
 
 // ---- Client
 
-static int s_conectados = 0;            // rows that use this program's registration
-static double s_registrado;             // when it began
+static int s_conectados = 0; // rows that use this program's registration
+static double s_registrado;  // when it began
 
 void ivrexa_cliente::conecta(const std::string &sesion)
 {
@@ -89,8 +89,8 @@ void ivrexa_cliente::pide(const peticion &peticion, respuesta *respuesta)
     ivrexa_graba_buffer(entrada, "buffer", peticion.buffer, peticion.tam);
     uint32_t id_entrada = ivrexa_guarda_datos(entrada);
     uint32_t id_salida = 0;
-    uint32_t resultado = ivrexa_ejecuta_comando(servicio, peticion.id_comando, 0, id_entrada, nullptr, nullptr,
-                                                nullptr, &id_salida, nullptr, nullptr, nullptr);
+    uint32_t resultado = ivrexa_ejecuta_comando(servicio, peticion.id_comando, 0, id_entrada, nullptr, nullptr, nullptr,
+                                                &id_salida, nullptr, nullptr, nullptr);
     ivrexa_destruye_datos_comando(entrada);
     if (resultado != ivrexa_resultado_OK)
         throw std::runtime_error(servicio_ + ": the command gave " + std::to_string(resultado));
@@ -112,4 +112,4 @@ void ivrexa_cliente::desconecta()
         ivrexa_cierra_sesion();
 }
 
-}
+} // namespace banco

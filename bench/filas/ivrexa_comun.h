@@ -37,7 +37,7 @@ int32_t ivrexa_procesa(const char *servicio, uint32_t id_comando, comando *conte
 class ivrexa_cliente {
 public:
     void conecta(const std::string &sesion);
-    void espera_latido();               // for servers without a window, before the first command
+    void espera_latido(); // for servers without a window, before the first command
     void pide(const peticion &peticion, respuesta *respuesta);
     void desconecta();
 
@@ -45,7 +45,7 @@ private:
     void suelta_salida();
 
     std::string servicio_;
-    comdat     *salida_ = nullptr;      // keeps the bytes of the last answer until the next call
+    comdat *salida_ = nullptr; // keeps the bytes of the last answer until the next call
 };
 
 // A row of ours: its server, and a client of its own.
@@ -63,6 +63,6 @@ fila ivrexa_fila(const char *clave, const char *titulo)
     return {clave, titulo, 0xFFFFFF00, !CON_VENTANA, true, SIRVE, conecta, pide, desconecta};
 }
 
-}
+} // namespace banco
 
 #endif

@@ -6,7 +6,7 @@ namespace banco {
 
 static std::string s_servicio;
 static UINT s_mensaje;
-static comdat *s_salida = nullptr;      // of the last command: kept until the next, for the client to read
+static comdat *s_salida = nullptr; // of the last command: kept until the next, for the client to read
 
 static void suelta_salida()
 {
@@ -19,8 +19,8 @@ static LRESULT atiende(uint32_t id_comando)
 {
     const char *servicio = s_servicio.c_str();
     uint32_t id_entrada = 0;
-    if (ivrexa_get_datos_entrada_comando(servicio, id_comando, &id_entrada, nullptr, nullptr, nullptr) != CIERTO
-        || id_entrada == 0)
+    if (ivrexa_get_datos_entrada_comando(servicio, id_comando, &id_entrada, nullptr, nullptr, nullptr) != CIERTO ||
+        id_entrada == 0)
         return ivrexa_resultado_ERROR;
     comdat *entrada = ivrexa_lee_datos(servicio, id_entrada, CIERTO);
     suelta_salida();
@@ -54,4 +54,4 @@ static void sirve(const std::string &sesion)
 extern const fila fila_ivrexa_net;
 const fila fila_ivrexa_net = ivrexa_fila<sirve, true>("ivrexa_net", "ivrexa, _net server");
 
-}
+} // namespace banco

@@ -17,4 +17,4 @@ static void sirve(const std::string &sesion)
 extern const fila fila_ivrexa_sin_ventana;
 const fila fila_ivrexa_sin_ventana = ivrexa_fila<sirve, false>("ivrexa_windowless", "ivrexa, server without a window");
 
-}
+} // namespace banco

@@ -19,4 +19,4 @@ static void sirve(const std::string &sesion)
 extern const fila fila_ivrexa_ventana;
 const fila fila_ivrexa_ventana = ivrexa_fila<sirve, true>("ivrexa_window", "ivrexa, server with a window");
 
-}
+} // namespace banco

@@ -9,17 +9,17 @@ namespace banco {
 namespace {
 
 struct mensaje_peticion {
-    uint32_t               id_comando;
-    std::string_view       texto;
-    uint32_t               numero;
-    double                 real;
+    uint32_t id_comando;
+    std::string_view texto;
+    uint32_t numero;
+    double real;
     msgpack::type::raw_ref buffer;
     MSGPACK_DEFINE(id_comando, texto, numero, real, buffer)
 };
 
 struct mensaje_respuesta {
-    uint32_t               numero;
-    std::string_view       texto;
+    uint32_t numero;
+    std::string_view texto;
     msgpack::type::raw_ref buffer;
     MSGPACK_DEFINE(numero, texto, buffer)
 };
@@ -30,7 +30,8 @@ bool por_referencia(msgpack::type::object_type, std::size_t, void *)
 }
 
 // The zone, which holds the array of fields for a moment, keeps its memory from one message to the next.
-template <class Mensaje> Mensaje desempaqueta(const char *bytes, size_t tam)
+template <class Mensaje>
+Mensaje desempaqueta(const char *bytes, size_t tam)
 {
     static msgpack::zone zona;
     zona.clear();
@@ -41,16 +42,21 @@ template <class Mensaje> Mensaje desempaqueta(const char *bytes, size_t tam)
     return mensaje;
 }
 
-}
+} // namespace
 
-template <class Destino> void empaqueta_peticion(const peticion &peticion, Destino *destino)
+template <class Destino>
+void empaqueta_peticion(const peticion &peticion, Destino *destino)
 {
-    mensaje_peticion mensaje = {peticion.id_comando, peticion.texto, peticion.numero, peticion.real,
+    mensaje_peticion mensaje = {peticion.id_comando,
+                                peticion.texto,
+                                peticion.numero,
+                                peticion.real,
                                 {reinterpret_cast<const char *>(peticion.buffer), peticion.tam}};
     msgpack::pack(*destino, mensaje);
 }
 
-template <class Destino> void contesta_msgpack(const char *bytes, size_t tam, Destino *destino)
+template <class Destino>
+void contesta_msgpack(const char *bytes, size_t tam, Destino *destino)
 {
     auto peticion = desempaqueta<mensaje_peticion>(bytes, tam);
     char texto[TAM_TEXTO], al_reves[TAM_TEXTO];
@@ -76,4 +82,4 @@ template void empaqueta_peticion(const peticion &peticion, msgpack::vrefbuffer *
 template void contesta_msgpack(const char *bytes, size_t tam, msgpack::sbuffer *destino);
 template void contesta_msgpack(const char *bytes, size_t tam, msgpack::vrefbuffer *destino);
 
-}
+} // namespace banco

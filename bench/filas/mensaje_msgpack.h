@@ -13,16 +13,18 @@ namespace banco {
 
 // Destino is msgpack::sbuffer or msgpack::vrefbuffer, which keeps what it holds already in front. A vrefbuffer must be
 // one that copies texts: it refers to nothing shorter than TAM_TEXTO bytes.
-const size_t TAM_TEXTO = 64;            // the NUL included
+const size_t TAM_TEXTO = 64; // the NUL included
 
-template <class Destino> void empaqueta_peticion(const peticion &peticion, Destino *destino);
+template <class Destino>
+void empaqueta_peticion(const peticion &peticion, Destino *destino);
 
 // The server's whole work: reads the request and appends the answer, which may refer to `bytes`.
-template <class Destino> void contesta_msgpack(const char *bytes, size_t tam, Destino *destino);
+template <class Destino>
+void contesta_msgpack(const char *bytes, size_t tam, Destino *destino);
 
 // The buffer of the answer refers to `bytes`.
 void desempaqueta_respuesta(const char *bytes, size_t tam, respuesta *respuesta);
 
-}
+} // namespace banco
 
 #endif

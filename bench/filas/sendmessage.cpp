@@ -30,17 +30,15 @@ static void conecta(const std::string &sesion)
 static void pide(const peticion &peticion, respuesta *respuesta)
 {
     LRESULT numero = SendMessageW(s_servidor, MENSAJE, peticion.id_comando, static_cast<LPARAM>(peticion.numero));
-    if (numero == 0)                    // as when the server has died
+    if (numero == 0) // as when the server has died
         falla("SendMessage");
     respuesta->numero = static_cast<uint32_t>(numero);
 }
 
-static void desconecta()
-{
-}
+static void desconecta() {}
 
 extern const fila fila_sendmessage;
-const fila fila_sendmessage = {"sendmessage", "bare SendMessage", 0xFFFFFFFF, false, false,
-                              sirve, conecta, pide, desconecta};
+const fila fila_sendmessage = {"sendmessage", "bare SendMessage", 0xFFFFFFFF, false, false, sirve, conecta,
+                               pide,          desconecta};
 
-}
+} // namespace banco

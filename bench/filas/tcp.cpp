@@ -15,13 +15,13 @@ namespace banco {
 namespace {
 
 const uint32_t TAM_MAXIMO = 1024 * 1024 * 1024;
-const size_t   TAM_LARGO = sizeof(uint32_t);
-const size_t   TAM_ENTRADA = 64 * 1024;
-const size_t   REFERIDOS_DESDE = 1024;      // bytes; what is shorter goes beside the fields
+const size_t TAM_LARGO = sizeof(uint32_t);
+const size_t TAM_ENTRADA = 64 * 1024;
+const size_t REFERIDOS_DESDE = 1024; // bytes; what is shorter goes beside the fields
 
-SOCKET              s_conexion = INVALID_SOCKET;
+SOCKET s_conexion = INVALID_SOCKET;
 msgpack::vrefbuffer s_salida(REFERIDOS_DESDE);
-std::vector<char>   s_entrada(TAM_ENTRADA);
+std::vector<char> s_entrada(TAM_ENTRADA);
 
 void abre_winsock()
 {
@@ -129,8 +129,8 @@ SOCKET escucha(const std::string &sesion)
     SOCKET escucha = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
     sockaddr_in aqui = direccion(0);
     int tam = sizeof aqui;
-    if (escucha == INVALID_SOCKET || bind(escucha, reinterpret_cast<sockaddr *>(&aqui), tam) != 0
-        || listen(escucha, 1) != 0 || getsockname(escucha, reinterpret_cast<sockaddr *>(&aqui), &tam) != 0)
+    if (escucha == INVALID_SOCKET || bind(escucha, reinterpret_cast<sockaddr *>(&aqui), tam) != 0 ||
+        listen(escucha, 1) != 0 || getsockname(escucha, reinterpret_cast<sockaddr *>(&aqui), &tam) != 0)
         falla("no port could be listened to", static_cast<DWORD>(WSAGetLastError()));
     *puerto(sesion) = ntohs(aqui.sin_port);
     return escucha;
@@ -180,14 +180,13 @@ void pide(const peticion &peticion, respuesta *respuesta)
 
 void desconecta()
 {
-    shutdown(s_conexion, SD_BOTH);          // the servers started since have inherited the socket
+    shutdown(s_conexion, SD_BOTH); // the servers started since have inherited the socket
     closesocket(s_conexion);
 }
 
-}
+} // namespace
 
 extern const fila fila_tcp;
-const fila fila_tcp = {"tcp", "loopback TCP, MessagePack", TAM_MAXIMO, false, true,
-                       sirve, conecta,                     pide,              desconecta};
+const fila fila_tcp = {"tcp", "loopback TCP, MessagePack", TAM_MAXIMO, false, true, sirve, conecta, pide, desconecta};
 
-}
+} // namespace banco

@@ -10,10 +10,10 @@ namespace banco {
 namespace {
 
 const uint32_t TAM_MAXIMO = 1024 * 1024 * 1024;
-const DWORD    TAM_TUBERIA = 64 * 1024;
+const DWORD TAM_TUBERIA = 64 * 1024;
 
-HANDLE            s_tuberia = INVALID_HANDLE_VALUE;
-msgpack::sbuffer  s_salida;
+HANDLE s_tuberia = INVALID_HANDLE_VALUE;
+msgpack::sbuffer s_salida;
 std::vector<char> s_entrada(TAM_TUBERIA);
 
 std::string nombre(const std::string &sesion)
@@ -77,8 +77,8 @@ void sirve(const std::string &sesion)
 
 void conecta(const std::string &sesion)
 {
-    s_tuberia = CreateFileA(nombre(sesion).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
-                            nullptr);
+    s_tuberia =
+        CreateFileA(nombre(sesion).c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     DWORD modo = PIPE_READMODE_MESSAGE | PIPE_WAIT;
     if (s_tuberia == INVALID_HANDLE_VALUE || !SetNamedPipeHandleState(s_tuberia, &modo, nullptr, nullptr))
         falla("the server's pipe could not be opened");
@@ -103,10 +103,10 @@ void desconecta()
     CloseHandle(s_tuberia);
 }
 
-}
+} // namespace
 
 extern const fila fila_tuberia;
-const fila fila_tuberia = {"pipe", "named pipe, MessagePack", TAM_MAXIMO, false, true,
-                           sirve,  conecta,                   pide,              desconecta};
+const fila fila_tuberia = {"pipe",    "named pipe, MessagePack", TAM_MAXIMO, false, true, sirve, conecta, pide,
+                           desconecta};
 
-}
+} // namespace banco

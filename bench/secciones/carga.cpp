@@ -20,7 +20,7 @@ const double LIMITE_KIB = 64;
 
 struct importacion {
     std::string biblioteca;
-    uint32_t    nombres = 0;
+    uint32_t nombres = 0;
 };
 
 std::string junto_al_programa(const char *nombre)
@@ -43,8 +43,8 @@ public:
         cabeceras_ = lee<IMAGE_NT_HEADERS64>(lee<IMAGE_DOS_HEADER>(0).e_lfanew);
         if (cabeceras_.Signature != IMAGE_NT_SIGNATURE)
             throw std::runtime_error("not a DLL: " + ruta);
-        size_t posicion = lee<IMAGE_DOS_HEADER>(0).e_lfanew + offsetof(IMAGE_NT_HEADERS64, OptionalHeader)
-                          + cabeceras_.FileHeader.SizeOfOptionalHeader;
+        size_t posicion = lee<IMAGE_DOS_HEADER>(0).e_lfanew + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) +
+                          cabeceras_.FileHeader.SizeOfOptionalHeader;
         for (WORD i = 0; i < cabeceras_.FileHeader.NumberOfSections; i++)
             secciones_.push_back(lee<IMAGE_SECTION_HEADER>(posicion + i * sizeof(IMAGE_SECTION_HEADER)));
     }
@@ -96,8 +96,8 @@ private:
         throw std::runtime_error("a DLL has no section for an address");
     }
 
-    std::vector<char>                 bytes_;
-    IMAGE_NT_HEADERS64                cabeceras_;
+    std::vector<char> bytes_;
+    IMAGE_NT_HEADERS64 cabeceras_;
     std::vector<IMAGE_SECTION_HEADER> secciones_;
 };
 
@@ -168,7 +168,7 @@ std::vector<medida> mide_bibliotecas(const opciones &opciones)
     return mide(tareas, plan);
 }
 
-}
+} // namespace
 
 void mide_carga(const opciones &opciones, informe *informe)
 {
@@ -188,4 +188,4 @@ void mide_carga(const opciones &opciones, informe *informe)
     informe->anota_meta("size of the DLL in KiB", static_cast<double>(fichero.tam()) / 1024, LIMITE_KIB);
 }
 
-}
+} // namespace banco

@@ -8,7 +8,7 @@
 
 namespace banco {
 
-const char     TEXTO_COMANDO[] = "a short text";
+const char TEXTO_COMANDO[] = "a short text";
 const uint32_t TAMANYOS_BUFFER[] = {0, 4096, 256 * 1024, 4 * 1024 * 1024};
 
 // Buffer and text must outlive the request.
@@ -17,6 +17,6 @@ inline peticion peticion_de(const std::vector<uint8_t> &buffer, const char *text
     return {100, texto, numero, 2.5, buffer.empty() ? nullptr : buffer.data(), static_cast<uint32_t>(buffer.size())};
 }
 
-}
+} // namespace banco
 
 #endif

@@ -13,13 +13,13 @@ namespace {
 
 // A series: the same command at places of growing x.
 struct serie {
-    std::string         clave;
-    std::string         titulo;
-    std::string         cabeza;         // of the table's first column
-    std::string         de_uno_mas;     // "a value more"; empty where x is no cause of its own
-    double              unidad = 1;     // of x, for that column
+    std::string clave;
+    std::string titulo;
+    std::string cabeza;     // of the table's first column
+    std::string de_uno_mas; // "a value more"; empty where x is no cause of its own
+    double unidad = 1;      // of x, for that column
     std::vector<double> equis;
-    std::vector<medida> medidas;        // one for each x
+    std::vector<medida> medidas; // one for each x
 };
 
 std::string nombre_de_x(const serie &serie, double x)
@@ -135,8 +135,10 @@ void mide_cargas(serie *serie, const std::vector<carga> &cargas, const plan &pla
 
 void mide_valores(const opciones &opciones, informe *informe)
 {
-    serie serie = {"values", "Growth: a command with so many numbers in its input", "values", "a value more", 1,
-                   {0, 10, 100, 1000, 10000}, {}};
+    serie serie = {"values", "Growth: a command with so many numbers in its input",
+                   "values", "a value more",
+                   1,        {0, 10, 100, 1000, 10000},
+                   {}};
     std::vector<carga> cargas;
     for (double x : serie.equis)
         cargas.push_back({static_cast<uint32_t>(x), 0});
@@ -147,8 +149,10 @@ void mide_valores(const opciones &opciones, informe *informe)
 void mide_bytes(const opciones &opciones, informe *informe)
 {
     const double KIB = 1024, MIB = 1024 * KIB;
-    serie serie = {"buffer", "Growth: a command with a buffer in its input", "buffer", "a KiB more", KIB,
-                   {0, KIB, 16 * KIB, 64 * KIB, 256 * KIB, MIB, 4 * MIB, 16 * MIB}, {}};
+    serie serie = {"buffer", "Growth: a command with a buffer in its input",
+                   "buffer", "a KiB more",
+                   KIB,      {0, KIB, 16 * KIB, 64 * KIB, 256 * KIB, MIB, 4 * MIB, 16 * MIB},
+                   {}};
     std::vector<carga> cargas;
     for (double x : serie.equis)
         cargas.push_back({0, static_cast<uint32_t>(x)});
@@ -160,8 +164,8 @@ void mide_bytes(const opciones &opciones, informe *informe)
 // there are use the service; what differs is how many of them have the token in turn.
 void mide_clientes(const opciones &opciones, informe *informe)
 {
-    serie serie = {"clients", "Growth: a command of one of so many clients that take turns", "clients", "", 1,
-                   {1, 2, 4, 8}, {}};
+    serie serie = {
+        "clients", "Growth: a command of one of so many clients that take turns", "clients", "", 1, {1, 2, 4, 8}, {}};
     obrero servidor;
     cuadrilla clientes = contrata(static_cast<size_t>(serie.equis.back()));
     std::string servicio = servicio_nuevo();
@@ -228,8 +232,10 @@ void mide_en_rampa(serie *serie, const plan &plan, const cuadrilla &obreros,
 void mide_servicios(const opciones &opciones, informe *informe)
 {
     const size_t POR_SERVIDOR = 16;
-    serie serie = {"services", "Growth: a command on the last of so many services on the desktop", "services", "", 1,
-                   {1, 4, 8, 16, 32}, {}};
+    serie serie = {"services", "Growth: a command on the last of so many services on the desktop",
+                   "services", "",
+                   1,          {1, 4, 8, 16, 32},
+                   {}};
     plan plan = plan_de_escritorio(opciones);
     cuadrilla obreros = contrata(2 + serie.equis.size());
     std::vector<std::string> servicios;
@@ -250,8 +256,8 @@ void mide_servicios(const opciones &opciones, informe *informe)
 // notifications go on.
 void mide_programas(const opciones &opciones, informe *informe)
 {
-    serie serie = {"programs", "Growth: a command on a desktop with so many programs", "programs", "", 1,
-                   {2, 4, 8, 12, 16}, {}};
+    serie serie = {
+        "programs", "Growth: a command on a desktop with so many programs", "programs", "", 1, {2, 4, 8, 12, 16}, {}};
     plan plan = plan_de_escritorio(opciones);
     cuadrilla obreros = contrata(static_cast<size_t>(serie.equis.back()));
     std::string servicio = servicio_nuevo();
@@ -268,7 +274,7 @@ void mide_programas(const opciones &opciones, informe *informe)
     entrega(serie, informe);
 }
 
-}
+} // namespace
 
 void mide_crecimiento(const opciones &opciones, informe *informe)
 {
@@ -279,4 +285,4 @@ void mide_crecimiento(const opciones &opciones, informe *informe)
     mide_programas(opciones, informe);
 }
 
-}
+} // namespace banco

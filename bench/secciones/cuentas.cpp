@@ -28,7 +28,7 @@ namespace {
 const uint32_t NUM_TAMANYOS = sizeof TAMANYOS_BUFFER / sizeof TAMANYOS_BUFFER[0];
 
 struct clase {
-    llamada     que;
+    llamada que;
     const char *titulo;
     const char *funcion;
 };
@@ -71,10 +71,10 @@ bool no_pide_nada(const std::string &funcion)
 
 // One call, prescribed or made.
 struct hecho {
-    llamada     que;
-    uint32_t    tam;
-    std::string quien;                  // the operation that prescribes it, or the function called
-    bool        cerrado;                // a heap operation together with its lock's wait and release
+    llamada que;
+    uint32_t tam;
+    std::string quien; // the operation that prescribes it, or the function called
+    bool cerrado;      // a heap operation together with its lock's wait and release
 };
 
 std::string en_palabras(const hecho &hecho)
@@ -125,8 +125,8 @@ std::vector<hecho> con_cerrojos(const std::vector<hecho> &hechos)
     std::vector<hecho> otros;
     for (const hecho &hecho : hechos) {
         size_t n = otros.size();
-        bool suelta = hecho.que == llamada::mutex_suelta && n >= 2 && es_del_monton(otros[n - 1].que)
-                      && !otros[n - 1].cerrado && otros[n - 2].que == llamada::mutex_espera;
+        bool suelta = hecho.que == llamada::mutex_suelta && n >= 2 && es_del_monton(otros[n - 1].que) &&
+                      !otros[n - 1].cerrado && otros[n - 2].que == llamada::mutex_espera;
         if (suelta) {
             otros.erase(otros.end() - 2);
             otros.back().cerrado = true;
@@ -189,13 +189,13 @@ uint32_t cuantos(const std::vector<hecho> &hechos, llamada que)
 
 uint32_t del_monton(const std::vector<hecho> &hechos)
 {
-    return cuantos(hechos, llamada::heap_alloc) + cuantos(hechos, llamada::heap_realloc)
-           + cuantos(hechos, llamada::heap_free);
+    return cuantos(hechos, llamada::heap_alloc) + cuantos(hechos, llamada::heap_realloc) +
+           cuantos(hechos, llamada::heap_free);
 }
 
 // One side of a command of one size.
 struct lado {
-    std::vector<hecho>       prescritos, hechos;
+    std::vector<hecho> prescritos, hechos;
     std::vector<std::string> diferencias;
 
     // Calls of a kind made more often than prescribed.
@@ -213,7 +213,7 @@ struct lado {
 
 struct cuenta {
     uint32_t tam;
-    lado     cliente, servidor;
+    lado cliente, servidor;
 };
 
 lado compara(const guion &guion, const cinta &cinta)
@@ -244,7 +244,7 @@ cintas *guardadas(const std::string &sesion, uint32_t n)
 
 cuenta cuenta_de(const std::string &sesion, uint32_t n, uint32_t servicio)
 {
-    const uint32_t CIFRAS = 3;          // so few commands leave the numbers of their blocks below 1,000
+    const uint32_t CIFRAS = 3; // so few commands leave the numbers of their blocks below 1,000
     const cintas *cintas = guardadas(sesion, n);
     const uint32_t tam = TAMANYOS_BUFFER[n];
     situacion situacion = {servicio, static_cast<uint32_t>(std::strlen(TEXTO_COMANDO)), tam, CIFRAS};
@@ -257,7 +257,7 @@ std::vector<cuenta> cuenta_todo()
     std::string sesion = sesion_nueva();
     uint32_t servicio = static_cast<uint32_t>(ivrexa_servicio(sesion).size());
     hijo servidor("counts_server", sesion);
-    hijo cliente("counts_client", sesion);      // ready when all is done
+    hijo cliente("counts_client", sesion); // ready when all is done
     std::vector<cuenta> cuentas;
     for (uint32_t n = 0; n < NUM_TAMANYOS; n++)
         cuentas.push_back(cuenta_de(sesion, n, servicio));
@@ -272,8 +272,8 @@ nlohmann::json a_json(const lado &lado)
 {
     nlohmann::json json;
     for (const clase &clase : CLASES)
-        json["calls"][clase.titulo]
-            = {{"prescribed", cuantos(lado.prescritos, clase.que)}, {"made", cuantos(lado.hechos, clase.que)}};
+        json["calls"][clase.titulo] = {{"prescribed", cuantos(lado.prescritos, clase.que)},
+                                       {"made", cuantos(lado.hechos, clase.que)}};
     json["heap_operations"] = {{"prescribed", del_monton(lado.prescritos)}, {"made", del_monton(lado.hechos)}};
     json["differences"] = lado.diferencias;
     return json;
@@ -281,8 +281,8 @@ nlohmann::json a_json(const lado &lado)
 
 void tabula_clases(const cuenta &cuenta, informe *informe)
 {
-    std::vector<std::vector<std::string>> tabla
-        = {{"buffer of " + bytes(cuenta.tam), "client: prescribed", "made", "server: prescribed", "made"}};
+    std::vector<std::vector<std::string>> tabla = {
+        {"buffer of " + bytes(cuenta.tam), "client: prescribed", "made", "server: prescribed", "made"}};
     for (const clase &clase : CLASES) {
         std::vector<std::string> fila = {clase.titulo};
         for (const lado *lado : {&cuenta.cliente, &cuenta.servidor})
@@ -297,8 +297,8 @@ void tabula_clases(const cuenta &cuenta, informe *informe)
 
 void tabula_tamanyos(const std::vector<cuenta> &cuentas, informe *informe)
 {
-    std::vector<std::vector<std::string>> tabla
-        = {{"buffer", "heap operations", "client", "server", "heap prescribed", "calls in all", "prescribed"}};
+    std::vector<std::vector<std::string>> tabla = {
+        {"buffer", "heap operations", "client", "server", "heap prescribed", "calls in all", "prescribed"}};
     for (const cuenta &cuenta : cuentas) {
         const lado &c = cuenta.cliente, &s = cuenta.servidor;
         tabla.push_back({bytes(cuenta.tam), std::to_string(del_monton(c.hechos) + del_monton(s.hechos)),
@@ -321,8 +321,8 @@ void cuenta_diferencias(const char *quien, lado cuenta::*lado, const std::vector
     for (const auto &par : tamanyos) {
         if (par.first.empty())
             continue;
-        informe->linea(std::string("\nThe ") + quien + " differs from its script (- prescribed, + made), with a buffer"
-                       + " of " + par.second + ":");
+        informe->linea(std::string("\nThe ") + quien +
+                       " differs from its script (- prescribed, + made), with a buffer" + " of " + par.second + ":");
         for (const std::string &linea : par.first)
             informe->linea("    " + linea);
     }
@@ -335,15 +335,15 @@ void anota_metas(const std::vector<cuenta> &cuentas, informe *informe)
     for (const cuenta &cuenta : cuentas) {
         monton = std::max(monton, cuenta.cliente.de_mas(true) + cuenta.servidor.de_mas(true));
         nucleo = std::max(nucleo, cuenta.cliente.de_mas(false) + cuenta.servidor.de_mas(false));
-        diferentes = std::max(diferentes, num_diferencias(cuenta.cliente.diferencias)
-                                              + num_diferencias(cuenta.servidor.diferencias));
+        diferentes = std::max(diferentes, num_diferencias(cuenta.cliente.diferencias) +
+                                              num_diferencias(cuenta.servidor.diferencias));
     }
     informe->anota_meta("heap operations beyond those prescribed", monton, 0);
     informe->anota_meta("kernel calls beyond those prescribed (a view's size asked for aside)", nucleo, 0);
     informe->anota_meta("calls of another kind, size or order than prescribed", static_cast<double>(diferentes), 0);
 }
 
-}
+} // namespace
 
 // ---- Roles
 
@@ -389,4 +389,4 @@ void cuenta_llamadas(const opciones &, informe *informe)
     anota_metas(cuentas, informe);
 }
 
-}
+} // namespace banco

@@ -9,6 +9,6 @@ namespace banco {
 void sirve_cuentas_servidor(const std::string &sesion);
 void sirve_cuentas_cliente(const std::string &sesion);
 
-}
+} // namespace banco
 
 #endif

@@ -32,8 +32,8 @@ namespace {
 
 struct encargo_de_valores {
     std::vector<size_t> valores;
-    int                 rondas, rondas_rapido;
-    size_t              diferencia;             // values whose cost over one alone is wanted too; 0 for none
+    int rondas, rondas_rapido;
+    size_t diferencia; // values whose cost over one alone is wanted too; 0 for none
 };
 
 // A value alone stands for the cost of a container without any; it is measured beside the sizes that it is taken off.
@@ -64,7 +64,7 @@ std::string titulo_de(const std::string &nombre)
 // What our operations left behind, which went with the children.
 struct dejado {
     size_t operaciones = 0, handles = 0, bytes = 0;
-    void suma_handles(const nlohmann::json &respuesta, size_t ajenos)       // which are not our operations'
+    void suma_handles(const nlohmann::json &respuesta, size_t ajenos) // which are not our operations'
     {
         handles += respuesta.at("handles_left").get<size_t>() - ajenos;
     }
@@ -80,8 +80,12 @@ std::vector<std::string> fila_de_tabla(const std::string &titulo, const medida &
                                        const std::string &al_reves)
 {
     resumen tiempo = medida.tiempo();
-    return {titulo, duracion(tiempo.mediana), duracion(tiempo.minimo), duracion(tiempo.maximo),
-            con_extremos(razon(medida, base)), al_reves};
+    return {titulo,
+            duracion(tiempo.mediana),
+            duracion(tiempo.minimo),
+            duracion(tiempo.maximo),
+            con_extremos(razon(medida, base)),
+            al_reves};
 }
 
 // Our phases stand below our row.
@@ -90,8 +94,8 @@ void tabula(const std::string &que, const nlohmann::json &grupo, const std::stri
     const nlohmann::json &filas = grupo.at("rows");
     medida nuestra = busca(filas, "ivrexa");
     medida medida_base = busca(filas, base);
-    std::vector<std::vector<std::string>> tabla = {{que, "median", "least", "most", "over " + titulo_de(base),
-                                                    "ivrexa over it"}};
+    std::vector<std::vector<std::string>> tabla = {
+        {que, "median", "least", "most", "over " + titulo_de(base), "ivrexa over it"}};
     for (const nlohmann::json &fila : filas) {
         medida medida = medida_de(fila);
         bool es_nuestra = medida.nombre == nuestra.nombre;
@@ -172,11 +176,8 @@ nlohmann::json mide_rondas_de_buffer(int rondas, dejado *dejado)
 {
     nlohmann::json todas;
     for (int ronda = -1; ronda < rondas; ronda++) {
-        nlohmann::json respuesta = encarga_datos({{"buffer", TAM_BUFFER},
-                                                  {"rounds", 1},
-                                                  {"warmup", 0},
-                                                  {"seconds", 0},
-                                                  {"reversed", ronda % 2 != 0}});
+        nlohmann::json respuesta = encarga_datos(
+            {{"buffer", TAM_BUFFER}, {"rounds", 1}, {"warmup", 0}, {"seconds", 0}, {"reversed", ronda % 2 != 0}});
         const nlohmann::json &grupo = respuesta.at("groups");
         dejado->suma_handles(respuesta, grupo.at("other_handles"));
         dejado->suma(grupo);
@@ -205,8 +206,8 @@ void tabula_tamanyos(const nlohmann::json &grupos, const nlohmann::json &buffer,
 {
     std::vector<std::vector<std::string>> tabla = {{"bytes", "ivrexa", "MessagePack", "FlexBuffers"}};
     auto fila = [&](const std::string &que, const nlohmann::json &bytes) {
-        tabla.push_back({que, con_comas(bytes.at("ivrexa")), con_comas(bytes.at("msgpack")),
-                         con_comas(bytes.at("flexbuffers"))});
+        tabla.push_back(
+            {que, con_comas(bytes.at("ivrexa")), con_comas(bytes.at("msgpack")), con_comas(bytes.at("flexbuffers"))});
     };
     for (const nlohmann::json &grupo : grupos)
         if (grupo.at("bytes").contains("msgpack"))
@@ -221,12 +222,12 @@ void pie(const dejado &dejado, informe *informe)
                    " through a named\nblock into a copy of its own, as between two programs. memcpy copies into memory"
                    " in use already; the three plain\ncopies go into memory of malloc and the view of a new"
                    " paging-file mapping, whose handle stays open, as ours does.");
-    informe->linea("ivrexa left " + std::to_string(dejado.handles) + " handles behind in "
-                   + std::to_string(dejado.operaciones) + " operations (warm-up included); the blocks that they kept: "
-                   + std::to_string(dejado.bytes >> 20) + " MiB.");
+    informe->linea(
+        "ivrexa left " + std::to_string(dejado.handles) + " handles behind in " + std::to_string(dejado.operaciones) +
+        " operations (warm-up included); the blocks that they kept: " + std::to_string(dejado.bytes >> 20) + " MiB.");
 }
 
-}
+} // namespace
 
 void mide_datos(const opciones &opciones, informe *informe)
 {
@@ -241,4 +242,4 @@ void mide_datos(const opciones &opciones, informe *informe)
     json["left_behind"] = {{"operations", dejado.operaciones}, {"handles", dejado.handles}, {"bytes", dejado.bytes}};
 }
 
-}
+} // namespace banco

@@ -2,9 +2,9 @@
 //
 // An operation leaves two handles until its process ends: one of the service's channel, where it stores, and one of the
 // block, which this keeps in being, where it loads. So the works run in children of the section, and what they leave
-// behind goes with them. The small values have a child for each group of sizes, the large buffer one for each round: the
-// next round then finds the same memory free. Otherwise every round would take memory that nothing has used yet, and
-// where the machine is a virtual one, its host provides that at several times the cost.
+// behind goes with them. The small values have a child for each group of sizes, the large buffer one for each round:
+// the next round then finds the same memory free. Otherwise every round would take memory that nothing has used yet,
+// and where the machine is a virtual one, its host provides that at several times the cost.
 #ifndef BANCO_DATOS_H
 #define BANCO_DATOS_H
 
@@ -26,9 +26,9 @@ enum class tipo_valor { ulong, real, texto, ushort };
 // One named value, as a program that writes it has it at hand.
 struct valor {
     const char *nombre;
-    tipo_valor  tipo;
-    uint32_t    numero;
-    double      real;
+    tipo_valor tipo;
+    uint32_t numero;
+    double real;
     const char *texto;
 };
 
@@ -37,16 +37,22 @@ class valores {
 public:
     explicit valores(size_t num);
     const std::vector<valor> &todos() const { return valores_; }
-    uint64_t suma() const;                      // what every reader must come to
-    size_t tam_ivrexa() const;                  // bytes of our encoding, which no call tells
+    uint64_t suma() const;     // what every reader must come to
+    size_t tam_ivrexa() const; // bytes of our encoding, which no call tells
 private:
-    std::string        nombres_;
+    std::string nombres_;
     std::vector<valor> valores_;
 };
 
 // What one value adds to the sum: its type decides where its content is.
-inline uint64_t suma_ulong(uint64_t numero) { return numero; }
-inline uint64_t suma_real(double real) { return static_cast<uint64_t>(real * 2); }
+inline uint64_t suma_ulong(uint64_t numero)
+{
+    return numero;
+}
+inline uint64_t suma_real(double real)
+{
+    return static_cast<uint64_t>(real * 2);
+}
 inline uint64_t suma_texto(const char *texto, size_t longitud)
 {
     return longitud + static_cast<uint8_t>(texto[0]);
@@ -65,7 +71,7 @@ extern const char *const NOMBRES_FASES[NUM_FASES];
 
 struct muestra_fases {
     double segundos[NUM_FASES] = {};
-    int    llamadas = 0;
+    int llamadas = 0;
 };
 
 // Makes a task whose samples are the whole and which leaves its phases in *fases, a place for each sample.
@@ -82,19 +88,19 @@ uint64_t valores_flexbuffers(const valores &valores, size_t *tam);
 plan plan_de(const nlohmann::json &encargo);
 nlohmann::json a_filas(const std::vector<medida> &medidas);
 nlohmann::json a_filas(const std::vector<muestra_fases> &fases, size_t rondas);
-int operaciones(const std::vector<muestra_fases> &fases);       // with those of the warm-up
+int operaciones(const std::vector<muestra_fases> &fases); // with those of the warm-up
 nlohmann::json mide_valores(const char *servicio, const nlohmann::json &encargo);
 nlohmann::json mide_buffer(const char *servicio, const nlohmann::json &encargo);
 
 // Of what was measured, and what the section makes of it.
 medida medida_de(const nlohmann::json &fila);
 medida busca(const nlohmann::json &filas, const std::string &nombre);
-std::string con_comas(size_t num);                              // "1,000"
+std::string con_comas(size_t num); // "1,000"
 void anota_coste(const nlohmann::json &grupos, informe *informe);
 
-nlohmann::json encarga_datos(const nlohmann::json &encargo);    // starts a child and waits for its answer
-void sirve_datos(const std::string &sesion);                    // the child's role
+nlohmann::json encarga_datos(const nlohmann::json &encargo); // starts a child and waits for its answer
+void sirve_datos(const std::string &sesion);                 // the child's role
 
-}
+} // namespace banco
 
 #endif

@@ -108,14 +108,14 @@ tarea tarea_unica(const char *nombre, std::function<void()> llama)
     return tarea;
 }
 
-}
+} // namespace
 
 HANDLE tres_copias(const std::string &nombre, const std::vector<uint8_t> &origen)
 {
     size_t tam = origen.size();
     memoria primera = copia_fresca(origen.data(), tam);
-    HANDLE mapa = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(tam),
-                                     nombre.c_str());
+    HANDLE mapa =
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, static_cast<DWORD>(tam), nombre.c_str());
     void *vista = mapa != nullptr ? MapViewOfFile(mapa, FILE_MAP_WRITE, 0, 0, 0) : nullptr;
     if (vista == nullptr)
         falla("a block could not be made");
@@ -178,11 +178,11 @@ nlohmann::json mide_buffer(const char *servicio, const nlohmann::json &encargo)
     nlohmann::json json = {{"rows", a_filas(medidas)},
                            {"phases", a_filas(fases, static_cast<size_t>(plan.rondas))},
                            {"operations", operaciones(fases)},
-                           {"other_handles", numero + 2}};         // of the plain copies' blocks, and of the warm-up
+                           {"other_handles", numero + 2}}; // of the plain copies' blocks, and of the warm-up
     json["bytes"] = {{"ivrexa", 4 + 2 + sizeof NOMBRE + 4 + origen.size()},
                      {"msgpack", tam_msgpack},
                      {"flexbuffers", tam_flexbuffers}};
     return json;
 }
 
-}
+} // namespace banco

@@ -51,11 +51,14 @@ void explica_pocos(const medida &pocos, const medida &muchos, size_t realojos, i
     if (demas <= 0)
         return;
     double cada_uno = demas * static_cast<double>(POCOS) / static_cast<double>(realojos);
-    informe->linea("Among " + con_comas(POCOS) + " values one costs " + tres_cifras(razon(pocos, muchos).mediana)
-                   + " times what it costs among " + con_comas(MUCHOS) + ": below 64 KiB the buffer is\nreallocated"
-                   " every 1 KiB, " + std::to_string(realojos) + " times for these, each time a heap operation under"
-                   " the lock of the whole desktop.\nWhat they cost more comes to " + duracion(cada_uno)
-                   + " for each reallocation.");
+    informe->linea("Among " + con_comas(POCOS) + " values one costs " + tres_cifras(razon(pocos, muchos).mediana) +
+                   " times what it costs among " + con_comas(MUCHOS) +
+                   ": below 64 KiB the buffer is\nreallocated"
+                   " every 1 KiB, " +
+                   std::to_string(realojos) +
+                   " times for these, each time a heap operation under"
+                   " the lock of the whole desktop.\nWhat they cost more comes to " +
+                   duracion(cada_uno) + " for each reallocation.");
 }
 
 void tabula_coste(const medida &pocos, const medida &muchos, const medida &uno, informe *informe)
@@ -70,14 +73,13 @@ void tabula_coste(const medida &pocos, const medida &muchos, const medida &uno, 
     informe->tabla("Command data: the cost of a value, less the fixed cost", tabla);
 }
 
-}
+} // namespace
 
 void anota_coste(const nlohmann::json &grupos, informe *informe)
 {
     medida uno = busca(grupo_de(grupos, 1).at("rows"), "ivrexa");
     medida pocos = coste_por_valor(grupo_de(grupos, 1).at("difference"), POCOS);
-    medida muchos
-        = coste_por_valor(diferencias(busca(grupo_de(grupos, MUCHOS).at("rows"), "ivrexa"), uno), MUCHOS);
+    medida muchos = coste_por_valor(diferencias(busca(grupo_de(grupos, MUCHOS).at("rows"), "ivrexa"), uno), MUCHOS);
     size_t realojos = num_realojos(grupo_de(grupos, POCOS).at("bytes").at("ivrexa"));
     resumen razon_costes = razon(muchos, pocos);
     tabula_coste(pocos, muchos, uno, informe);
@@ -90,4 +92,4 @@ void anota_coste(const nlohmann::json &grupos, informe *informe)
     informe->anota_meta("cost of a value, 1,000,000 over 1,000", razon_costes.mediana, 1.5);
 }
 
-}
+} // namespace banco

@@ -14,7 +14,7 @@ const char *const NOMBRES_FASES[NUM_FASES] = {"write", "store", "load", "read", 
 namespace {
 
 const size_t TAM_BUZON = 1024 * 1024;
-const DWORD LIMITE_MEDICION_MS = 600000;        // for all that one child measures: seconds, on a slow machine minutes
+const DWORD LIMITE_MEDICION_MS = 600000; // for all that one child measures: seconds, on a slow machine minutes
 
 // What parent and child tell each other, a JSON text each.
 struct buzon {
@@ -27,7 +27,8 @@ buzon *abre_buzon(const std::string &sesion)
     return static_cast<buzon *>(mapea("banco_datos_" + sesion, sizeof(buzon)));
 }
 
-template <size_t tam> void echa(const nlohmann::json &json, char (&destino)[tam])
+template <size_t tam>
+void echa(const nlohmann::json &json, char (&destino)[tam])
 {
     std::string texto = json.dump();
     if (texto.size() >= tam)
@@ -80,7 +81,7 @@ public:
     servidor &operator=(const servidor &) = delete;
 };
 
-}
+} // namespace
 
 plan plan_de(const nlohmann::json &encargo)
 {
@@ -146,8 +147,8 @@ void sirve_datos(const std::string &sesion)
     servidor servidor(servicio);
     size_t antes = num_handles();
     nlohmann::json respuesta;
-    respuesta["groups"] = encargo.contains("buffer") ? mide_buffer(servicio.c_str(), encargo)
-                                                     : mide_valores(servicio.c_str(), encargo);
+    respuesta["groups"] =
+        encargo.contains("buffer") ? mide_buffer(servicio.c_str(), encargo) : mide_valores(servicio.c_str(), encargo);
     respuesta["handles_left"] = num_handles() - antes;
     echa(respuesta, buzon->respuesta);
 }
@@ -163,4 +164,4 @@ nlohmann::json encarga_datos(const nlohmann::json &encargo)
     return nlohmann::json::parse(buzon->respuesta);
 }
 
-}
+} // namespace banco

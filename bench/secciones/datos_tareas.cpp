@@ -15,7 +15,7 @@ void comprueba(uint64_t suma, uint64_t debida, const std::string &nombre)
         throw std::runtime_error("wrong values came back from " + nombre);
 }
 
-const size_t TAM_ENTRADA_INDICE = 32;           // of ours, for each value that is read
+const size_t TAM_ENTRADA_INDICE = 32; // of ours, for each value that is read
 
 // All ways to carry the values of one size.
 class grupo_valores {
@@ -27,19 +27,20 @@ public:
     std::vector<tarea> tareas();
     size_t num_tareas() const { return con_rivales_ ? 7 : 1; }
     nlohmann::json json(nlohmann::json filas, size_t rondas);
+
 private:
     using rival = uint64_t (*)(const valores &, size_t *);
     tarea tarea_de(const char *nombre, rival rival, size_t *tam);
     tarea tarea_memcpy();
     tarea tarea_memoria();
 
-    const char                *servicio_;
-    valores                    valores_;
-    uint64_t                   suma_;
-    bool                       con_rivales_;
+    const char *servicio_;
+    valores valores_;
+    uint64_t suma_;
+    bool con_rivales_;
     std::vector<muestra_fases> fases_;
-    size_t                     tam_msgpack_ = 0, tam_flexbuffers_ = 0;
-    std::vector<uint8_t>       origen_, destino_;
+    size_t tam_msgpack_ = 0, tam_flexbuffers_ = 0;
+    std::vector<uint8_t> origen_, destino_;
 };
 
 tarea grupo_valores::tarea_de(const char *nombre, rival rival, size_t *tam)
@@ -60,13 +61,13 @@ tarea grupo_valores::tarea_memcpy()
         std::memcpy(destino_.data(), origen_.data(), origen_.size());
         if (destino_[destino_.size() / 2] != 1)
             throw std::runtime_error("memcpy");
-        origen_[0]++;                           // so that no copy is like the one before
+        origen_[0]++; // so that no copy is like the one before
     };
     return tarea;
 }
 
-// What no way to carry them as ours do can save: the values are copied into a container, a block and a private copy, and
-// that has an index. Behind tarea_memcpy, whose bytes it takes.
+// What no way to carry them as ours do can save: the values are copied into a container, a block and a private copy,
+// and that has an index. Behind tarea_memcpy, whose bytes it takes.
 tarea grupo_valores::tarea_memoria()
 {
     tarea tarea;
@@ -80,9 +81,7 @@ tarea grupo_valores::tarea_memoria()
 
 std::vector<tarea> grupo_valores::tareas()
 {
-    auto nuestra = [this](double *marcas) {
-        comprueba(valores_ivrexa(servicio_, valores_, marcas), suma_, "ivrexa");
-    };
+    auto nuestra = [this](double *marcas) { comprueba(valores_ivrexa(servicio_, valores_, marcas), suma_, "ivrexa"); };
     std::vector<tarea> tareas = {tarea_con_fases("ivrexa", nuestra, &fases_)};
     if (con_rivales_) {
         tareas.push_back(tarea_de("msgpack", valores_msgpack, &tam_msgpack_));
@@ -135,7 +134,7 @@ tarea tarea_diferencia(const char *servicio, size_t num)
     return tarea;
 }
 
-}
+} // namespace
 
 nlohmann::json mide_valores(const char *servicio, const nlohmann::json &encargo)
 {
@@ -159,11 +158,11 @@ nlohmann::json mide_valores(const char *servicio, const nlohmann::json &encargo)
     }
     if (encargo.contains("difference")) {
         json.front()["difference"] = medidas.back().segundos;
-        for (nlohmann::json &grupo : json)          // one of each pair's operations
+        for (nlohmann::json &grupo : json) // one of each pair's operations
             if (grupo.at("values") == 1 || grupo.at("values") == encargo.at("difference"))
                 grupo["operations"] = grupo.at("operations").get<int>() + PAREJAS * (plan.rondas + plan.calentamiento);
     }
     return json;
 }
 
-}
+} // namespace banco

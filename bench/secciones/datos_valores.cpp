@@ -66,7 +66,8 @@ uint64_t lee_valor(comdat *datos, uint32_t i)
     }
 }
 
-template <typename empaquetador> void empaqueta(empaquetador *paquete, const valor &valor)
+template <typename empaquetador>
+void empaqueta(empaquetador *paquete, const valor &valor)
 {
     paquete->pack(valor.nombre);
     switch (valor.tipo) {
@@ -131,10 +132,26 @@ uint64_t msgpack_con(const valores &valores, msgpack::unpack_reference_func refe
 struct visitante : msgpack::null_visitor {
     uint64_t suma = 0;
     bool es_nombre = false;
-    bool start_map_key() { es_nombre = true; return true; }
-    bool end_map_key() { es_nombre = false; return true; }
-    bool visit_positive_integer(uint64_t numero) { suma += suma_ulong(numero); return true; }
-    bool visit_float64(double real) { suma += suma_real(real); return true; }
+    bool start_map_key()
+    {
+        es_nombre = true;
+        return true;
+    }
+    bool end_map_key()
+    {
+        es_nombre = false;
+        return true;
+    }
+    bool visit_positive_integer(uint64_t numero)
+    {
+        suma += suma_ulong(numero);
+        return true;
+    }
+    bool visit_float64(double real)
+    {
+        suma += suma_real(real);
+        return true;
+    }
     bool visit_str(const char *texto, uint32_t tam)
     {
         suma += es_nombre ? tam : suma_texto(texto, tam);
@@ -168,7 +185,7 @@ uint64_t suma_referencia(const flexbuffers::Reference &referencia)
     return suma_texto(texto.c_str(), texto.size());
 }
 
-}
+} // namespace
 
 valores::valores(size_t num) : nombres_(num * TAM_SITIO_NOMBRE, '\0')
 {
@@ -257,7 +274,7 @@ uint64_t valores_msgpack_visitante(const valores &valores, size_t *tam)
 
 uint64_t valores_flexbuffers(const valores &valores, size_t *tam)
 {
-    flexbuffers::Builder fabrica(256, flexbuffers::BUILDER_FLAG_NONE);     // no name occurs twice: none to look for
+    flexbuffers::Builder fabrica(256, flexbuffers::BUILDER_FLAG_NONE); // no name occurs twice: none to look for
     fabrica.Map([&] {
         for (const valor &valor : valores.todos())
             anyade(&fabrica, valor);
@@ -274,4 +291,4 @@ uint64_t valores_flexbuffers(const valores &valores, size_t *tam)
     return suma;
 }
 
-}
+} // namespace banco

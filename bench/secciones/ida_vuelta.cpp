@@ -69,8 +69,8 @@ private:
     }
 
     std::string sesion_ = sesion_nueva();
-    hijo        servidor_;
-    bool        cerrada_ = false;
+    hijo servidor_;
+    bool cerrada_ = false;
 };
 
 std::vector<uint8_t> bytes_de_prueba(uint32_t tam, uint32_t semilla = 12345)
@@ -93,8 +93,8 @@ void comprueba(const fila &fila, const peticion &peticion)
         return;
     char al_reves[64];
     invierte(peticion.texto, al_reves, sizeof al_reves);
-    if (respuesta.numero != peticion.numero + 1 || respuesta.texto != al_reves || respuesta.tam != peticion.tam
-        || (peticion.tam > 0 && std::memcmp(respuesta.buffer, peticion.buffer, peticion.tam) != 0))
+    if (respuesta.numero != peticion.numero + 1 || respuesta.texto != al_reves || respuesta.tam != peticion.tam ||
+        (peticion.tam > 0 && std::memcmp(respuesta.buffer, peticion.buffer, peticion.tam) != 0))
         throw std::runtime_error(std::string("wrong answer in the row ") + fila.clave);
 }
 
@@ -239,8 +239,8 @@ void mide_rondas(const fila &fila, const opciones &opciones, informe *informe)
     std::vector<std::vector<std::string>> tabla = {{"rounds of 100 ms", "median", "least", "most"}};
     for (const medida &medida : toma_rondas(fila, opciones.rapido ? 9 : 20)) {
         resumen rondas = medida.tiempo();
-        tabla.push_back({medida.nombre, tres_cifras(rondas.mediana), tres_cifras(rondas.minimo),
-                         tres_cifras(rondas.maximo)});
+        tabla.push_back(
+            {medida.nombre, tres_cifras(rondas.mediana), tres_cifras(rondas.minimo), tres_cifras(rondas.maximo)});
         informe->seccion("roundtrip")["rounds"].push_back({{"name", medida.nombre}, {"rounds", medida.segundos}});
         informe->anota_meta("command without a window, " + medida.nombre + ", in rounds of 100 ms", rondas.mediana,
                             5.1);
@@ -266,7 +266,7 @@ void mide_filas(const std::list<conexion> &conexiones, const opciones &opciones,
             mide_rondas(*conexion.fila, opciones, informe);
 }
 
-}
+} // namespace
 
 void mide_ida_y_vuelta(const opciones &opciones, informe *informe)
 {
@@ -279,4 +279,4 @@ void mide_ida_y_vuelta(const opciones &opciones, informe *informe)
         conexion.cierra();
 }
 
-}
+} // namespace banco

@@ -10,15 +10,15 @@ namespace banco {
 
 const char PAPEL_OBRERO[] = "growth";
 
-static const UINT MENSAJE = WM_APP + 1;                 // wParam: the order
+static const UINT MENSAJE = WM_APP + 1; // wParam: the order
 
 enum : unsigned { ORDEN_OFRECE = 1, ORDEN_PUBLICA, ORDEN_USA, ORDEN_EJECUTA, ORDEN_CIERRA };
 
 struct obrero_orden {
-    char   servicio[64];
-    carga  datos;
+    char servicio[64];
+    carga datos;
     double segundos;
-    char   fallo[256];              // why, where it failed
+    char fallo[256]; // why, where it failed
 };
 
 static std::string ventana_de(const std::string &sesion)
@@ -244,4 +244,4 @@ void sirve_obrero(const std::string &sesion)
     ivrexa_cierra_sesion();
 }
 
-}
+} // namespace banco

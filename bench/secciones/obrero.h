@@ -20,7 +20,7 @@ struct obrero_orden;
 // What a command carries there: so many numbers with a name, and, where `tam` is not 0, a buffer. Back comes a number.
 struct carga {
     uint32_t valores = 0;
-    uint32_t tam = 0;                   // bytes
+    uint32_t tam = 0; // bytes
 };
 
 class obrero {
@@ -37,15 +37,15 @@ public:
 
     // Ends the session, which takes half a second for each thread of the library that sleeps.
     void cierra();
-    void empieza_cierre();              // without waiting for its end; `cierra` does
+    void empieza_cierre(); // without waiting for its end; `cierra` does
 
 private:
     void manda(unsigned orden);
 
-    std::string   sesion_;
-    hijo          hijo_;
+    std::string sesion_;
+    hijo hijo_;
     obrero_orden *orden_;
-    HWND          hwnd_;
+    HWND hwnd_;
 };
 
 using cuadrilla = std::vector<std::unique_ptr<obrero>>;
@@ -58,6 +58,6 @@ void cierra_todos(const cuadrilla &obreros);
 extern const char PAPEL_OBRERO[];
 void sirve_obrero(const std::string &sesion);
 
-}
+} // namespace banco
 
 #endif

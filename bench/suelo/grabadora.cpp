@@ -72,16 +72,19 @@ const size_t TAM_DESVIO = 64;
 void escribe_desvio(uint8_t *donde, uint32_t n, void *funcion)
 {
     codigo(donde)
-        .pon({0x51, 0x52, 0x41, 0x50, 0x41, 0x51})              // push rcx, rdx, r8, r9
-        .pon({0x48, 0x83, 0xEC, 0x28})                          // sub rsp, 28h
-        .pon({0xB9}).pon(n)                                     // mov ecx, n
-        .pon({0x48, 0x8D, 0x54, 0x24, 0x28})                    // lea rdx, [rsp + 28h]
-        .pon({0x48, 0xB8}).pon(reinterpret_cast<uint64_t>(&anota))
-        .pon({0xFF, 0xD0})                                      // call anota
-        .pon({0x48, 0x83, 0xC4, 0x28})                          // add rsp, 28h
-        .pon({0x41, 0x59, 0x41, 0x58, 0x5A, 0x59})              // pop r9, r8, rdx, rcx
-        .pon({0x48, 0xB8}).pon(reinterpret_cast<uint64_t>(funcion))
-        .pon({0xFF, 0xE0});                                     // jmp funcion
+        .pon({0x51, 0x52, 0x41, 0x50, 0x41, 0x51}) // push rcx, rdx, r8, r9
+        .pon({0x48, 0x83, 0xEC, 0x28})             // sub rsp, 28h
+        .pon({0xB9})
+        .pon(n)                              // mov ecx, n
+        .pon({0x48, 0x8D, 0x54, 0x24, 0x28}) // lea rdx, [rsp + 28h]
+        .pon({0x48, 0xB8})
+        .pon(reinterpret_cast<uint64_t>(&anota))
+        .pon({0xFF, 0xD0})                         // call anota
+        .pon({0x48, 0x83, 0xC4, 0x28})             // add rsp, 28h
+        .pon({0x41, 0x59, 0x41, 0x58, 0x5A, 0x59}) // pop r9, r8, rdx, rcx
+        .pon({0x48, 0xB8})
+        .pon(reinterpret_cast<uint64_t>(funcion))
+        .pon({0xFF, 0xE0}); // jmp funcion
 }
 
 void *desvia(const std::string &nombre, void *funcion)
@@ -90,8 +93,8 @@ void *desvia(const std::string &nombre, void *funcion)
     static uint8_t *zona = nullptr;
     static size_t usado = TAM_ZONA;
     if (usado + TAM_DESVIO > TAM_ZONA) {
-        zona = static_cast<uint8_t *>(
-            VirtualAlloc(nullptr, TAM_ZONA, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE));
+        zona =
+            static_cast<uint8_t *>(VirtualAlloc(nullptr, TAM_ZONA, MEM_RESERVE | MEM_COMMIT, PAGE_EXECUTE_READWRITE));
         if (zona == nullptr)
             falla("VirtualAlloc");
         usado = 0;
@@ -139,7 +142,7 @@ void cambia_importaciones(uint8_t *modulo)
     }
 }
 
-}
+} // namespace
 
 cintas *cintas_de(const std::string &sesion)
 {
@@ -150,11 +153,11 @@ void grabadora_empieza(cinta *cinta)
 {
     s_cinta = cinta;
     s_hilo = GetCurrentThreadId();
-    s_nombres.reserve(256);             // other threads read it while late bindings add to it
+    s_nombres.reserve(256); // other threads read it while late bindings add to it
     HMODULE modulo = GetModuleHandleA("ivrexa.dll");
     if (modulo == nullptr)
         falla("ivrexa.dll is not loaded");
     cambia_importaciones(reinterpret_cast<uint8_t *>(modulo));
 }
 
-}
+} // namespace banco

@@ -13,13 +13,13 @@
 namespace banco {
 
 struct llamada_grabada {
-    char     nombre[28];                // of the function
-    uint32_t tam;                       // bytes asked for; 0 where it asks for none
+    char nombre[28]; // of the function
+    uint32_t tam;    // bytes asked for; 0 where it asks for none
 };
 
 struct cinta {
-    volatile long   graba;              // CIERTO while calls are noted
-    uint32_t        num;                // of calls, those beyond the end counted too
+    volatile long graba; // CIERTO while calls are noted
+    uint32_t num;        // of calls, those beyond the end counted too
     llamada_grabada llamadas[4096];
 };
 
@@ -32,6 +32,6 @@ cintas *cintas_de(const std::string &sesion);
 // From now on this thread's calls go to that tape. Before the DLL has made its first call into user32; once a process.
 void grabadora_empieza(cinta *cinta);
 
-}
+} // namespace banco
 
 #endif

@@ -10,7 +10,7 @@ namespace {
 const uint32_t TAM_COMDAT = 80, TAM_INDICE = 32, TAM_MUTEX = 40, TAM_BLOQUE = 32, TAM_COMANDO = 32;
 const uint32_t TAM_PAGINA = 4096;
 const uint32_t TAM_BUFFER_INICIAL = 1024, INCREMENTO = 1024;
-const uint32_t MARGEN_COPIA = 4;        // zero bytes behind the private copy of a block: a text at its end ends
+const uint32_t MARGEN_COPIA = 4; // zero bytes behind the private copy of a block: a text at its end ends
 
 constexpr uint32_t largo(const char *texto)
 {
@@ -33,9 +33,9 @@ struct sitios_bloque {
 };
 
 struct sitios_datos {
-    uint16_t      nombre, buffer, registro, indice;
+    uint16_t nombre, buffer, registro, indice;
     sitios_bloque bloque;
-    uint32_t      offset, tam;
+    uint32_t offset, tam;
 };
 
 class autor {
@@ -238,7 +238,7 @@ public:
         pide(datos->nombre, s.servicio + 1);
         datos->offset = 0;
         datos->tam = TAM_BUFFER_INICIAL;
-        anyade(datos, 4);               // the number of values
+        anyade(datos, 4); // the number of values
     }
 
     void graba_cabecera(sitios_datos *datos, const char *nombre)
@@ -324,7 +324,7 @@ public:
         de_ = "execute the command";
         hay_monitor();
         texto canal = nombre_MCServ();
-        llama(llamada::mapa_abre, sitio_PERDIDO, 0, nombre_CANAL);      // is there one? The probe stays open.
+        llama(llamada::mapa_abre, sitio_PERDIDO, 0, nombre_CANAL); // is there one? The probe stays open.
         sitios_bloque MCServ = shared_crea_MCServ(canal);
         texto mutex = nombre_mutex_servicio();
         sitios_cerrojo mutex_MCServ = mutex_crea(mutex);
@@ -378,10 +378,10 @@ private:
         return bloque;
     }
 
-    const situacion   s;
+    const situacion s;
     std::vector<paso> pasos_;
-    uint16_t          siguiente_ = num_SITIOS_FIJOS;
-    const char       *de_ = "";
+    uint16_t siguiente_ = num_SITIOS_FIJOS;
+    const char *de_ = "";
 };
 
 void escribe_entrada(autor *a, sitios_datos *entrada)
@@ -410,7 +410,7 @@ uint32_t tam_de(void (*escribe)(autor *, sitios_datos *), const situacion &situa
     return datos.offset;
 }
 
-}
+} // namespace
 
 guion guion_cliente(const situacion &situacion)
 {
@@ -464,4 +464,4 @@ bool la_nombra_un_paso(llamada que)
     return que != llamada::vista_consulta && que != llamada::copia;
 }
 
-}
+} // namespace banco

@@ -14,7 +14,7 @@
 
 namespace banco {
 
-const uint32_t TAM_CABECERA = 4;        // bytes before the content of every shared block
+const uint32_t TAM_CABECERA = 4; // bytes before the content of every shared block
 const uint32_t TAM_CANAL = 2378 + TAM_CABECERA;
 
 enum class llamada : uint8_t {
@@ -33,8 +33,8 @@ enum class llamada : uint8_t {
     mensaje,
     ventana_activa,
     ultimo_error,
-    copia,                              // no call: bytes that a step copies
-    otra,                               // no step prescribes it
+    copia, // no call: bytes that a step copies
+    otra,  // no step prescribes it
 };
 
 // Object names of a command, as many characters long as the library's.
@@ -42,38 +42,38 @@ enum nombre : uint8_t { nombre_MUTEX, nombre_CANAL, nombre_ENTRADA, nombre_SALID
 
 // Where a call leaves its result, and where later calls find it. These stay from one command to the next.
 enum sitio_fijo : uint16_t {
-    sitio_MONTON,                       // the heap's lock
-    sitio_REGISTRO,                     // the registry's mutex
-    sitio_MCSERV,                       // the service's mutex, as the server holds it open
-    sitio_ANFITRION,                    // the bytes that the host passes
-    sitio_PERDIDO,                      // handles that stay open
-    sitio_SALIDA,                       // the output's container, nine places
+    sitio_MONTON,    // the heap's lock
+    sitio_REGISTRO,  // the registry's mutex
+    sitio_MCSERV,    // the service's mutex, as the server holds it open
+    sitio_ANFITRION, // the bytes that the host passes
+    sitio_PERDIDO,   // handles that stay open
+    sitio_SALIDA,    // the output's container, nine places
     num_SITIOS_FIJOS = sitio_SALIDA + 9
 };
 
 struct paso {
-    llamada     que;
-    uint8_t     nombre;                 // of mutex_crea, mapa_crea, mapa_abre
-    uint16_t    sitio;                  // of the result, or of what is used up; copia: where to
-    uint16_t    sobre;                  // vista_monta: the mapping; copia: where from
-    uint32_t    tam;                    // bytes: heap_alloc, heap_realloc, mapa_crea, copia
-    const char *de;                     // the operation that it belongs to, for people
-    uint32_t    destino, origen;        // copia: bytes from the start of the one and the other
+    llamada que;
+    uint8_t nombre;           // of mutex_crea, mapa_crea, mapa_abre
+    uint16_t sitio;           // of the result, or of what is used up; copia: where to
+    uint16_t sobre;           // vista_monta: the mapping; copia: where from
+    uint32_t tam;             // bytes: heap_alloc, heap_realloc, mapa_crea, copia
+    const char *de;           // the operation that it belongs to, for people
+    uint32_t destino, origen; // copia: bytes from the start of the one and the other
 };
 
 // What the sizes depend on.
 struct situacion {
-    uint32_t servicio;                  // characters of its name
-    uint32_t texto;                     // characters of the command's text
-    uint32_t buffer;                    // bytes
-    uint32_t cifras;                    // decimal digits of the numbers of the two data blocks
+    uint32_t servicio; // characters of its name
+    uint32_t texto;    // characters of the command's text
+    uint32_t buffer;   // bytes
+    uint32_t cifras;   // decimal digits of the numbers of the two data blocks
 };
 
 struct guion {
-    std::vector<paso> principio;        // what comes before that
-    std::vector<paso> suelta_anterior;  // the output of the command before, where there was one
-    std::vector<paso> comando;          // on the client's side with the message in it
-    uint32_t          num_sitios;
+    std::vector<paso> principio;       // what comes before that
+    std::vector<paso> suelta_anterior; // the output of the command before, where there was one
+    std::vector<paso> comando;         // on the client's side with the message in it
+    uint32_t num_sitios;
 };
 
 guion guion_cliente(const situacion &situacion);
@@ -83,6 +83,6 @@ guion guion_servidor(const situacion &situacion);
 // view, and the copies, which are no calls.
 bool la_nombra_un_paso(llamada que);
 
-}
+} // namespace banco
 
 #endif

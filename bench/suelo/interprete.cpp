@@ -54,8 +54,8 @@ interprete::interprete(const std::string &sesion, const std::string &servicio, b
     sitios_[sitio_MONTON] = crea_mutex(con_digitos("Ivrexa_iv_mem"));
     sitios_[sitio_REGISTRO] = crea_mutex(con_digitos("Ivrexa_Mutex_MCB"));
     sitios_[sitio_MCSERV] = crea_mutex(nombres_[nombre_MUTEX]);
-    canal_ = CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, TAM_CANAL,
-                                nombres_[nombre_CANAL].c_str());
+    canal_ =
+        CreateFileMappingA(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, TAM_CANAL, nombres_[nombre_CANAL].c_str());
     heap_ = HeapCreate(HEAP_GENERATE_EXCEPTIONS, 16384, 0);
     if (mensaje_ == 0 || canal_ == nullptr || heap_ == nullptr)
         falla("our own floor could not be made");
@@ -191,9 +191,9 @@ bool interprete::sin_resultado(const paso &paso, void *sitio)
         std::memcpy(static_cast<char *>(sitio) + paso.destino, static_cast<char *>(sitios_[paso.sobre]) + paso.origen,
                     paso.tam);
         return true;
-    default:                            // no step
+    default: // no step
         return true;
     }
 }
 
-}
+} // namespace banco

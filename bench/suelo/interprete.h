@@ -31,7 +31,7 @@ public:
     // The command with input block `id` and output block id + 1. Throws where a call fails that must not. Without a
     // buffer of the caller's the server copies one of its own.
     void ejecuta(uint32_t id, const void *buffer, uint32_t tam_buffer, uint32_t tam_texto);
-    void suelta();                      // the output of the last command
+    void suelta(); // the output of the last command
 
     static uint32_t cifras(uint32_t numero);
 
@@ -45,22 +45,22 @@ private:
     LRESULT manda() const;
     std::string con_digitos(const std::string &nombre) const;
 
-    const bool        con_copias_;
-    std::string       digitos_;
-    std::string       nombres_[num_NOMBRES];
-    size_t            raiz_bloque_ = 0;     // characters of a data block's name before its number
-    situacion         situacion_ = {};
-    guion             guion_ = {};
+    const bool con_copias_;
+    std::string digitos_;
+    std::string nombres_[num_NOMBRES];
+    size_t raiz_bloque_ = 0; // characters of a data block's name before its number
+    situacion situacion_ = {};
+    guion guion_ = {};
     std::vector<void *> sitios_;
     std::vector<char> propio_;
-    HWND              servidor_ = nullptr;
-    UINT              mensaje_ = 0;
-    uint32_t          id_ = 0;
-    bool              hay_anterior_ = false;
-    HANDLE            heap_ = nullptr;
-    HANDLE            canal_ = nullptr;
+    HWND servidor_ = nullptr;
+    UINT mensaje_ = 0;
+    uint32_t id_ = 0;
+    bool hay_anterior_ = false;
+    HANDLE heap_ = nullptr;
+    HANDLE canal_ = nullptr;
 };
 
-}
+} // namespace banco
 
 #endif

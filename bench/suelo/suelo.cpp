@@ -15,7 +15,7 @@
 
 namespace banco {
 
-static const uint32_t PRIMER_BLOQUE = 100;      // the number of a service's first data block
+static const uint32_t PRIMER_BLOQUE = 100; // the number of a service's first data block
 
 // ---- Server
 
@@ -59,7 +59,7 @@ static void sirve(const std::string &sesion)
 
 struct cliente {
     std::unique_ptr<interprete> suelo;
-    uint32_t                    siguiente_bloque;       // each command has two
+    uint32_t siguiente_bloque; // each command has two
 };
 
 template <bool CON_COPIAS>
@@ -90,11 +90,21 @@ static void desconecta()
 }
 
 extern const fila fila_suelo;
-const fila fila_suelo = {"floor", "our own floor (the prescribed calls alone)", 0xFFFFFF00, false, false,
-                         sirve<false>, conecta<false>, pide<false>, desconecta<false>};
+const fila fila_suelo = {"floor",
+                         "our own floor (the prescribed calls alone)",
+                         0xFFFFFF00,
+                         false,
+                         false,
+                         sirve<false>,
+                         conecta<false>,
+                         pide<false>,
+                         desconecta<false>};
 
 extern const fila fila_suelo_copias;
-const fila fila_suelo_copias = {"floor_copies", "our own floor, with the prescribed copies", 0xFFFFFF00, false, false,
-                                sirve<true>, conecta<true>, pide<true>, desconecta<true>};
+const fila fila_suelo_copias = {"floor_copies",  "our own floor, with the prescribed copies",
+                                0xFFFFFF00,      false,
+                                false,           sirve<true>,
+                                conecta<true>,   pide<true>,
+                                desconecta<true>};
 
-}
+} // namespace banco

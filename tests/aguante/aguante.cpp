@@ -22,7 +22,7 @@ namespace {
 struct plan {
     double minutos = 0;
     uint32_t num_tandas = 4; // spells of work, at least
-    uint32_t ordenes = 120; // of a client in a spell, at most
+    uint32_t ordenes = 120;  // of a client in a spell, at most
     uint32_t tanda_ms = 1000;
     int32_t bloques = 16000;
     std::string csv;
@@ -72,10 +72,10 @@ void anyade_pareja(std::vector<programa> *a, const std::string &clase, bool con_
 {
     const std::string datos = con_datos ? "con_datos" : "sin_datos", nombre = clase + "_" + datos;
     const std::string servicio = nombre_unico(nombre.c_str());
-    anyade(a, SERVIDORES, "servidor_" + nombre, con_datos ? coste{2, 2} : coste{}, "servidor_medido",
-           {clase, servicio}, servicio);
-    anyade(a, CLIENTES, "cliente_" + nombre, con_datos ? coste{4, 2} : coste{2, 0}, "cliente_medido",
-           {servicio, datos}, servicio);
+    anyade(a, SERVIDORES, "servidor_" + nombre, con_datos ? coste{2, 2} : coste{}, "servidor_medido", {clase, servicio},
+           servicio);
+    anyade(a, CLIENTES, "cliente_" + nombre, con_datos ? coste{4, 2} : coste{2, 0}, "cliente_medido", {servicio, datos},
+           servicio);
     a->back().trabaja = true;
     a->back().espera_latido = clase == "sin_ventana";
 }
@@ -186,8 +186,8 @@ private:
         for (int g = 0; g < NUM_GRUPOS; g++)
             arranca(static_cast<grupo>(g));
         for (size_t i = 0; i < m_programas.size(); i++)
-            EXPECT_TRUE(!m_programas[i].espera_latido
-                        || espera_hasta([&] { return ha_latido(m_papeles[i].pid()); }, 20000));
+            EXPECT_TRUE(!m_programas[i].espera_latido ||
+                        espera_hasta([&] { return ha_latido(m_papeles[i].pid()); }, 20000));
         noticia("all programs have started");
     }
 
@@ -248,8 +248,7 @@ private:
         m_tandas++;
         if (con_monitor && num > 0)
             manda("REGISTRA");
-        const std::string orden =
-            "TRABAJA " + std::to_string(m_plan.ordenes) + " " + std::to_string(m_plan.tanda_ms);
+        const std::string orden = "TRABAJA " + std::to_string(m_plan.ordenes) + " " + std::to_string(m_plan.tanda_ms);
         for (size_t i = 0; i < m_programas.size(); i++)
             if (m_programas[i].trabaja)
                 m_papeles[i].di(orden);
@@ -315,7 +314,7 @@ private:
     int32_t m_bloques = 0, m_bloques_antes = 0;
 };
 
-}
+} // namespace
 
 TEST(un_escritorio_lleno, deja_de_cada_cosa_lo_que_encontro_bloques_y_nada_mas)
 {

@@ -16,16 +16,14 @@
 std::string en_linea(const memoria &m)
 {
     std::ostringstream linea;
-    linea << m.hechos << " " << m.bytes_privados << " " << m.bloques_monton << " " << m.bytes_monton << " "
-          << m.vistas;
+    linea << m.hechos << " " << m.bytes_privados << " " << m.bloques_monton << " " << m.bytes_monton << " " << m.vistas;
     return linea.str();
 }
 
 memoria memoria_de_linea(const std::string &linea)
 {
     memoria m;
-    std::istringstream(linea) >> m.hechos >> m.bytes_privados >> m.bloques_monton >> m.bytes_monton >>
-        m.vistas;
+    std::istringstream(linea) >> m.hechos >> m.bytes_privados >> m.bloques_monton >> m.bytes_monton >> m.vistas;
     return m;
 }
 
@@ -116,8 +114,8 @@ std::vector<uint8_t> pregunta_manejadores()
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation")));
     std::vector<uint8_t> datos(1 << 20);
     LONG estado;
-    while ((estado = pregunta(PREGUNTA_MANEJADORES, datos.data(), static_cast<ULONG>(datos.size()),
-                              nullptr)) == FALTA_SITIO)
+    while ((estado = pregunta(PREGUNTA_MANEJADORES, datos.data(), static_cast<ULONG>(datos.size()), nullptr)) ==
+           FALTA_SITIO)
         datos.resize(datos.size() * 2);
     EXPECT_EQ(estado, 0) << "the system does not tell its handles";
     return datos;
@@ -157,7 +155,7 @@ private:
     HANDLE m_bloque, m_mutex, m_hilo = nullptr;
 };
 
-}
+} // namespace
 
 std::map<uint32_t, manejadores_vistos> manejadores_de_todos()
 {

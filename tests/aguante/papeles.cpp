@@ -53,9 +53,9 @@ bool es(comdat *datos, uint32_t n)
     const wchar_t *texto = ivrexa_dame_cadena_unicode(datos, 3);
     const char *const *palabras = ivrexa_dame_arr_cadenas_ansi(datos, 4, &num);
     const void *leidos = ivrexa_dame_buffer(datos, 5, &tam);
-    return ansi != nullptr && strcmp(ansi, "a\xf1o") == 0 && texto != nullptr
-           && wcscmp(texto, L"a\u00f1o nuevo") == 0 && num == 3 && strcmp(palabras[2], "tres") == 0
-           && tam == bytes.size() && leidos != nullptr && memcmp(leidos, bytes.data(), tam) == 0;
+    return ansi != nullptr && strcmp(ansi, "a\xf1o") == 0 && texto != nullptr &&
+           wcscmp(texto, L"a\u00f1o nuevo") == 0 && num == 3 && strcmp(palabras[2], "tres") == 0 &&
+           tam == bytes.size() && leidos != nullptr && memcmp(leidos, bytes.data(), tam) == 0;
 }
 
 // ---- What every program does with its lines
@@ -93,7 +93,8 @@ void obedece(papel_hijo &yo, const monton_de_la_biblioteca &monton, programa *p)
 }
 
 // Does it `num` times with numbers of all sizes, or until the time is over, and then once with number 0.
-template <typename F> void repite(uint32_t num, uint32_t ms, F haz)
+template <typename F>
+void repite(uint32_t num, uint32_t ms, F haz)
 {
     uint64_t limite = GetTickCount64() + ms;
     for (uint32_t i = 1; i < num && GetTickCount64() < limite; i++)
@@ -113,8 +114,8 @@ int32_t contesta_con_datos(anfitrion_peticion *p)
     bool bien = es(p->entrada, n);
     p->salida = ivrexa_crea_datos_comando_salida(p->servicio);
     graba(p->salida, n);
-    ivrexa_set_datos_salida_comando(p->servicio, p->id_comando, ivrexa_guarda_datos(p->salida), L"con",
-                                    L"datos", nullptr);
+    ivrexa_set_datos_salida_comando(p->servicio, p->id_comando, ivrexa_guarda_datos(p->salida), L"con", L"datos",
+                                    nullptr);
     return bien ? ivrexa_resultado_OK : 91;
 }
 
@@ -165,8 +166,8 @@ private:
     {
         wchar_t t1[64] = L"?", t2[256] = L"?", t3[256] = L"?";
         uint32_t id_salida = 0;
-        EXPECT_EQ(ivrexa_ejecuta_comando(anfitrion_yo.servicios[0], orden, 0, id_entrada, texto, L"dos",
-                                         nullptr, &id_salida, t1, t2, t3),
+        EXPECT_EQ(ivrexa_ejecuta_comando(anfitrion_yo.servicios[0], orden, 0, id_entrada, texto, L"dos", nullptr,
+                                         &id_salida, t1, t2, t3),
                   static_cast<uint32_t>(ivrexa_resultado_OK));
         EXPECT_STREQ(t1, esperado);
         s_hechos++;
@@ -201,8 +202,7 @@ std::atomic<uint32_t> s_vistos; // notifications that the window's thread was to
 
 void toma_aviso(const char *servicio, uint32_t id_cliente, uint32_t dato)
 {
-    comdat *datos =
-        ivrexa_lee_datos(servicio, ivrexa_obtener_id_datos_notificacion(servicio, id_cliente, dato), FALSO);
+    comdat *datos = ivrexa_lee_datos(servicio, ivrexa_obtener_id_datos_notificacion(servicio, id_cliente, dato), FALSO);
     EXPECT_TRUE(datos != nullptr && es(datos, dato)) << dato;
     ivrexa_destruye_datos_comando(datos);
     s_hechos++;
@@ -259,7 +259,7 @@ struct programa_monitor : programa {
     }
 };
 
-}
+} // namespace
 
 // ---- Roles
 
@@ -303,8 +303,8 @@ PAPEL(avisado_medido)
     s_hilo_ventana = GetCurrentThreadId();
     ivrexa_registra_cliente_notificaciones_servicio(anfitrion_yo.ruta, anfitrion_yo.hwnd, servicio, avisado);
     uint32_t id = ivrexa_abierto_documento_de_cliente(servicio, L"C:\\uno.txt", 1);
-    EXPECT_EQ(ivrexa_ejecuta_comando(servicio, orden_ALTA, 0, 0, std::to_wstring(id).c_str(), nullptr,
-                                     nullptr, nullptr, nullptr, nullptr, nullptr),
+    EXPECT_EQ(ivrexa_ejecuta_comando(servicio, orden_ALTA, 0, 0, std::to_wstring(id).c_str(), nullptr, nullptr, nullptr,
+                                     nullptr, nullptr, nullptr),
               static_cast<uint32_t>(ivrexa_resultado_OK));
     programa_avisado p;
     obedece(yo, monton, &p);

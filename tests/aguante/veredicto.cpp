@@ -18,8 +18,8 @@ constexpr double MARGEN_BYTES_PRIVADOS = 32 * 1024, BYTES_POR_MANEJADOR = 8, BYT
 
 double bytes_privados_de(const coste &c)
 {
-    return BYTES_POR_MANEJADOR * (c.manejadores + c.mutexes) + BYTES_POR_VISTA * c.vistas
-           + BYTES_POR_BLOQUE_MONTON * c.bloques_monton + c.bytes_monton;
+    return BYTES_POR_MANEJADOR * (c.manejadores + c.mutexes) + BYTES_POR_VISTA * c.vistas +
+           BYTES_POR_BLOQUE_MONTON * c.bloques_monton + c.bytes_monton;
 }
 
 // What a program has come to hold between two samples of one generation.
@@ -35,17 +35,16 @@ int64_t resta(int64_t de, int64_t a)
 
 crecimiento entre(const muestra &de, const muestra &a)
 {
-    return {
-        resta(de.hechos, a.hechos),
-        resta(de.manejadores.bloques, a.manejadores.bloques),
-        resta(de.manejadores.mutexes, a.manejadores.mutexes),
-        resta(de.manejadores.hilos, a.manejadores.hilos),
-        resta(de.manejadores.otros, a.manejadores.otros),
-        resta(de.propia.bloques_monton, a.propia.bloques_monton),
-        resta(static_cast<int64_t>(de.propia.bytes_monton), static_cast<int64_t>(a.propia.bytes_monton)),
-        resta(static_cast<int64_t>(de.propia.bytes_privados), static_cast<int64_t>(a.propia.bytes_privados)),
-        resta(de.propia.vistas, a.propia.vistas),
-        resta(de.bloques_servicio, a.bloques_servicio)};
+    return {resta(de.hechos, a.hechos),
+            resta(de.manejadores.bloques, a.manejadores.bloques),
+            resta(de.manejadores.mutexes, a.manejadores.mutexes),
+            resta(de.manejadores.hilos, a.manejadores.hilos),
+            resta(de.manejadores.otros, a.manejadores.otros),
+            resta(de.propia.bloques_monton, a.propia.bloques_monton),
+            resta(static_cast<int64_t>(de.propia.bytes_monton), static_cast<int64_t>(a.propia.bytes_monton)),
+            resta(static_cast<int64_t>(de.propia.bytes_privados), static_cast<int64_t>(a.propia.bytes_privados)),
+            resta(de.propia.vistas, a.propia.vistas),
+            resta(de.bloques_servicio, a.bloques_servicio)};
 }
 
 // What the least squares say one thing more adds to the private bytes; 0 where nothing is done.
@@ -90,8 +89,8 @@ private:
 
     std::string donde(const muestra &m) const
     {
-        return m_historia.papel + ", generation " + std::to_string(m.generacion) + ", "
-               + std::to_string(m.hechos) + " done: ";
+        return m_historia.papel + ", generation " + std::to_string(m.generacion) + ", " + std::to_string(m.hechos) +
+               " done: ";
     }
 
     void exige_exactos(const crecimiento &c, const muestra &m) const
@@ -112,8 +111,7 @@ private:
         double limite = MARGEN_BYTES_PRIVADOS + bytes_privados_de(m_historia.por_cosa) * hechos;
         EXPECT_LE(pendiente(m_primera, m_fin) * hechos, limite) << donde(*m_primera) << "private bytes";
         if (m_total.hechos == 0)
-            EXPECT_LE(static_cast<double>(m_total.bytes_privados), limite)
-                << donde(*m_primera) << "private bytes";
+            EXPECT_LE(static_cast<double>(m_total.bytes_privados), limite) << donde(*m_primera) << "private bytes";
     }
 
     const historia &m_historia;
@@ -126,8 +124,7 @@ std::vector<juicio> por_generacion(const historia &h)
     std::vector<juicio> juicios;
     const muestra *fin = h.muestras.data() + h.muestras.size();
     for (const muestra *m = h.muestras.data(); m < fin;) {
-        const muestra *otra =
-            std::find_if(m, fin, [m](const muestra &a) { return a.generacion != m->generacion; });
+        const muestra *otra = std::find_if(m, fin, [m](const muestra &a) { return a.generacion != m->generacion; });
         if (otra - m > 1)
             juicios.emplace_back(h, m, otra);
         m = otra;
@@ -152,13 +149,13 @@ void imprime(const historia &h, const crecimiento &c)
 {
     double hechos = static_cast<double>(c.hechos != 0 ? c.hechos : 1);
     printf("%-31s %7lld", h.papel.c_str(), static_cast<long long>(c.hechos));
-    for (int64_t cuanto : {c.bloques, c.mutexes, c.hilos + c.otros, c.bloques_servicio, c.vistas,
-                           c.bloques_monton, c.bytes_monton, c.bytes_privados})
+    for (int64_t cuanto : {c.bloques, c.mutexes, c.hilos + c.otros, c.bloques_servicio, c.vistas, c.bloques_monton,
+                           c.bytes_monton, c.bytes_privados})
         printf(" %8.6g", static_cast<double>(cuanto) / hechos);
     printf("\n");
 }
 
-}
+} // namespace
 
 void juzga(const std::vector<historia> &historias)
 {

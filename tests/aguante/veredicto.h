@@ -26,7 +26,7 @@ struct muestra {
 struct historia {
     std::string papel; // as the report and the data call it
     coste por_cosa;
-    bool ocioso; // it is never told to do a thing
+    bool ocioso;                   // it is never told to do a thing
     std::vector<muestra> muestras; // the first of a generation comes after everything was done once
 };
 

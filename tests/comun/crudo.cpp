@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-static constexpr size_t i_TAM_CABECERA = 4;    // the size that stands before the data of every block
+static constexpr size_t i_TAM_CABECERA = 4; // the size that stands before the data of every block
 
 bool existe_bloque(const char *nombre)
 {
@@ -197,8 +197,7 @@ void bloque_crudo::pon_texto_u(size_t despl, const std::wstring &texto, lugar do
 
 mutex_crudo::mutex_crudo(const char *nombre, modo m)
 {
-    m_mutex =
-        m == modo::crea ? CreateMutexA(nullptr, FALSE, nombre) : OpenMutexA(MUTEX_ALL_ACCESS, FALSE, nombre);
+    m_mutex = m == modo::crea ? CreateMutexA(nullptr, FALSE, nombre) : OpenMutexA(MUTEX_ALL_ACCESS, FALSE, nombre);
     m_tomado = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     m_orden = CreateEventA(nullptr, FALSE, FALSE, nullptr);
     if (m_mutex == nullptr)
@@ -232,7 +231,7 @@ bool mutex_crudo::arranca_hilo(uint32_t ms)
 {
     m_ms = ms;
     m_hilo = CreateThread(nullptr, 0, hilo_retiene, this, 0, nullptr);
-    WaitForSingleObject(m_tomado, INFINITE);    // the thread's own wait is bounded by ms
+    WaitForSingleObject(m_tomado, INFINITE); // the thread's own wait is bounded by ms
     if (!m_lo_tiene)
         acaba_hilo(true);
     return m_lo_tiene;

@@ -10,7 +10,7 @@
 #include "lugar.h"
 #include "sistema.h"
 
-bool existe_bloque(const char *nombre);         // a mapping of that name; leaves no handle behind
+bool existe_bloque(const char *nombre); // a mapping of that name; leaves no handle behind
 bool existe_mutex(const char *nombre);
 
 // A block opened whole, for reading and writing, while the object lives. Holding it keeps the block alive.
@@ -18,18 +18,18 @@ bool existe_mutex(const char *nombre);
 // view fails the test, reads 0 and writes nothing.
 class bloque_crudo {
 public:
-    explicit bloque_crudo(const char *nombre);                      // opens it; see abierto()
-    bloque_crudo(const char *nombre, uint32_t tam_datos);           // creates it: size header and zeros
+    explicit bloque_crudo(const char *nombre);            // opens it; see abierto()
+    bloque_crudo(const char *nombre, uint32_t tam_datos); // creates it: size header and zeros
     bloque_crudo(bloque_crudo &&) noexcept;
     bloque_crudo &operator=(bloque_crudo &&) noexcept;
     ~bloque_crudo();
 
     bool abierto() const { return m_vista != nullptr; }
     bool ya_existia() const { return m_ya_existia; }
-    size_t tam_vista() const { return m_tam_vista; }    // bytes mapped, with the header, in whole pages
+    size_t tam_vista() const { return m_tam_vista; } // bytes mapped, with the header, in whole pages
     uint8_t *datos() const { return m_vista + 4; }
 
-    uint32_t cabecera(lugar donde = lugar::aqui()) const;           // the size stated in the header
+    uint32_t cabecera(lugar donde = lugar::aqui()) const; // the size stated in the header
     void pon_cabecera(uint32_t tam_datos, lugar donde = lugar::aqui());
 
     uint16_t u16(size_t despl, lugar donde = lugar::aqui()) const;
@@ -43,7 +43,7 @@ public:
     void pon_u16(size_t despl, uint16_t valor, lugar donde = lugar::aqui());
     void pon_u32(size_t despl, uint32_t valor, lugar donde = lugar::aqui());
     void pon_u64(size_t despl, uint64_t valor, lugar donde = lugar::aqui());
-    void pon_texto(size_t despl, const std::string &texto, lugar donde = lugar::aqui());    // with its NUL
+    void pon_texto(size_t despl, const std::string &texto, lugar donde = lugar::aqui()); // with its NUL
     void pon_texto_u(size_t despl, const std::wstring &texto, lugar donde = lugar::aqui());
     void pon_bytes(size_t despl, const std::vector<uint8_t> &bytes, lugar donde = lugar::aqui());
 
@@ -65,16 +65,16 @@ private:
 class mutex_crudo {
 public:
     enum class modo { abre, crea };
-    explicit mutex_crudo(const char *nombre, modo m = modo::abre);  // opening a missing one fails the test
-    ~mutex_crudo();                                                 // lets go what it holds
+    explicit mutex_crudo(const char *nombre, modo m = modo::abre); // opening a missing one fails the test
+    ~mutex_crudo();                                                // lets go what it holds
     mutex_crudo(const mutex_crudo &) = delete;
     mutex_crudo &operator=(const mutex_crudo &) = delete;
 
     bool abierto() const { return m_mutex != nullptr; }
-    bool libre();                       // nobody holds it; tried from another thread, given back
-    bool retiene(uint32_t ms = 0);      // takes it and keeps it; false: not within `ms`
+    bool libre();                  // nobody holds it; tried from another thread, given back
+    bool retiene(uint32_t ms = 0); // takes it and keeps it; false: not within `ms`
     void suelta();
-    void abandona();                    // its thread ends while it holds it
+    void abandona(); // its thread ends while it holds it
 
 private:
     static DWORD WINAPI hilo_retiene(void *yo);
@@ -83,8 +83,8 @@ private:
 
     HANDLE m_mutex = nullptr;
     HANDLE m_hilo = nullptr;
-    HANDLE m_tomado = nullptr;          // set when the thread knows whether it has the mutex
-    HANDLE m_orden = nullptr;           // set when the thread may end
+    HANDLE m_tomado = nullptr; // set when the thread knows whether it has the mutex
+    HANDLE m_orden = nullptr;  // set when the thread may end
     uint32_t m_ms = 0;
     bool m_lo_tiene = false;
     bool m_soltando = true;

@@ -24,7 +24,7 @@ public:
 private:
     void pon(funcion otra)
     {
-        DWORD proteccion;       // the slots are read-only once the program is loaded
+        DWORD proteccion; // the slots are read-only once the program is loaded
         VirtualProtect(&m_entrada, sizeof m_entrada, PAGE_READWRITE, &proteccion);
         m_entrada = otra;
         VirtualProtect(&m_entrada, sizeof m_entrada, proteccion, &proteccion);

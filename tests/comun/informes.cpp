@@ -31,7 +31,7 @@ std::vector<void (*)()> &preparaciones()
     return todas;
 }
 
-}
+} // namespace
 
 uint32_t num_informes()
 {
@@ -97,10 +97,9 @@ datos_informe lee_informe(const std::string &titulo, const std::string &texto)
     i.titulo = titulo;
     size_t pos_fin = texto.find(fin);
     size_t pos_medio = pos_fin == std::string::npos ? pos_fin : texto.rfind(medio, pos_fin);
-    i.ajeno =
-        titulo != "Assert ivrexa" || texto.compare(0, principio.size(), principio) != 0 ||
-        pos_medio == std::string::npos || pos_medio < principio.size() ||
-        !lee_linea(texto.substr(pos_medio + medio.size(), pos_fin - pos_medio - medio.size()), &i.linea);
+    i.ajeno = titulo != "Assert ivrexa" || texto.compare(0, principio.size(), principio) != 0 ||
+              pos_medio == std::string::npos || pos_medio < principio.size() ||
+              !lee_linea(texto.substr(pos_medio + medio.size(), pos_fin - pos_medio - medio.size()), &i.linea);
     if (i.ajeno)
         return i;
     i.modulo = texto.substr(principio.size(), pos_medio - principio.size());

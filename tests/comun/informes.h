@@ -19,20 +19,20 @@
 #include "lugar.h"
 
 struct datos_informe {
-    std::string modulo;         // "iv_mem"; empty in a foreign box
-    uint32_t linea = 0;         // the line of the check in that module
-    std::string expresion;      // the condition that failed, as written in the source
-    std::string texto;          // the whole text of the box
-    std::string titulo;         // its caption
-    bool ajeno = false;         // a foreign box: not the library's, or not shown as it must be
+    std::string modulo;    // "iv_mem"; empty in a foreign box
+    uint32_t linea = 0;    // the line of the check in that module
+    std::string expresion; // the condition that failed, as written in the source
+    std::string texto;     // the whole text of the box
+    std::string titulo;    // its caption
+    bool ajeno = false;    // a foreign box: not the library's, or not shown as it must be
 };
 
-uint32_t num_informes();                                // how many nobody has taken yet
-datos_informe informe(uint32_t i);                      // the i-th of them; an empty one beyond the last
-std::optional<datos_informe> toma_informe();            // takes the oldest
-void borra_informes();                                  // forgets all of them
-bool espera_informes(uint32_t num, uint32_t ms);        // waits until `num` are there; false: not in time
-std::string describe_informe(const datos_informe &i);   // one readable line
+uint32_t num_informes();                              // how many nobody has taken yet
+datos_informe informe(uint32_t i);                    // the i-th of them; an empty one beyond the last
+std::optional<datos_informe> toma_informe();          // takes the oldest
+void borra_informes();                                // forgets all of them
+bool espera_informes(uint32_t num, uint32_t ms);      // waits until `num` are there; false: not in time
+std::string describe_informe(const datos_informe &i); // one readable line
 
 // Takes the oldest report and compares module and expression, to the character. No report: the test fails.
 #define EXPECT_INFORME(modulo, expresion) comprueba_informe(modulo, expresion, 0)
@@ -57,6 +57,6 @@ void al_informar(void (*aviso)(const datos_informe &)); // called for each repor
 void al_empezar_prueba(void (*preparacion)());          // called before each test, and before a role
 void prepara_prueba();                                  // calls it
 
-void instala_oyente_de_informes();                      // fails tests that end with reports left over
+void instala_oyente_de_informes(); // fails tests that end with reports left over
 
 #endif

@@ -13,8 +13,8 @@ void comprueba_informe(const char *modulo, const char *expresion, uint32_t ms, l
         return;
     }
     if (i->ajeno || i->modulo != modulo || i->expresion != expresion)
-        ADD_FAILURE_AT(donde.fichero, donde.linea) << "expected the report " << modulo << ": \"" << expresion
-                                                   << "\"\n  but got " << describe_informe(*i);
+        ADD_FAILURE_AT(donde.fichero, donde.linea)
+            << "expected the report " << modulo << ": \"" << expresion << "\"\n  but got " << describe_informe(*i);
 }
 
 static std::string describe_y_borra_todos()
@@ -45,7 +45,7 @@ class oyente_de_informes : public ::testing::EmptyTestEventListener {
     }
 };
 
-}
+} // namespace
 
 void instala_oyente_de_informes()
 {

@@ -12,8 +12,8 @@
 
 #include "iv_plataforma.h"
 
-bool registra_grabador();                               // puts the recorder in before each test from now on
-int WINAPI graba_informe(HWND hwnd, LPCSTR texto, LPCSTR titulo, UINT estilo);  // the recorder; answers IDOK
+bool registra_grabador(); // puts the recorder in before each test from now on
+int WINAPI graba_informe(HWND hwnd, LPCSTR texto, LPCSTR titulo, UINT estilo); // the recorder; answers IDOK
 
 namespace {
 [[maybe_unused]] const bool comun_grabador_registrado = registra_grabador();

@@ -36,9 +36,8 @@ std::string codifica_argumento(const std::string &texto)
 {
     if (texto.empty())
         return "%";
-    return codifica(texto, [](unsigned char c) {
-        return c >= 0x80 || (!isalnum(c) && strchr("_.,:;/+=-", c) == nullptr);
-    });
+    return codifica(texto,
+                    [](unsigned char c) { return c >= 0x80 || (!isalnum(c) && strchr("_.,:;/+=-", c) == nullptr); });
 }
 
 static int valor_hex(char c)

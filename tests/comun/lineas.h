@@ -12,8 +12,8 @@
 using argumentos = std::vector<std::string>;
 
 std::string codifica_linea(const std::string &texto);
-std::string codifica_argumento(const std::string &texto);   // also needs no quotes; an empty text gives "%"
-std::string descodifica(const std::string &texto);          // undoes both; drops a '%' without two digits
+std::string codifica_argumento(const std::string &texto); // also needs no quotes; an empty text gives "%"
+std::string descodifica(const std::string &texto);        // undoes both; drops a '%' without two digits
 
 // Fields as one line, "a|b|c", and back; '|' and '%' in a field are written %XX. "" is one empty field. With
 // a prefix: the fields of what follows it.
@@ -23,7 +23,7 @@ std::vector<std::string> campos(const std::string &linea, const char *prefijo);
 
 std::string a_utf8(const std::wstring &texto);
 std::wstring de_utf8(const std::string &texto);
-std::string a_hex(const void *bytes, size_t num);           // "00ff1a"
-std::vector<uint8_t> de_hex(const std::string &texto);      // blanks are skipped; two digits a byte
+std::string a_hex(const void *bytes, size_t num);      // "00ff1a"
+std::vector<uint8_t> de_hex(const std::string &texto); // blanks are skipped; two digits a byte
 
 #endif

@@ -14,31 +14,31 @@
 namespace {
 
 constexpr uint32_t papel_SALIDA_MATADO = 9;
-constexpr DWORD papel_ESPERA_LECTOR_MS = 5000;    // for the rest of the output of a child that has ended
+constexpr DWORD papel_ESPERA_LECTOR_MS = 5000; // for the rest of the output of a child that has ended
 
-}
+} // namespace
 
 // Shared with the thread that reads the child's stdout. The fields above `candado` are the test's thread's
 // alone.
 struct papel::interior {
     std::string nombre;
     HANDLE proceso = nullptr;
-    HANDLE hilo = nullptr;       // its main thread
-    HANDLE entrada = nullptr;    // our end of its stdin
+    HANDLE hilo = nullptr;    // its main thread
+    HANDLE entrada = nullptr; // our end of its stdin
     HANDLE hilo_lector = nullptr;
     DWORD pid = 0;
     bool parado_al_nacer = false;
-    bool fin_contado = false;    // the test has been told the exit code, or chose it
+    bool fin_contado = false; // the test has been told the exit code, or chose it
 
     cerrojo candado;
     CONDITION_VARIABLE novedad = CONDITION_VARIABLE_INIT;
     std::deque<std::string> lineas;
     std::deque<datos_informe> informes;
-    std::vector<std::string> fallos;    // expectations that failed in the role itself
-    bool cerrado = false;               // its stdout is at its end
+    std::vector<std::string> fallos; // expectations that failed in the role itself
+    bool cerrado = false;            // its stdout is at its end
 
-    HANDLE salida = nullptr;    // our end of its stdout; the reader's alone once that runs
-    bool codificado = true;     // what it writes is a role's lines
+    HANDLE salida = nullptr; // our end of its stdout; the reader's alone once that runs
+    bool codificado = true;  // what it writes is a role's lines
 
     ~interior();
     void recibe(std::string linea);
@@ -85,10 +85,7 @@ HANDLE trabajo()
 }
 
 struct sin_mayusculas {
-    bool operator()(const std::string &a, const std::string &b) const
-    {
-        return lstrcmpiA(a.c_str(), b.c_str()) < 0;
-    }
+    bool operator()(const std::string &a, const std::string &b) const { return lstrcmpiA(a.c_str(), b.c_str()) < 0; }
 };
 
 // This process's environment with the changes, as CreateProcessA wants it.
@@ -98,7 +95,7 @@ std::string bloque_de_entorno(const opciones_papel &opciones)
     char *todas = GetEnvironmentStringsA();
     for (const char *p = todas; *p != '\0'; p += strlen(p) + 1) {
         std::string linea = p;
-        size_t igual = linea.find('=', 1);    // names may begin with '='
+        size_t igual = linea.find('=', 1); // names may begin with '='
         if (igual != std::string::npos)
             variables[linea.substr(0, igual)] = linea.substr(igual + 1);
     }
@@ -153,7 +150,7 @@ HANDLE duplica_error_estandar()
     return copia;
 }
 
-}
+} // namespace
 
 papel::interior::~interior()
 {
@@ -248,8 +245,7 @@ void papel::termina()
     if (codigo != 0 && !m_i->fin_contado)
         ADD_FAILURE() << "role \"" << m_i->nombre << "\" ended by itself: " << m_i->estado();
     while (std::optional<datos_informe> i = toma_informe(0))
-        ADD_FAILURE() << "role \"" << m_i->nombre
-                      << "\" made a report that nobody expected: " << describe_informe(*i);
+        ADD_FAILURE() << "role \"" << m_i->nombre << "\" made a report that nobody expected: " << describe_informe(*i);
     for (const std::string &fallo : m_i->fallos)
         ADD_FAILURE() << "in role \"" << m_i->nombre << "\": " << fallo;
     m_i.reset();
@@ -286,8 +282,8 @@ std::string papel::espera_linea(const std::string &prefijo, uint32_t ms, lugar d
 {
     if (std::optional<std::string> linea = busca_linea(prefijo, ms))
         return *linea;
-    ADD_FAILURE_AT(donde.fichero, donde.linea) << "role \"" << m_i->nombre << "\" did not say \"" << prefijo
-                                               << "\" within " << ms << " ms: " << m_i->estado();
+    ADD_FAILURE_AT(donde.fichero, donde.linea)
+        << "role \"" << m_i->nombre << "\" did not say \"" << prefijo << "\" within " << ms << " ms: " << m_i->estado();
     return "";
 }
 
@@ -306,7 +302,7 @@ uint32_t papel::espera_fin(uint32_t ms, lugar donde)
             << "role \"" << m_i->nombre << "\" did not end within " << ms << " ms: " << m_i->estado();
         return codigo;
     }
-    WaitForSingleObject(m_i->hilo_lector, papel_ESPERA_LECTOR_MS);    // all it said is here now
+    WaitForSingleObject(m_i->hilo_lector, papel_ESPERA_LECTOR_MS); // all it said is here now
     GetExitCodeProcess(m_i->proceso, &codigo);
     return codigo;
 }
@@ -397,9 +393,8 @@ papel papel::arranca(const std::string &nombre, const std::string &programa, con
     // made.
     std::string orden = entrecomilla(programa) + args, entorno = bloque_de_entorno(opciones);
     PROCESS_INFORMATION hijo = {};
-    BOOL arrancado =
-        CreateProcessA(programa.c_str(), &orden[0], nullptr, nullptr, TRUE,
-                       CREATE_SUSPENDED | DETACHED_PROCESS, &entorno[0], nullptr, &inicio, &hijo);
+    BOOL arrancado = CreateProcessA(programa.c_str(), &orden[0], nullptr, nullptr, TRUE,
+                                    CREATE_SUSPENDED | DETACHED_PROCESS, &entorno[0], nullptr, &inicio, &hijo);
     DWORD error = GetLastError();
     cierra(&inicio.hStdInput);
     cierra(&inicio.hStdOutput);
@@ -425,8 +420,7 @@ papel papel::arranca(const std::string &nombre, const std::string &programa, con
     return papel(i);
 }
 
-papel arranca_papel(const std::string &nombre, const argumentos &args, const opciones_papel &opciones,
-                    lugar donde)
+papel arranca_papel(const std::string &nombre, const argumentos &args, const opciones_papel &opciones, lugar donde)
 {
     std::string orden = " --papel=" + nombre + " --padre=" + std::to_string(GetCurrentProcessId()) +
                         " --limite=" + std::to_string(opciones.limite_s);
@@ -438,8 +432,7 @@ papel arranca_papel(const std::string &nombre, const argumentos &args, const opc
     return p;
 }
 
-papel arranca_programa(const std::string &programa, const argumentos &args, const opciones_papel &opciones,
-                       lugar donde)
+papel arranca_programa(const std::string &programa, const argumentos &args, const opciones_papel &opciones, lugar donde)
 {
     std::string orden;
     for (const std::string &arg : args)
@@ -461,6 +454,6 @@ void comprueba_informe_de(papel &p, const char *modulo, const char *expresion, l
         ADD_FAILURE_AT(donde.fichero, donde.linea)
             << "the role made no report; expected " << modulo << ": \"" << expresion << "\"";
     else if (i->ajeno || i->modulo != modulo || i->expresion != expresion)
-        ADD_FAILURE_AT(donde.fichero, donde.linea) << "expected the role's report " << modulo << ": \""
-                                                   << expresion << "\"\n  but got " << describe_informe(*i);
+        ADD_FAILURE_AT(donde.fichero, donde.linea) << "expected the role's report " << modulo << ": \"" << expresion
+                                                   << "\"\n  but got " << describe_informe(*i);
 }

@@ -29,11 +29,11 @@
 #include "papel_hijo.h"
 
 struct opciones_papel {
-    bool suspendido = false;        // start it suspended; nothing is waited for, reanuda() lets it go
-    bool espera_listo = true;       // wait for its line "LISTO" and take it
-    uint32_t listo_ms = 30000;      // for that long
-    uint32_t limite_s = 100;        // the child ends itself after that
-    std::string programa;           // another .exe, such as a role in C; a bare name lies beside us
+    bool suspendido = false;   // start it suspended; nothing is waited for, reanuda() lets it go
+    bool espera_listo = true;  // wait for its line "LISTO" and take it
+    uint32_t listo_ms = 30000; // for that long
+    uint32_t limite_s = 100;   // the child ends itself after that
+    std::string programa;      // another .exe, such as a role in C; a bare name lies beside us
 
     // Environment variables set for the child; nullopt removes one.
     std::map<std::string, std::optional<std::string>> entorno;
@@ -54,14 +54,14 @@ public:
     // Takes the oldest line that begins with `prefijo`; the others stay, in order. None in time, or the child
     // has ended without it: the test fails, and the answer is "".
     std::string espera_linea(const std::string &prefijo, uint32_t ms, lugar donde = lugar::aqui());
-    std::optional<std::string> busca_linea(const std::string &prefijo, uint32_t ms);    // without failing
-    std::vector<std::string> lineas() const;        // those that nobody took so far
+    std::optional<std::string> busca_linea(const std::string &prefijo, uint32_t ms); // without failing
+    std::vector<std::string> lineas() const;                                         // those that nobody took so far
 
     // The exit code. 259 if it still runs after `ms`, and then the test fails.
     uint32_t espera_fin(uint32_t ms, lugar donde = lugar::aqui());
-    void cierra_entrada();                          // its escucha() answers "nothing" from now on
-    void mata();                                    // TerminateProcess with code 9, and waits for its end
-    void suspende();                                // all its threads
+    void cierra_entrada(); // its escucha() answers "nothing" from now on
+    void mata();           // TerminateProcess with code 9, and waits for its end
+    void suspende();       // all its threads
     void reanuda();
 
     bool vive() const;
@@ -83,15 +83,15 @@ private:
 };
 
 // Starts `nombre` with arguments. A child that cannot be started or does not get ready fails the test.
-papel arranca_papel(const std::string &nombre, const argumentos &args = {},
-                    const opciones_papel &opciones = {}, lugar donde = lugar::aqui());
+papel arranca_papel(const std::string &nombre, const argumentos &args = {}, const opciones_papel &opciones = {},
+                    lugar donde = lugar::aqui());
 
 // Starts any program with its own arguments, such as this one with a --gtest_filter. Does not wait for
 // "LISTO".
-papel arranca_programa(const std::string &programa, const argumentos &args,
-                       const opciones_papel &opciones = {}, lugar donde = lugar::aqui());
+papel arranca_programa(const std::string &programa, const argumentos &args, const opciones_papel &opciones = {},
+                       lugar donde = lugar::aqui());
 
-std::string este_programa();        // the path of this .exe
+std::string este_programa(); // the path of this .exe
 
 // Takes the child's oldest report, waiting up to 5 s, and compares it with module and expression.
 #define EXPECT_INFORME_DE(papel, modulo, expresion) comprueba_informe_de(papel, modulo, expresion)

@@ -18,7 +18,7 @@ struct buzon {
     cerrojo candado;
     std::deque<std::string> lineas;
     bool cerrado = false;
-    HANDLE hay_linea = CreateEventA(nullptr, TRUE, FALSE, nullptr);    // set: a line waits, or closed
+    HANDLE hay_linea = CreateEventA(nullptr, TRUE, FALSE, nullptr); // set: a line waits, or closed
 };
 
 buzon *s_buzon;
@@ -26,7 +26,7 @@ cerrojo s_candado_salida;
 registro_papel *s_papeles;
 
 struct vigilancia {
-    HANDLE padre;    // NULL: nobody named a parent
+    HANDLE padre; // NULL: nobody named a parent
     DWORD limite_ms;
 };
 
@@ -65,8 +65,7 @@ void quejate(const std::string &texto)
 DWORD WINAPI hilo_perro(void *dato)
 {
     vigilancia v = *static_cast<vigilancia *>(dato);
-    DWORD espera =
-        v.padre != nullptr ? WaitForSingleObject(v.padre, v.limite_ms) : (Sleep(v.limite_ms), WAIT_TIMEOUT);
+    DWORD espera = v.padre != nullptr ? WaitForSingleObject(v.padre, v.limite_ms) : (Sleep(v.limite_ms), WAIT_TIMEOUT);
     bool sin_padre = espera == WAIT_OBJECT_0;
     if (!sin_padre)
         quejate("its time is up");
@@ -95,7 +94,7 @@ bool lee_opcion(const char *arg, const char *nombre, const char **valor)
     return true;
 }
 
-}
+} // namespace
 
 registro_papel::registro_papel(const char *nombre_papel, funcion_papel funcion_del_papel)
     : nombre(nombre_papel), funcion(funcion_del_papel), siguiente(s_papeles)
@@ -110,7 +109,7 @@ orden_papel inicia_papel(int argc, char **argv)
     for (int i = 1; i < argc; i++) {
         const char *valor;
         if (orden.nombre.empty() && !lee_opcion(argv[i], "--papel=", &valor))
-            break;    // a role's name comes first
+            break; // a role's name comes first
         if (lee_opcion(argv[i], "--papel=", &valor))
             orden.nombre = valor;
         else if (lee_opcion(argv[i], "--padre=", &valor))

@@ -49,21 +49,21 @@ struct registro_papel {
     registro_papel *siguiente;
 };
 
-#define PAPEL(nombre)                                                                                     \
-    static int hace_de_##nombre(papel_hijo &yo, const argumentos &args);                                  \
-    static const registro_papel registra_##nombre(#nombre, hace_de_##nombre);                             \
+#define PAPEL(nombre)                                                         \
+    static int hace_de_##nombre(papel_hijo &yo, const argumentos &args);      \
+    static const registro_papel registra_##nombre(#nombre, hace_de_##nombre); \
     static int hace_de_##nombre([[maybe_unused]] papel_hijo &yo, [[maybe_unused]] const argumentos &args)
 
 // ---- For main().
 
 struct orden_papel {
-    std::string nombre;         // empty: this process was not started as a role
+    std::string nombre; // empty: this process was not started as a role
     argumentos args;
 };
 
 // Reads --papel=, --padre= and --limite=, and starts what a role needs: watchdog, forwarding of reports,
 // reader.
 orden_papel inicia_papel(int argc, char **argv);
-int ejecuta_papel(const orden_papel &orden);        // the role's exit code; 126 if no role has that name
+int ejecuta_papel(const orden_papel &orden); // the role's exit code; 126 if no role has that name
 
 #endif

@@ -14,10 +14,9 @@ static LONG WINAPI al_caer(EXCEPTION_POINTERS *excepcion)
     if (modulo != nullptr)
         GetModuleFileNameA(modulo, ruta, sizeof ruta);
     uintptr_t direccion = reinterpret_cast<uintptr_t>(r->ExceptionAddress);
-    int num =
-        snprintf(texto, sizeof texto, "unhandled exception 0x%08lx at %p (%s+0x%zx), thread %lu\n",
-                 r->ExceptionCode, r->ExceptionAddress, ruta,
-                 static_cast<size_t>(direccion - reinterpret_cast<uintptr_t>(modulo)), GetCurrentThreadId());
+    int num = snprintf(texto, sizeof texto, "unhandled exception 0x%08lx at %p (%s+0x%zx), thread %lu\n",
+                       r->ExceptionCode, r->ExceptionAddress, ruta,
+                       static_cast<size_t>(direccion - reinterpret_cast<uintptr_t>(modulo)), GetCurrentThreadId());
     DWORD escritos;
     WriteFile(GetStdHandle(STD_ERROR_HANDLE), texto, static_cast<DWORD>(num), &escritos, nullptr);
     TerminateProcess(GetCurrentProcess(), 3);

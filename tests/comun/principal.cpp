@@ -19,7 +19,8 @@ static int cuenta_rezagados()
     return num;
 }
 
-// A process that ends while its watcher sets up a window system that was loaded late hangs in Wine, which then kills it.
+// A process that ends while its watcher sets up a window system that was loaded late hangs in Wine, which then kills
+// it.
 static void espera_vigilante()
 {
     if (!vigilante_en_reposo(5000))
@@ -34,8 +35,8 @@ class oyente_de_papel : public ::testing::EmptyTestEventListener {
     {
         papel_hijo yo;
         if (resultado.failed())
-            yo.di(std::string("FALLO ") + (resultado.file_name() != nullptr ? resultado.file_name() : "?") +
-                  ":" + std::to_string(resultado.line_number()) + ": " + resultado.message());
+            yo.di(std::string("FALLO ") + (resultado.file_name() != nullptr ? resultado.file_name() : "?") + ":" +
+                  std::to_string(resultado.line_number()) + ": " + resultado.message());
     }
 };
 
@@ -49,7 +50,7 @@ int corre_papel(const orden_papel &orden)
     return codigo;
 }
 
-}
+} // namespace
 
 int main(int argc, char **argv)
 {

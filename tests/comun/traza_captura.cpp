@@ -5,9 +5,8 @@
 #include "cerrojo.h"
 #include "sistema.h"
 
-static constexpr DWORD i_TEXTO_ANSI = 0x40010006;    // [0] length with its NUL, [1] text
-static constexpr DWORD i_TEXTO_ANCHO =
-    0x4001000A;    // [0] characters with the NUL, [1] text, [2], [3] as ANSI
+static constexpr DWORD i_TEXTO_ANSI = 0x40010006;  // [0] length with its NUL, [1] text
+static constexpr DWORD i_TEXTO_ANCHO = 0x4001000A; // [0] characters with the NUL, [1] text, [2], [3] as ANSI
 
 static cerrojo s_candado;
 static CONDITION_VARIABLE s_hay_mas = CONDITION_VARIABLE_INIT;
@@ -51,8 +50,7 @@ static std::string ancho_a_ansi(const void *texto, size_t num)
     const wchar_t *p = static_cast<const wchar_t *>(texto);
     int largo = static_cast<int>(wcsnlen(p, num));
     std::string ansi(static_cast<size_t>(largo) * 3, '\0');
-    int bytes =
-        WideCharToMultiByte(CP_ACP, 0, p, largo, &ansi[0], static_cast<int>(ansi.size()), nullptr, nullptr);
+    int bytes = WideCharToMultiByte(CP_ACP, 0, p, largo, &ansi[0], static_cast<int>(ansi.size()), nullptr, nullptr);
     ansi.resize(bytes > 0 ? static_cast<size_t>(bytes) : 0);
     return ansi;
 }

@@ -18,13 +18,13 @@
 #include <vector>
 
 struct pieza_traza {
-    std::string texto;          // one debug-string call
-    uint32_t hilo = 0;          // the thread that made it
-    bool ancha = false;         // came as wide text (never under Wine)
+    std::string texto;  // one debug-string call
+    uint32_t hilo = 0;  // the thread that made it
+    bool ancha = false; // came as wide text (never under Wine)
 };
 
-void activa_traza(const char *valor = "1");     // IVREXA_DEBUG=valor in this process; "" defines it empty
-void desactiva_traza();                         // removes it
+void activa_traza(const char *valor = "1"); // IVREXA_DEBUG=valor in this process; "" defines it empty
+void desactiva_traza();                     // removes it
 
 // Each record's tick count replaced by "<t>": "\n*** 5123406: " becomes "\n*** <t>: ".
 std::string enmascara_tiempos(const std::string &texto);
@@ -37,12 +37,12 @@ public:
     captura_traza(const captura_traza &) = delete;
     captura_traza &operator=(const captura_traza &) = delete;
 
-    std::vector<pieza_traza> piezas() const;            // in the order of the calls
-    std::string texto() const;                          // all of them, one behind the other
-    std::string texto_de_hilo(uint32_t hilo) const;     // those of one thread (GetCurrentThreadId)
-    std::string texto_propio() const;                   // those of the calling thread
+    std::vector<pieza_traza> piezas() const;        // in the order of the calls
+    std::string texto() const;                      // all of them, one behind the other
+    std::string texto_de_hilo(uint32_t hilo) const; // those of one thread (GetCurrentThreadId)
+    std::string texto_propio() const;               // those of the calling thread
     void borra();
-    bool espera(const std::string &parte, uint32_t ms) const;   // until texto() has it; or false
+    bool espera(const std::string &parte, uint32_t ms) const; // until texto() has it; or false
 
 private:
     captura_traza *m_anterior;

@@ -13,7 +13,7 @@
 const char *nombre_unico(const char *base)
 {
     static cerrojo candado;
-    static std::deque<std::string> nombres;    // a deque does not move them
+    static std::deque<std::string> nombres; // a deque does not move them
     std::lock_guard<cerrojo> guarda(candado);
     char cola[32];
     snprintf(cola, sizeof cola, "_%lx_%zu", GetCurrentProcessId(), nombres.size() + 1);
@@ -91,8 +91,8 @@ std::string volcado_hex(const std::vector<uint8_t> &bytes)
 }
 
 // The lines around byte `pos`, one before and two after, marked where they differ.
-static std::string volcado_alrededor(const std::vector<uint8_t> &esperados,
-                                     const std::vector<uint8_t> &reales, size_t pos)
+static std::string volcado_alrededor(const std::vector<uint8_t> &esperados, const std::vector<uint8_t> &reales,
+                                     size_t pos)
 {
     std::string texto;
     size_t primera = pos / 16 == 0 ? 0 : pos / 16 - 1;
@@ -106,8 +106,7 @@ static std::string volcado_alrededor(const std::vector<uint8_t> &esperados,
     return texto;
 }
 
-::testing::AssertionResult bytes_iguales(const std::vector<uint8_t> &esperados,
-                                         const std::vector<uint8_t> &reales)
+::testing::AssertionResult bytes_iguales(const std::vector<uint8_t> &esperados, const std::vector<uint8_t> &reales)
 {
     if (esperados == reales)
         return ::testing::AssertionSuccess();
@@ -115,7 +114,7 @@ static std::string volcado_alrededor(const std::vector<uint8_t> &esperados,
     size_t pos = 0;
     while (pos < comunes && esperados[pos] == reales[pos])
         pos++;
-    return ::testing::AssertionFailure()
-           << "bytes differ first at " << pos << " (expected " << esperados.size() << " bytes, got "
-           << reales.size() << ")" << volcado_alrededor(esperados, reales, pos);
+    return ::testing::AssertionFailure() << "bytes differ first at " << pos << " (expected " << esperados.size()
+                                         << " bytes, got " << reales.size() << ")"
+                                         << volcado_alrededor(esperados, reales, pos);
 }

@@ -31,8 +31,7 @@ uint64_t mas_breve_de_cinco(const std::function<void()> &tarea);
 
 // Compares bytes; on a difference the message shows both sides as a hex dump around it.
 //     EXPECT_TRUE(bytes_iguales(de_hex("05 00 00 00"), bloque.bytes(0, 4)));
-::testing::AssertionResult bytes_iguales(const std::vector<uint8_t> &esperados,
-                                         const std::vector<uint8_t> &reales);
+::testing::AssertionResult bytes_iguales(const std::vector<uint8_t> &esperados, const std::vector<uint8_t> &reales);
 
 // 16 bytes a line: offset, hex, characters.
 std::string volcado_hex(const std::vector<uint8_t> &bytes);

@@ -12,8 +12,8 @@ HWND crea_ventana(WNDPROC proc)
     clase.hInstance = GetModuleHandleW(nullptr);
     clase.lpszClassName = nombre;
     RegisterClassW(&clase);
-    return CreateWindowExW(0, nombre, L"", WS_OVERLAPPEDWINDOW, 0, 0, 100, 100, nullptr, nullptr,
-                           clase.hInstance, nullptr);
+    return CreateWindowExW(0, nombre, L"", WS_OVERLAPPEDWINDOW, 0, 0, 100, 100, nullptr, nullptr, clase.hInstance,
+                           nullptr);
 }
 
 void destruye_ventana(HWND *hwnd)
@@ -42,8 +42,8 @@ static bombeo bombea(const std::function<bool()> &condicion, uint32_t ms, HANDLE
         if (ahora >= limite)
             return bombeo::tarde;
         DWORD queda = static_cast<DWORD>(limite - ahora);
-        MsgWaitForMultipleObjects(evento != nullptr ? 1 : 0, &evento, FALSE,
-                                  queda < paso_ms ? queda : paso_ms, QS_ALLINPUT);
+        MsgWaitForMultipleObjects(evento != nullptr ? 1 : 0, &evento, FALSE, queda < paso_ms ? queda : paso_ms,
+                                  QS_ALLINPUT);
     }
     return bombeo::cumplido;
 }

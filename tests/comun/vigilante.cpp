@@ -8,11 +8,9 @@
 
 namespace {
 
-constexpr DWORD vigilante_PASO_MS = 100;    // between two looks without an event
-constexpr DWORD vigilante_PASO_OCULTA_MS =
-    2;    // while a box is being made: no event tells that it is complete
-constexpr uint64_t vigilante_INSISTE_MS =
-    500;    // a box that still stands then is asked again, in another way
+constexpr DWORD vigilante_PASO_MS = 100;       // between two looks without an event
+constexpr DWORD vigilante_PASO_OCULTA_MS = 2;  // while a box is being made: no event tells that it is complete
+constexpr uint64_t vigilante_INSISTE_MS = 500; // a box that still stands then is asked again, in another way
 
 // user32, bound when the process has it. Linking against it would load it into every test program.
 struct llamadas_user32 {
@@ -31,16 +29,16 @@ struct llamadas_user32 {
 
 struct caja_vista {
     HWND hwnd;
-    uint64_t pedido;    // tick of the last request to close
+    uint64_t pedido; // tick of the last request to close
     uint32_t num_peticiones;
-    bool sigue;    // seen again in this look
+    bool sigue; // seen again in this look
 };
 
 llamadas_user32 s_u;
-std::vector<caja_vista> &s_cajas = *new std::vector<caja_vista>;    // the thread's own; it outlives main()
-bool s_hay_oculta;     // the last look found a dialog box that is not visible yet
-HANDLE s_despierta;    // set when a module has been loaded
-HANDLE s_en_reposo;    // set once the hook stands
+std::vector<caja_vista> &s_cajas = *new std::vector<caja_vista>; // the thread's own; it outlives main()
+bool s_hay_oculta;  // the last look found a dialog box that is not visible yet
+HANDLE s_despierta; // set when a module has been loaded
+HANDLE s_en_reposo; // set once the hook stands
 
 template <typename funcion>
 void enlaza(HMODULE user32, const char *nombre, funcion *llamada)
@@ -68,9 +66,8 @@ std::string texto_de(HWND hwnd)
 {
     wchar_t ancho[4096];
     int num = hwnd == nullptr ? 0 : s_u.InternalGetWindowText(hwnd, ancho, 4096);
-    std::string texto(static_cast<size_t>(num) * 3, '\0');    // UTF-8 can be the ANSI code page
-    int bytes = WideCharToMultiByte(CP_ACP, 0, ancho, num, &texto[0], static_cast<int>(texto.size()), nullptr,
-                                    nullptr);
+    std::string texto(static_cast<size_t>(num) * 3, '\0'); // UTF-8 can be the ANSI code page
+    int bytes = WideCharToMultiByte(CP_ACP, 0, ancho, num, &texto[0], static_cast<int>(texto.size()), nullptr, nullptr);
     texto.resize(static_cast<size_t>(std::max(bytes, 0)));
     return texto;
 }
@@ -100,14 +97,13 @@ BOOL CALLBACK mira_ventana(HWND hwnd, LPARAM)
 {
     if (!es_caja_del_proceso(hwnd))
         return TRUE;
-    if (!s_u.IsWindowVisible(hwnd)) {    // its text may not be there yet
+    if (!s_u.IsWindowVisible(hwnd)) { // its text may not be there yet
         s_hay_oculta = true;
         return TRUE;
     }
-    auto vista =
-        std::find_if(s_cajas.begin(), s_cajas.end(), [=](const caja_vista &c) { return c.hwnd == hwnd; });
+    auto vista = std::find_if(s_cajas.begin(), s_cajas.end(), [=](const caja_vista &c) { return c.hwnd == hwnd; });
     if (vista == s_cajas.end()) {
-        const int id_texto = 0xffff;    // the static control of a message box
+        const int id_texto = 0xffff; // the static control of a message box
         anyade_informe(lee_informe(texto_de(hwnd), texto_de(s_u.GetDlgItem(hwnd, id_texto))));
         vista = s_cajas.insert(s_cajas.end(), caja_vista{hwnd, 0, 0, true});
     }
@@ -124,9 +120,8 @@ void mira_ventanas()
         caja.sigue = false;
     s_hay_oculta = false;
     s_u.EnumWindows(mira_ventana, 0);
-    s_cajas.erase(
-        std::remove_if(s_cajas.begin(), s_cajas.end(), [](const caja_vista &c) { return !c.sigue; }),
-        s_cajas.end());
+    s_cajas.erase(std::remove_if(s_cajas.begin(), s_cajas.end(), [](const caja_vista &c) { return !c.sigue; }),
+                  s_cajas.end());
 }
 
 // The event itself only wakes the thread; its loop then looks.
@@ -134,8 +129,8 @@ void CALLBACK ventana_creada(HWINEVENTHOOK, DWORD, HWND, LONG, LONG, DWORD, DWOR
 
 void vigila()
 {
-    s_u.SetWinEventHook(EVENT_OBJECT_CREATE, EVENT_OBJECT_CREATE, nullptr, ventana_creada,
-                        GetCurrentProcessId(), 0, WINEVENT_OUTOFCONTEXT);
+    s_u.SetWinEventHook(EVENT_OBJECT_CREATE, EVENT_OBJECT_CREATE, nullptr, ventana_creada, GetCurrentProcessId(), 0,
+                        WINEVENT_OUTOFCONTEXT);
     // The first wait opens the queue's handles: who counts handles must not see them come.
     s_u.MsgWaitForMultipleObjects(0, nullptr, FALSE, 0, QS_ALLINPUT);
     for (;;) {
@@ -144,14 +139,14 @@ void vigila()
             s_u.DispatchMessageW(&msg);
         mira_ventanas();
         SetEvent(s_en_reposo);
-        s_u.MsgWaitForMultipleObjects(
-            0, nullptr, FALSE, s_hay_oculta ? vigilante_PASO_OCULTA_MS : vigilante_PASO_MS, QS_ALLINPUT);
+        s_u.MsgWaitForMultipleObjects(0, nullptr, FALSE, s_hay_oculta ? vigilante_PASO_OCULTA_MS : vigilante_PASO_MS,
+                                      QS_ALLINPUT);
     }
 }
 
 void CALLBACK modulo_cargado(ULONG, const void *, void *)
 {
-    SetEvent(s_despierta);    // the loader is locked here: nothing more
+    SetEvent(s_despierta); // the loader is locked here: nothing more
 }
 
 // Without the notification the thread looks for user32 every few milliseconds.
@@ -161,8 +156,7 @@ DWORD pide_avisos_de_carga()
     void *direccion =
         reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), "LdrRegisterDllNotification"));
     static void *galleta;
-    if (direccion != nullptr &&
-        reinterpret_cast<registra>(direccion)(0, modulo_cargado, nullptr, &galleta) == 0)
+    if (direccion != nullptr && reinterpret_cast<registra>(direccion)(0, modulo_cargado, nullptr, &galleta) == 0)
         return vigilante_PASO_MS;
     return 5;
 }
@@ -172,12 +166,12 @@ DWORD WINAPI hilo_vigilante(void *)
     DWORD paso_ms = pide_avisos_de_carga();
     while (GetModuleHandleA("user32.dll") == nullptr)
         WaitForSingleObject(s_despierta, paso_ms);
-    enlaza_user32(LoadLibraryA("user32.dll"));    // waits until a load under way is complete
+    enlaza_user32(LoadLibraryA("user32.dll")); // waits until a load under way is complete
     vigila();
     return 0;
 }
 
-}
+} // namespace
 
 void arranca_vigilante()
 {

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-void arranca_vigilante();                   // once per process; further calls do nothing
+void arranca_vigilante(); // once per process; further calls do nothing
 
 // Waits until the thread has set itself up for a window system that is loaded. True at once if none is
 // loaded.

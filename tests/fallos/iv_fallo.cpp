@@ -5,7 +5,7 @@
 #include "iv_plataforma.h"
 
 static char s_punto[64];
-static volatile LONG s_faltan = 0;          // how often the place must be passed until it happens; 0 = disarmed
+static volatile LONG s_faltan = 0; // how often the place must be passed until it happens; 0 = disarmed
 static uint32_t s_modo;
 
 void iv_fallo_arma(const char *punto, uint32_t vez, uint32_t modo)

@@ -63,7 +63,7 @@ palabras parte(const std::string &linea)
             hasta = linea.size();
         lista.push_back(linea.substr(desde, hasta - desde));
     }
-    lista.resize(lista.size() + 5);      // missing words are empty
+    lista.resize(lista.size() + 5); // missing words are empty
     return lista;
 }
 
@@ -241,10 +241,10 @@ int obedece(const char *linea)
     palabras p = parte(linea);
     if (obedece_lugar(linea, p) || obedece_servidor(p) || obedece_cliente(linea, p) || obedece_cualquiera(linea, p))
         return 1;
-    return anfitrion_obedece(linea);        // "ESPERA", "SIGUE", "CIERRA", "ACABA"
+    return anfitrion_obedece(linea); // "ESPERA", "SIGUE", "CIERRA", "ACABA"
 }
 
-}
+} // namespace
 
 int main(int argc, char **argv)
 {

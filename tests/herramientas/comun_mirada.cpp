@@ -249,9 +249,9 @@ TEST_F(mirada_a_mano, servidor_y_cliente_son_los_que_lo_son_y_el_servidor_tiene_
         uint64_t ventana;
         int esperado; // -1: nobody
     } servidores[] = {
-        {0, 0, 1, 0x10, 0}, {0, 0, 0, 0x10, -1}, {0, 1, 1, 0x10, -1}, {0, 2, 1, 0x10, 0}, {0, 0, 1, 0, -1},
-        {1, 0, 1, 0, 1},    {2, 0, 1, 0, -1},    {2, 0, 1, 0x10, 0},  {9, 0, 1, 0x10, 0}, {9, 0, 1, 0, -1},
-        {16, 0, 1, 0, -1},  {65535, 0, 1, 0, -1}, {0, 0, 1, 0x20, 3}, {4, 0, 1, 0x20, 4}, {0, 0, 1, 0x30, -1},
+        {0, 0, 1, 0x10, 0}, {0, 0, 0, 0x10, -1},  {0, 1, 1, 0x10, -1}, {0, 2, 1, 0x10, 0}, {0, 0, 1, 0, -1},
+        {1, 0, 1, 0, 1},    {2, 0, 1, 0, -1},     {2, 0, 1, 0x10, 0},  {9, 0, 1, 0x10, 0}, {9, 0, 1, 0, -1},
+        {16, 0, 1, 0, -1},  {65535, 0, 1, 0, -1}, {0, 0, 1, 0x20, 3},  {4, 0, 1, 0x20, 4}, {0, 0, 1, 0x30, -1},
     };
     for (const auto &f : servidores) {
         registro.pon_u16(servicio(0) + 64, f.en_tabla);
@@ -274,7 +274,7 @@ TEST_F(mirada_a_mano, servidor_y_cliente_son_los_que_lo_son_y_el_servidor_tiene_
         const programa_visto *p = cliente_de(e, e.servicios[0]);
         EXPECT_EQ(p != nullptr ? static_cast<int>(p->id_programa) : -1, f.esperado) << f.en_tabla;
     }
-    registro.pon_texto(servicio(0), "");     // a channel that the table does not name
+    registro.pon_texto(servicio(0), ""); // a channel that the table does not name
     canal.pon_u16(28, 0);
     canal.pon_u32(30, 1);
     canal.pon_u64(16, 0x10);

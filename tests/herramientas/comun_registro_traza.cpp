@@ -199,7 +199,7 @@ TEST(registro_traza, de_lo_dicho_antes_del_primer_registro_se_guarda_lo_ultimo_h
 {
     for (size_t largo : {size_t(60000), size_t(10)}) {
         montaje m;
-        for (int i = 0; i < 20000; i += largo > 10 ? 1000 : 1)
+        for (int i = 0; i<20000; i += largo> 10 ? 1000 : 1)
             m.di(1, std::to_string(i) + std::string(largo, '.') + "\n");
         m.di(1, "\n*** 5:  ESTOY VIVO 0\n");
         m.acaba();

@@ -238,8 +238,7 @@ TEST_F(vigia_del_escritorio, se_registra_y_dice_cada_actividad_con_sus_campos)
 
 // ---- While the loop stands still
 
-class vigia_parado : public vigia_del_escritorio, public ::testing::WithParamInterface<uint32_t> {
-};
+class vigia_parado : public vigia_del_escritorio, public ::testing::WithParamInterface<uint32_t> {};
 
 TEST_P(vigia_parado, dice_lo_que_queda_en_el_anillo_y_lo_demas_como_perdido)
 {

@@ -20,7 +20,7 @@ int main(int argc, char **argv)
     HANDLE ctrl_c = argc > 2 ? OpenEventA(SYNCHRONIZE, FALSE, argv[1]) : nullptr;
     if (ctrl_c == nullptr)
         return 126;
-    SetConsoleOutputCP(850);                // another than programs here take
+    SetConsoleOutputCP(850); // another than programs here take
     const UINT pagina = GetConsoleOutputCP();
     std::wstring orden = resto(GetCommandLineW());
     STARTUPINFOW inicio = {};
@@ -28,7 +28,7 @@ int main(int argc, char **argv)
     PROCESS_INFORMATION hijo = {};
     if (!CreateProcessW(nullptr, &orden[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr, &inicio, &hijo))
         return 126;
-    SetConsoleCtrlHandler(nullptr, TRUE);   // behind the start, since a process inherits that it hears no Ctrl-C
+    SetConsoleCtrlHandler(nullptr, TRUE); // behind the start, since a process inherits that it hears no Ctrl-C
     HANDLE ambos[] = {hijo.hProcess, ctrl_c};
     WaitForMultipleObjects(2, ambos, FALSE, INFINITE);
     while (WaitForSingleObject(hijo.hProcess, 0) == WAIT_TIMEOUT) { // again: one that came before it listened is lost

@@ -95,16 +95,23 @@ static int32_t di_quien_esta_delante()
 static int32_t otros(anfitrion_peticion *p)
 {
     switch (p->id_comando) {
-    case CRUDO: return hace_crudo(p);
-    case SALIDA: return hace_salida(p);
-    case SALIDA_ANCHA: return hace_salida_ancha(p);
+    case CRUDO:
+        return hace_crudo(p);
+    case SALIDA:
+        return hace_salida(p);
+    case SALIDA_ANCHA:
+        return hace_salida_ancha(p);
     case SALIDA_QUE_NO_HAY:
         ivrexa_set_datos_salida_comando(p->servicio, p->id_comando, 4242, L"", L"", L"");
         return 1;
-    case DELANTE: return di_quien_esta_delante();
-    case LARGA: return hace_larga(p);
-    case SALIDA_MAL: return hace_salida_mal(p);
-    default: return 99;
+    case DELANTE:
+        return di_quien_esta_delante();
+    case LARGA:
+        return hace_larga(p);
+    case SALIDA_MAL:
+        return hace_salida_mal(p);
+    default:
+        return 99;
     }
 }
 
@@ -140,11 +147,21 @@ INSTANTIATE_TEST_SUITE_P(servidor, call_de, ::testing::ValuesIn(CLASES),
 
 // ---- Values and texts, there and back
 
-static const std::vector<std::string> TODOS = {
-    "b:byte=0xff", "u:ushort=65535", "l:ulong=4294967295", "d:double=-1.5", "h:hwnd=0x1122334455667788",
-    "bytes:buffer=00ff7f", "vacio:buffer=", "a:ansi=a\xc3\xb1o", "v:ansi=", "n:ansi",
-    "w:wide=\xe2\x82\xac\xf0\x9f\x98\x80",
-    "wv:wide=", "wn:wide", "arr:ansi[]=[\"uno\",\"\",\"tres\"]", "arr0:ansi[]=[]"};
+static const std::vector<std::string> TODOS = {"b:byte=0xff",
+                                               "u:ushort=65535",
+                                               "l:ulong=4294967295",
+                                               "d:double=-1.5",
+                                               "h:hwnd=0x1122334455667788",
+                                               "bytes:buffer=00ff7f",
+                                               "vacio:buffer=",
+                                               "a:ansi=a\xc3\xb1o",
+                                               "v:ansi=",
+                                               "n:ansi",
+                                               "w:wide=\xe2\x82\xac\xf0\x9f\x98\x80",
+                                               "wv:wide=",
+                                               "wn:wide",
+                                               "arr:ansi[]=[\"uno\",\"\",\"tres\"]",
+                                               "arr0:ansi[]=[]"};
 
 static const char *const TODOS_EN_EL_SERVIDOR =
     "ENTRADA 15;1:b=ff;2:u=ffff;3:l=ffffffff;4:d=000000000000f8bf;8:h=8877665544332211;5:bytes=00ff7f;5:vacio=nulo;"
@@ -247,9 +264,17 @@ TEST_F(call, los_nulos_de_un_arreglo_y_un_fichero_llegan_al_servidor_byte_a_byte
     salida_de s = llama(CRUDO, {"s:ansi[]=[\"u\",null]", "f:buffer=@" + ruta});
     DeleteFileA(ruta.c_str());
     EXPECT_EQ(s.codigo, 0u);
-    EXPECT_EQ(servidor.espera_linea("CRUDO ", 5000),
-              "CRUDO 02000000" "09027300" "02000000" "14000000" "1a000000" "02000000" "7500" "00000000"
-              "05026600" "05000000" "000d0a1aff");
+    EXPECT_EQ(servidor.espera_linea("CRUDO ", 5000), "CRUDO 02000000"
+                                                     "09027300"
+                                                     "02000000"
+                                                     "14000000"
+                                                     "1a000000"
+                                                     "02000000"
+                                                     "7500"
+                                                     "00000000"
+                                                     "05026600"
+                                                     "05000000"
+                                                     "000d0a1aff");
 }
 
 // The server's library takes the first position for the count, and reports what it then misses.
@@ -335,12 +360,12 @@ TEST_F(call, textos_y_nombres_llegan_enteros_en_su_limite)
 TEST_F(call, el_estado_de_salida_dice_el_resultado)
 {
     papel servidor = arranca("ventana");
-    struct { uint32_t resultado, codigo; const char *salida; } const casos[] = {
-        {0, 10, "result NINGUNO (0)\n"},
-        {2, 12, "result CANCELADO (2)\n"},
-        {3, 13, "result ERROR (3)\n"},
-        {4, 14, "result 4\n"},
-        {19, 14, "result 19\n"},
+    struct {
+        uint32_t resultado, codigo;
+        const char *salida;
+    } const casos[] = {
+        {0, 10, "result NINGUNO (0)\n"}, {2, 12, "result CANCELADO (2)\n"}, {3, 13, "result ERROR (3)\n"},
+        {4, 14, "result 4\n"},           {19, 14, "result 19\n"},
     };
     for (const auto &caso : casos) {
         salida_de s = llama(anfitrion_PRIMER_NUMERO + caso.resultado);
@@ -356,9 +381,9 @@ TEST_F(call, el_estado_de_salida_dice_el_resultado)
     EXPECT_EQ(s.codigo, 14u);
     EXPECT_EQ(s.salida, "result 4294967289 (-7)\n");
     s = llama(anfitrion_RESULTADO, {"--text1", "7", "--json"});
-    EXPECT_EQ(json::parse(s.salida),
-              json::parse(R"({"service":")" + servicio() + R"(","id":101,"result":{"code":7,"name":null},)"
-                          R"("texts":["","",""],"values":[]})"));
+    EXPECT_EQ(json::parse(s.salida), json::parse(R"({"service":")" + servicio() +
+                                                 R"(","id":101,"result":{"code":7,"name":null},)"
+                                                 R"("texts":["","",""],"values":[]})"));
 }
 
 TEST_F(call, un_servidor_con_ventana_que_muere_en_el_comando_da_ninguno_y_una_pista)
@@ -480,7 +505,11 @@ TEST_F(call, lo_que_no_vale_se_rechaza_sin_tocar_nada)
 {
     papel servidor = arranca("ventana");
     std::string s63(63, 's');
-    struct { std::vector<std::string> args; uint32_t codigo; const char *error; } const casos[] = {
+    struct {
+        std::vector<std::string> args;
+        uint32_t codigo;
+        const char *error;
+    } const casos[] = {
         {{servicio()}, 64, "ID is required"},
         {{servicio(), "0"}, 64, "ivrexactl call: id: 0 is the library's own"},
         {{servicio(), "1"}, 64, "use 'ivrexactl end'"},
@@ -565,7 +594,7 @@ TEST_F(call, con_la_tabla_llena_sirve_la_entrada_de_uno_que_murio)
     servidor.di("SIGUE");
     EXPECT_LT(busca_programa("ivrexactl"), 16u);
     llena_programas();
-    canal().pon_u32(1198, 0);                   // the claim that it left
+    canal().pon_u32(1198, 0); // the claim that it left
     EXPECT_EQ(llama(anfitrion_NADA).codigo, 0u);
     EXPECT_EQ(busca_programa("ivrexactl"), 16u);
 }

@@ -120,8 +120,7 @@ TEST_F(doctor, no_cambia_ni_deja_nada)
 
 // ---- At full speed
 
-class doctor_con_trafico : public doctor, public ::testing::WithParamInterface<const char *> {
-};
+class doctor_con_trafico : public doctor, public ::testing::WithParamInterface<const char *> {};
 
 TEST_P(doctor_con_trafico, comandos_a_toda_velocidad_no_son_problemas)
 {
@@ -228,6 +227,5 @@ TEST_F(doctor, ctrl_c_lo_para_con_una_linea)
     h.pulsa_ctrl_c();
     EXPECT_EQ(h.espera_fin(15000), 75u);
     EXPECT_EQ(h.salida(), "");
-    EXPECT_EQ(h.error(),
-              "ivrexactl doctor: it was stopped before it had seen enough; let it run to its end\n");
+    EXPECT_EQ(h.error(), "ivrexactl doctor: it was stopped before it had seen enough; let it run to its end\n");
 }

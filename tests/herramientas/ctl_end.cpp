@@ -151,8 +151,8 @@ TEST_F(fin, dice_los_otros_servicios_del_mismo_programa)
     EXPECT_EQ(s.codigo, 0u);
     EXPECT_EQ(s.salida, "ended\n");
     EXPECT_EQ(s.error, nota() + "note: the same program still offers \"" + otro + "\"\n");
-    EXPECT_EQ(ejecuta_ctl({"end", otro}).error, "note: takes a program entry and the client slot of \"" + otro +
-                                                    "\" while it runs\n");
+    EXPECT_EQ(ejecuta_ctl({"end", otro}).error,
+              "note: takes a program entry and the client slot of \"" + otro + "\" while it runs\n");
 }
 
 TEST_F(fin, sin_ventana_con_la_tabla_de_programas_llena_se_rechaza_sin_caja)

@@ -66,11 +66,21 @@ private:
 
 TEST(entrada, numeros_en_decimal_y_hexadecimal_hasta_su_limite)
 {
-    struct { const char *argumento; uint32_t tipo; uint64_t numero; } const casos[] = {
-        {"n:byte=0", 1, 0}, {"n:byte=255", 1, 255}, {"n:byte=0xfF", 1, 255}, {"n:byte=007", 1, 7},
-        {"n:ushort=65535", 2, 65535}, {"n:ushort=0X0", 2, 0},
-        {"n:ulong=4294967295", 3, 4294967295u}, {"n:ulong=0xffffffff", 3, 4294967295u},
-        {"n:hwnd=18446744073709551615", 8, UINT64_MAX}, {"n:hwnd=0x1122334455667788", 8, 0x1122334455667788u},
+    struct {
+        const char *argumento;
+        uint32_t tipo;
+        uint64_t numero;
+    } const casos[] = {
+        {"n:byte=0", 1, 0},
+        {"n:byte=255", 1, 255},
+        {"n:byte=0xfF", 1, 255},
+        {"n:byte=007", 1, 7},
+        {"n:ushort=65535", 2, 65535},
+        {"n:ushort=0X0", 2, 0},
+        {"n:ulong=4294967295", 3, 4294967295u},
+        {"n:ulong=0xffffffff", 3, 4294967295u},
+        {"n:hwnd=18446744073709551615", 8, UINT64_MAX},
+        {"n:hwnd=0x1122334455667788", 8, 0x1122334455667788u},
     };
     for (const auto &caso : casos) {
         dato d = lee_dato(caso.argumento);
@@ -82,10 +92,9 @@ TEST(entrada, numeros_en_decimal_y_hexadecimal_hasta_su_limite)
 
 TEST(entrada, numeros_que_no_caben_o_no_lo_son_se_rechazan)
 {
-    for (const char *argumento :
-         {"n:byte=256", "n:byte=0x100", "n:ushort=65536", "n:ulong=4294967296", "n:hwnd=18446744073709551616",
-          "n:byte=", "n:byte=-1", "n:byte=+1", "n:byte= 1", "n:byte=1 ", "n:byte=1.0", "n:byte=0x", "n:byte=0xg",
-          "n:byte=ff", "n:ulong=1e3"})
+    for (const char *argumento : {"n:byte=256", "n:byte=0x100", "n:ushort=65536", "n:ulong=4294967296",
+                                  "n:hwnd=18446744073709551616", "n:byte=", "n:byte=-1", "n:byte=+1", "n:byte= 1",
+                                  "n:byte=1 ", "n:byte=1.0", "n:byte=0x", "n:byte=0xg", "n:byte=ff", "n:ulong=1e3"})
         EXPECT_NE(refused(argumento).find("is not a number from 0 to "), std::string::npos) << argumento;
     EXPECT_EQ(refused("n:byte=256"), "value \"n\": \"256\" is not a number from 0 to 255, decimal or as 0x...");
 }
@@ -197,9 +206,8 @@ TEST(entrada, sin_tipo_con_otro_o_sin_valor_se_rechaza)
               "value \"x\": there is no type \"int\"; the types are byte ushort ulong double buffer "
               "ansi wide hwnd ansi[] wide[]");
     for (const char *tipo : {"byte", "ushort", "ulong", "double", "buffer", "hwnd", "ansi[]", "wide[]"})
-        EXPECT_EQ(refused(std::string("x:") + tipo),
-                  std::string("value \"x\": a value of type ") + tipo +
-                      " is missing; only a text, ansi or wide, can be null");
+        EXPECT_EQ(refused(std::string("x:") + tipo), std::string("value \"x\": a value of type ") + tipo +
+                                                         " is missing; only a text, ansi or wide, can be null");
 }
 
 // ---- Service, id, texts of the command
@@ -231,9 +239,9 @@ TEST(entrada, un_texto_se_cuenta_en_unidades_utf16)
     EXPECT_EQ(fallo_de([] { lee_texto("--text1", std::string(64, 'x'), MAX_TEXTO_CORTO); }, codigo_USO),
               "--text1: the text has 64 characters, and only 63 reach the server");
     EXPECT_EQ(lee_texto("--text2", std::string(253, 'x') + "\xf0\x9f\x98\x80", MAX_TEXTO_LARGO).size(), 255u);
-    EXPECT_EQ(fallo_de([] { lee_texto("--text3", std::string(254, 'x') + "\xf0\x9f\x98\x80", MAX_TEXTO_LARGO); },
-                       codigo_USO),
-              "--text3: the text has 256 characters, and only 255 reach the server");
+    EXPECT_EQ(
+        fallo_de([] { lee_texto("--text3", std::string(254, 'x') + "\xf0\x9f\x98\x80", MAX_TEXTO_LARGO); }, codigo_USO),
+        "--text3: the text has 256 characters, and only 255 reach the server");
 }
 
 // ---- Bytes
@@ -268,7 +276,9 @@ private:
 
 TEST_F(entrada_en_bloque, cada_tipo_es_los_bytes_del_formato_y_su_tamanyo_se_sabe_antes)
 {
-    struct { const char *argumento; const char *bytes;
+    struct {
+        const char *argumento;
+        const char *bytes;
     } const casos[] = {
         {"b:byte=0xfe", "01 02 6200 fe"},
         {"u:ushort=0x1234", "02 02 7500 3412"},

@@ -73,20 +73,22 @@ TEST_F(ivrexactl_list, sin_ningun_nombre_o_sin_registro_termina_con_0_y_lo_dice_
 TEST_F(ivrexactl_list, con_long_y_con_json_da_version_y_servidor)
 {
     papel servidor = arranca_servidor("sin_ventana", calc);
-    papel cliente = arranca_cliente("sin_ventana", otro);       // enters a name that nobody serves
+    papel cliente = arranca_cliente("sin_ventana", otro); // enters a name that nobody serves
     std::vector<std::string> lineas = en_lineas(lista({"--long"}));
     ASSERT_EQ(lineas.size(), 3u);
     std::string ancho(std::max(calc.size(), otro.size()) - 4, ' ');
     EXPECT_EQ(lineas[0], "name" + ancho + "  version  attached  server");
-    EXPECT_EQ(lineas[1], calc + std::string(ancho.size() + 4 - calc.size(), ' ') + "  300      yes       "
-                             + ruta_de(servidor));
+    EXPECT_EQ(lineas[1],
+              calc + std::string(ancho.size() + 4 - calc.size(), ' ') + "  300      yes       " + ruta_de(servidor));
     EXPECT_EQ(lineas[2], otro + std::string(ancho.size() + 4 - otro.size(), ' ') + "  -        no        -");
     json j = json::parse(lista({"Calc", "--json"}));
-    EXPECT_EQ(j["services"], json::array({json{{"index", 0}, {"name", calc}, {"version", 300},
-                                               {"server", ruta_de(servidor)}, {"attached", true}}}));
+    EXPECT_EQ(j["services"],
+              json::array({json{
+                  {"index", 0}, {"name", calc}, {"version", 300}, {"server", ruta_de(servidor)}, {"attached", true}}}));
     j = json::parse(lista({"Otro", "--json"}));
-    EXPECT_EQ(j["services"], json::array({json{{"index", 1}, {"name", otro}, {"version", nullptr},
-                                               {"server", nullptr}, {"attached", false}}}));
+    EXPECT_EQ(j["services"],
+              json::array({json{
+                  {"index", 1}, {"name", otro}, {"version", nullptr}, {"server", nullptr}, {"attached", false}}}));
 }
 
 TEST_F(ivrexactl_list, un_nombre_con_controles_es_una_linea)
@@ -112,7 +114,7 @@ TEST_F(ivrexactl_list, compara_como_la_biblioteca)
         if (!s.salida.empty())
             primera = en_lineas(s.salida)[0];
         char nombre[64] = "";
-        ivrexa_hay_servicio_registrado_empiece_por(prefijo, nombre, nullptr);   // no channel: only the name counts
+        ivrexa_hay_servicio_registrado_empiece_por(prefijo, nombre, nullptr); // no channel: only the name counts
         EXPECT_EQ(primera, nombre) << prefijo;
     }
 }
@@ -164,8 +166,8 @@ TEST_F(ivrexactl_has, decide_como_la_biblioteca)
         uint16_t terminado;
         uint32_t estado;
         const char *hay;
-    } const filas[] = {{0, 0, "no"}, {0, 1, "yes"}, {0, 2, "yes"}, {0, 3, "yes"}, {0, 77, "yes"}, {1, 1, "no"},
-                       {2, 1, "yes"}, {1, 0, "no"}};
+    } const filas[] = {{0, 0, "no"},   {0, 1, "yes"}, {0, 2, "yes"}, {0, 3, "yes"},
+                       {0, 77, "yes"}, {1, 1, "no"},  {2, 1, "yes"}, {1, 0, "no"}};
     for (const auto &fila : filas) {
         canal.pon_u16(28, fila.terminado);
         canal.pon_u32(30, fila.estado);
@@ -211,7 +213,7 @@ TEST_F(ivrexactl_has, ni_has_ni_list_registran_nada_ni_cambian_un_byte)
 {
     papel servidor = arranca_servidor("sin_ventana", calc);
     bloque_crudo registro("Ivrexa_MCB"), canal(nombre_canal(calc).c_str());
-    servidor.suspende();                    // nobody else writes
+    servidor.suspende(); // nobody else writes
     std::vector<uint8_t> antes = registro.bytes(0, 8886), canal_antes = canal.bytes(0, 2378);
     EXPECT_EQ(hay(calc), "yes");
     EXPECT_EQ(hay(otro), "no");

@@ -588,8 +588,9 @@ TEST_F(ctl_monitor, argumentos_sin_sentido_terminan_con_64)
     for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{
              {"monitor", "--kind", "gap"}, {"monitor", "--count", "0"}, {"monitor", "--for", "x"}, {"monitor", "S"}})
         EXPECT_EQ(ejecuta_ctl(args).codigo, 64u) << args.back();
-    EXPECT_EQ(ejecuta_ctl({"monitor", "--for", "0"}).error,
-              "ivrexactl monitor: --for: \"0\" is no number of seconds above 0; 'ivrexactl monitor --help' says more\n");
+    EXPECT_EQ(
+        ejecuta_ctl({"monitor", "--for", "0"}).error,
+        "ivrexactl monitor: --for: \"0\" is no number of seconds above 0; 'ivrexactl monitor --help' says more\n");
     EXPECT_EQ(ejecuta_ctl({"monitor", "--count", "0"}).error,
               "ivrexactl monitor: --count: \"0\" is no whole number above 0; 'ivrexactl monitor --help' says more\n");
 }

@@ -128,7 +128,7 @@ TEST_F(ivrexactl_status, muestra_programas_y_servicios_con_sus_lados_y_latidos)
     std::string ventana = servidor.espera_linea("HWND ", MS).substr(5);
     papel cliente = arranca_cliente("sin_ventana", servicio);
     json j;
-    auto se_mueve_todo = [&] {                  // a machine that stalls shows one silent for a moment
+    auto se_mueve_todo = [&] { // a machine that stalls shows one silent for a moment
         j = estado();
         for (const json &p : j["programs"])
             if (p["heartbeat"]["state"] != "moving")
@@ -141,7 +141,8 @@ TEST_F(ivrexactl_status, muestra_programas_y_servicios_con_sus_lados_y_latidos)
     EXPECT_EQ(j["registry"]["problem"], nullptr);
     EXPECT_EQ(j["registry"]["torn"], false);
     EXPECT_EQ(j["tables"], (json{{"programs", {{"used", 2}, {"size", 16}}},
-                                 {"services", {{"used", 2}, {"size", 32}}}, {"unnamed_channels", 0}}));
+                                 {"services", {{"used", 2}, {"size", 32}}},
+                                 {"unnamed_channels", 0}}));
 
     json s = busca(j["programs"], "path", ruta_de(servidor)), c = busca(j["programs"], "path", ruta_de(cliente));
     EXPECT_EQ(s["kinds"], json::array({"server"}));
@@ -173,8 +174,9 @@ TEST_F(ivrexactl_status, en_texto_dice_lo_mismo_en_columnas)
     EXPECT_TRUE(contiene(t, "  entry  program ")) << t;
     EXPECT_TRUE(contiene(t, "(pid " + std::to_string(servidor.pid()) + ")")) << t;
     EXPECT_TRUE(contiene(t, "not seen to move yet (count ")) << t;
-    EXPECT_TRUE(contiene(t, "Services: 1 of 32\n  0  " + servicio + "\n       server   entry 0, " + ruta_de(servidor)
-                                + "\n       client   entry 1, " + ruta_de(cliente) + "\n       version  300\n")) << t;
+    EXPECT_TRUE(contiene(t, "Services: 1 of 32\n  0  " + servicio + "\n       server   entry 0, " + ruta_de(servidor) +
+                                "\n       client   entry 1, " + ruta_de(cliente) + "\n       version  300\n"))
+        << t;
     EXPECT_TRUE(contiene(t, "states   server waiting; channel free; command state none\n")) << t;
     EXPECT_TRUE(contiene(t, "command  none\n")) << t;
     EXPECT_TRUE(contiene(t, "mailbox  free\nMonitor: none\n")) << t;
@@ -192,7 +194,7 @@ TEST_F(ivrexactl_status, un_servicio_sin_cliente_y_un_nombre_sin_servidor_no_tie
     EXPECT_TRUE(contiene(t, "server   entry 0, " + ruta_de(servidor) + "\n       client   none\n")) << t;
     EXPECT_TRUE(contiene(t, "; client has not waited\n")) << t;
 
-    papel cliente = arranca_cliente("sin_ventana", otro);       // enters a name that nobody serves
+    papel cliente = arranca_cliente("sin_ventana", otro); // enters a name that nobody serves
     s = busca(estado({"--no-wait"})["services"], "name", otro);
     EXPECT_EQ(s["server"], (json{{"entry", 0}, {"program", nullptr}}));
     EXPECT_EQ(s["client"], (json{{"entry", 1}, {"program", ruta_de(cliente)}}));
@@ -237,7 +239,7 @@ TEST_F(ivrexactl_status, muestra_un_comando_en_marcha_y_lo_que_espera_cada_lado)
     EXPECT_EQ(s["channel"]["server_state"]["name"], "executing");
     EXPECT_EQ(s["channel"]["occupancy"]["name"], "under way");
     EXPECT_EQ(s["server_waits"]["for"], "for a command");
-    EXPECT_GT(s["server_waits"]["rounds"], 0);      // it waited for the client's first heartbeat
+    EXPECT_GT(s["server_waits"]["rounds"], 0); // it waited for the client's first heartbeat
     EXPECT_TRUE(contiene(texto(), "       command  103\n"));
     servidor.di("SIGUE");
     cliente.espera_linea("RESULTADO 1", MS);
@@ -279,7 +281,7 @@ TEST_F(ivrexactl_status, un_programa_muerto_y_uno_parado_estan_callados_y_el_otr
     muerto.mata();
     parado.suspende();
     json programas;
-    auto se_mueve = [&](const papel &p) {       // a machine that stalls shows it silent for a moment
+    auto se_mueve = [&](const papel &p) { // a machine that stalls shows it silent for a moment
         programas = estado()["programs"];
         return busca(programas, "path", ruta_de(p))["heartbeat"]["state"] == "moving";
     };
@@ -302,7 +304,7 @@ TEST_F(ivrexactl_status, un_programa_muerto_y_uno_parado_estan_callados_y_el_otr
 TEST_F(ivrexactl_status, con_watch_los_segundos_callados_crecen)
 {
     papel muerto = arranca_servidor("sin_ventana", servicio);
-    bloque_crudo registro("Ivrexa_MCB");        // what keeps the entry
+    bloque_crudo registro("Ivrexa_MCB"); // what keeps the entry
     muerto.mata();
     herramienta mirando({"status", "--watch", "0.2"});
     std::string antes = mirando.espera_salida("silent for ", MS);
@@ -331,10 +333,10 @@ TEST_F(ivrexactl_status, no_cambia_ni_un_byte_y_no_espera_a_ningun_cerrojo)
     bloque_crudo registro("Ivrexa_MCB"), bloque(canal.c_str());
     mutex_crudo del_registro("Ivrexa_Mutex_MCB"), del_servicio(("Mutex_Ivrexa_" + servicio).c_str()),
         interno(("Mutex_Ivrexa_" + servicio + "Interno").c_str(), mutex_crudo::modo::crea);
-    ASSERT_TRUE(del_servicio.retiene(5000));    // the registry's last, as those who wait for another hold it shortly
+    ASSERT_TRUE(del_servicio.retiene(5000)); // the registry's last, as those who wait for another hold it shortly
     ASSERT_TRUE(interno.retiene(5000));
     ASSERT_TRUE(del_registro.retiene(5000));
-    servidor.suspende();                        // nobody else writes
+    servidor.suspende(); // nobody else writes
     cliente.suspende();
     std::vector<uint8_t> antes = registro.bytes(0, 8886), canal_antes = bloque.bytes(0, 2378);
     json j = estado();
@@ -362,7 +364,7 @@ TEST_F(ivrexactl_status, mirando_no_acumula_manejadores_ni_mantiene_vivo_ningun_
     uint32_t antes = manejadores_de(mirando.pid());
     ASSERT_TRUE(espera_miradas(30));
     EXPECT_GT(antes, 0u);
-    EXPECT_LE(manejadores_de(mirando.pid()), antes + 3);    // those of a look under way
+    EXPECT_LE(manejadores_de(mirando.pid()), antes + 3); // those of a look under way
     acaba(servidor);
     EXPECT_TRUE(espera_hasta([&] { return !existe_bloque("Ivrexa_MCB") && !existe_bloque(canal.c_str()); }, 10000));
     std::string todo = mirando.espera_salida("\"registry\":null", 10000);
@@ -409,7 +411,7 @@ TEST_F(ivrexactl_status, un_registro_de_otro_tamanyo_o_que_miente_se_muestra_com
         json j = estado({"--no-wait"});
         EXPECT_EQ(j["registry"]["size"], mentira);
         EXPECT_TRUE(j["registry"]["problem"].is_string()) << j;
-        EXPECT_LE(j["registry"]["readable"].get<uint32_t>(), 4092u);    // a page without its header
+        EXPECT_LE(j["registry"]["readable"].get<uint32_t>(), 4092u); // a page without its header
     }
 }
 
@@ -455,7 +457,7 @@ TEST_F(ivrexactl_status, indices_y_estados_que_no_hay_se_muestran_sin_seguirlos)
         EXPECT_TRUE(contiene(t, std::string("server   ") + dichos[i] + "\n       client   " + dichos[3 - i])) << t;
     EXPECT_TRUE(contiene(t, "states   server ?1000030, ended: ?7; channel ?1001198; command state ?1000004\n")) << t;
     EXPECT_TRUE(contiene(t, "waits    server ?9, 4,294,967,295 rounds; client ?4294967295, 0 rounds\n")) << t;
-    registro.pon_texto(en_servicio(9, 0), "s9");            // as a new name is: both are 0
+    registro.pon_texto(en_servicio(9, 0), "s9"); // as a new name is: both are 0
     EXPECT_TRUE(contiene(texto(), "server   none, or gone (entry 0 is free)\n"));
     EXPECT_TRUE(contiene(t, "windows  server 0xdeadbeefdeadbeef (gone), client none\n")) << t;
     EXPECT_TRUE(contiene(t, "mailbox  ?1002362: client 0, datum 0, no block\n")) << t;
@@ -484,7 +486,7 @@ TEST_F(ivrexactl_status, los_caracteres_de_control_de_un_nombre_no_rompen_ningun
     EXPECT_EQ(num_lineas[0], num_lineas[1]);
     json j = estado({"--no-wait"});
     EXPECT_EQ(j["services"][0]["name"], "s\n  9  otro\tfin");
-    registro.pon_bytes(en_programa(2, 0), std::vector<uint8_t>(256, 'p'));      // names without an end
+    registro.pon_bytes(en_programa(2, 0), std::vector<uint8_t>(256, 'p')); // names without an end
     registro.pon_bytes(en_servicio(1, 0), std::vector<uint8_t>(64, 's'));
     j = estado({"--no-wait"});
     EXPECT_EQ(j["programs"][0]["path"], std::string(256, 'p'));
@@ -516,7 +518,8 @@ TEST_F(ivrexactl_status, dice_lo_llena_que_esta_cada_tabla_lo_que_hay_en_un_buzo
     EXPECT_TRUE(contiene(t, "mailbox  written: client 2, datum 7, block 105\n")) << t;
     EXPECT_TRUE(contiene(t, "       channel  none\n")) << t;
     EXPECT_TRUE(contiene(t, "command  203 (none in the channel)\n       waits    server for a command, 12 rounds; "
-                            "client for the server to finish, 1 round\n")) << t;
+                            "client for the server to finish, 1 round\n"))
+        << t;
 }
 
 // ---- Again and again
@@ -533,7 +536,7 @@ TEST_F(ivrexactl_status, con_watch_separa_cada_mirada_y_con_json_es_una_linea)
             EXPECT_EQ(i == 0 || lineas[i - 1].empty(), true);
         }
     EXPECT_EQ(num, 3u);
-    salida_de s = ejecuta_ctl({"status", "--json", "--count", "2", "--watch"});     // each second
+    salida_de s = ejecuta_ctl({"status", "--json", "--count", "2", "--watch"}); // each second
     ASSERT_EQ(en_lineas(s.salida).size(), 2u) << s.salida << s.error;
     for (const std::string &linea : en_lineas(s.salida))
         EXPECT_EQ(en_json(linea)["registry"]["size"], 8886);
@@ -552,9 +555,15 @@ TEST_F(ivrexactl_status, ctrl_c_termina_con_0)
 
 TEST_F(ivrexactl_status, argumentos_sin_sentido_terminan_con_64)
 {
-    for (const std::vector<std::string> &mas : std::vector<std::vector<std::string>>{
-             {"--watch", "x"}, {"--watch", "0"}, {"--watch", "-1"}, {"--watch", "1e9"}, {"--watch", "nan"},
-             {"--count", "3"}, {"--watch", "1", "--count", "0"}, {"--no-wait", "--watch"}, {"otro"}}) {
+    for (const std::vector<std::string> &mas : std::vector<std::vector<std::string>>{{"--watch", "x"},
+                                                                                     {"--watch", "0"},
+                                                                                     {"--watch", "-1"},
+                                                                                     {"--watch", "1e9"},
+                                                                                     {"--watch", "nan"},
+                                                                                     {"--count", "3"},
+                                                                                     {"--watch", "1", "--count", "0"},
+                                                                                     {"--no-wait", "--watch"},
+                                                                                     {"otro"}}) {
         std::vector<std::string> args = {"status"};
         args.insert(args.end(), mas.begin(), mas.end());
         salida_de s = ejecuta_ctl(args);

@@ -12,7 +12,7 @@ TEST(ivrexactl, la_ayuda_nombra_cada_suborden)
     EXPECT_EQ(s.error, "");
     for (const char *suborden : SUBORDENES)
         EXPECT_NE(s.salida.find("\n  " + std::string(suborden) + " "), std::string::npos) << suborden << "\n"
-                                                                                      << s.salida;
+                                                                                          << s.salida;
 }
 
 TEST(ivrexactl, cada_suborden_tiene_su_ayuda)
@@ -67,9 +67,14 @@ TEST(ivrexactl, si_nadie_lee_su_salida_lo_dice_y_termina_con_73)
 {
     opciones_herramienta opciones;
     opciones.sin_lector = true;
-    for (const std::vector<std::string> &args :
-         std::vector<std::vector<std::string>>{{"--help"}, {"--version"}, {"status", "--help"}, {"status"},
-                                               {"status", "--json"}, {"list", "--json"}, {"has", "S"}, {"doctor"}}) {
+    for (const std::vector<std::string> &args : std::vector<std::vector<std::string>>{{"--help"},
+                                                                                      {"--version"},
+                                                                                      {"status", "--help"},
+                                                                                      {"status"},
+                                                                                      {"status", "--json"},
+                                                                                      {"list", "--json"},
+                                                                                      {"has", "S"},
+                                                                                      {"doctor"}}) {
         salida_de s = ejecuta_ctl(args, 30000, opciones);
         EXPECT_EQ(s.codigo, 73u) << args[0];
         EXPECT_EQ(en_lineas(s.error).size(), 1u) << s.error;

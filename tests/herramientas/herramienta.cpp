@@ -39,7 +39,10 @@ public:
             CloseHandle(m_escribe);
         m_escribe = nullptr;
     }
-    void empieza() { m_hilo = std::thread([this] { lee(); }); }
+    void empieza()
+    {
+        m_hilo = std::thread([this] { lee(); });
+    }
     void cierra()
     {
         if (m_lee != nullptr)
@@ -80,7 +83,7 @@ private:
         }
     }
     static constexpr char FIN = '\x04';
-    HANDLE m_lee = nullptr, m_escribe = nullptr, m_propio = nullptr;   // the last one we keep
+    HANDLE m_lee = nullptr, m_escribe = nullptr, m_propio = nullptr; // the last one we keep
     mutable std::mutex m_candado;
     std::string m_texto;
     std::atomic<bool> m_basta{false};
@@ -126,14 +129,14 @@ std::string cajas_de(DWORD pid)
     return textos;
 }
 
-}
+} // namespace
 
 struct herramienta::interior {
     tubo salida, error;
     HANDLE proceso = nullptr;
-    HANDLE nada = nullptr;          // its input: nothing
-    HANDLE trabajo = nullptr;       // dies with us, and what is in it
-    HANDLE ctrl_c = nullptr;        // event: asks the console's holder to press Ctrl-C
+    HANDLE nada = nullptr;    // its input: nothing
+    HANDLE trabajo = nullptr; // dies with us, and what is in it
+    HANDLE ctrl_c = nullptr;  // event: asks the console's holder to press Ctrl-C
     DWORD pid = 0;
 
     std::string estado() const
@@ -219,7 +222,7 @@ herramienta::herramienta(const std::vector<std::string> &args, const opciones_he
 herramienta::~herramienta()
 {
     mata();
-    for (HANDLE h : {m->trabajo, m->proceso, m->nada, m->ctrl_c})   // the job first: it ends what a killed one started
+    for (HANDLE h : {m->trabajo, m->proceso, m->nada, m->ctrl_c}) // the job first: it ends what a killed one started
         if (h != nullptr)
             CloseHandle(h);
 }

@@ -24,11 +24,11 @@
 #include "comun/lugar.h"
 
 struct opciones_herramienta {
-    std::string programa = "ivrexactl.exe";     // beside the test
-    std::map<std::string, std::optional<std::string>> entorno;  // set for it; nullopt removes one
-    bool con_ctrl_c = false;                    // give it a console of its own, in which pulsa_ctrl_c works
-    bool con_lector_parado = false;             // its output is open, and nobody reads it
-    bool sin_lector = false;                    // nobody reads its output, from the start
+    std::string programa = "ivrexactl.exe";                    // beside the test
+    std::map<std::string, std::optional<std::string>> entorno; // set for it; nullopt removes one
+    bool con_ctrl_c = false;        // give it a console of its own, in which pulsa_ctrl_c works
+    bool con_lector_parado = false; // its output is open, and nobody reads it
+    bool sin_lector = false;        // nobody reads its output, from the start
 };
 
 struct salida_de {
@@ -40,7 +40,7 @@ class herramienta {
 public:
     explicit herramienta(const std::vector<std::string> &args, const opciones_herramienta &opciones = {},
                          lugar donde = lugar::aqui());
-    ~herramienta();                             // ends it if it still runs
+    ~herramienta(); // ends it if it still runs
     herramienta(const herramienta &) = delete;
     herramienta &operator=(const herramienta &) = delete;
 
@@ -49,11 +49,11 @@ public:
     std::string espera_error(const std::string &texto, uint32_t ms, lugar donde = lugar::aqui());
     std::string salida() const;
     std::string error() const;
-    uint32_t espera_fin(uint32_t ms, lugar donde = lugar::aqui());      // exit status; both outputs are whole then
+    uint32_t espera_fin(uint32_t ms, lugar donde = lugar::aqui()); // exit status; both outputs are whole then
     void pulsa_ctrl_c();
-    void cierra_salida();                       // behind the next piece of output nobody reads on, as `head` does
+    void cierra_salida(); // behind the next piece of output nobody reads on, as `head` does
     void mata();
-    uint32_t pid() const;                       // of what was started: with con_ctrl_c, of its console's holder
+    uint32_t pid() const; // of what was started: with con_ctrl_c, of its console's holder
 
     struct interior;
 
@@ -65,6 +65,6 @@ private:
 salida_de ejecuta_ctl(const std::vector<std::string> &args, uint32_t ms = 30000,
                       const opciones_herramienta &opciones = {}, lugar donde = lugar::aqui());
 
-std::vector<std::string> en_lineas(const std::string &texto);   // without their ends
+std::vector<std::string> en_lineas(const std::string &texto); // without their ends
 
 #endif

@@ -99,8 +99,8 @@ std::string lista_ajena::celda(int fila, int columna) const
     celda.pszText = m_memoria.texto();
     celda.cchTextMax = memoria_ajena::MAX_TEXTO;
     m_memoria.pon(&celda, sizeof celda);
-    LRESULT largo = manda(m_lista, LVM_GETITEMTEXTW, static_cast<WPARAM>(fila),
-                          reinterpret_cast<LPARAM>(m_memoria.registro()));
+    LRESULT largo =
+        manda(m_lista, LVM_GETITEMTEXTW, static_cast<WPARAM>(fila), reinterpret_cast<LPARAM>(m_memoria.registro()));
     return m_memoria.lee_texto(static_cast<size_t>(largo));
 }
 

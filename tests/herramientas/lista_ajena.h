@@ -13,7 +13,7 @@
 #include "comun/lugar.h"
 #include "comun/sistema.h"
 
-[[noreturn]] void se_acabo(const std::string &texto, lugar donde);     // throws: the test fails at once
+[[noreturn]] void se_acabo(const std::string &texto, lugar donde); // throws: the test fails at once
 
 // A message that is answered within 15 s; else the test ends.
 LRESULT manda(HWND hwnd, UINT mensaje, WPARAM wparam = 0, LPARAM lparam = 0, lugar donde = lugar::aqui());
@@ -47,14 +47,14 @@ public:
     std::vector<std::string> titulos() const;
     std::string celda(int fila, int columna) const;
     std::vector<std::string> fila(int fila) const;
-    std::vector<std::string> columna(int columna) const;        // of all rows that there were at the call
+    std::vector<std::string> columna(int columna) const; // of all rows that there were at the call
     std::vector<std::vector<std::string>> filas() const;
-    int busca(int columna, const std::string &texto) const;     // the first such row; -1: none
-    int columna_de(const std::string &titulo) const;            // -1: none
+    int busca(int columna, const std::string &texto) const; // the first such row; -1: none
+    int columna_de(const std::string &titulo) const;        // -1: none
 
     std::vector<int> anchos() const;
     void pon_ancho(int columna, int pixeles) const;
-    int primera_elegida() const;                                // -1: none
+    int primera_elegida() const; // -1: none
     int con_foco() const;
     int primera_a_la_vista() const;
     int num_a_la_vista() const;
@@ -64,6 +64,6 @@ private:
     memoria_ajena m_memoria;
 };
 
-std::vector<std::string> partes_de_barra(HWND barra);           // a status bar's texts
+std::vector<std::string> partes_de_barra(HWND barra); // a status bar's texts
 
 #endif

@@ -33,7 +33,7 @@ protected:
     ~monitor_ajustes() override
     {
         RegDeleteKeyW(HKEY_CURRENT_USER, m_clave.c_str());
-        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\ivrexa");      // only where nothing else is in it
+        RegDeleteKeyW(HKEY_CURRENT_USER, L"Software\\ivrexa"); // only where nothing else is in it
     }
 
     const wchar_t *clave() const { return m_clave.c_str(); }
@@ -65,7 +65,8 @@ static ajustes otros()
     a.anchos_programas = {77};
     a.anchos_valores = {1, 2, 3};
     a.alto_actividades_por_mil = 700;
-    a.filtro_servicio = "Espa\xc3\xb1""a, \xe2\x82\xac \xf0\x9f\x98\x80";
+    a.filtro_servicio = "Espa\xc3\xb1"
+                        "a, \xe2\x82\xac \xf0\x9f\x98\x80";
     a.filtro_clases = 0x80000005;
     a.guarda_valores = false;
     return a;
@@ -109,7 +110,7 @@ TEST_F(monitor_ajustes, se_lee_lo_que_se_escribio)
 
 TEST_F(monitor_ajustes, una_clave_que_no_se_puede_crear_se_dice)
 {
-    std::wstring larga = std::wstring(clave()) + L"\\" + std::wstring(300, L'x');   // names have 255 characters at most
+    std::wstring larga = std::wstring(clave()) + L"\\" + std::wstring(300, L'x'); // names have 255 characters at most
     EXPECT_FALSE(escribe_ajustes(otros(), larga.c_str()));
     espera_iguales(lee_ajustes(larga.c_str()), ajustes());
 }
@@ -179,7 +180,7 @@ TEST_F(monitor_ajustes, textos_enormes_o_sin_su_fin_no_hacen_danyo)
     EXPECT_EQ(lee().filtro_servicio, std::string(1023, 'x'));
     pon(L"filtro_servicio", REG_SZ, L"sin fin", 7 * sizeof(wchar_t));
     EXPECT_EQ(lee().filtro_servicio, "sin fin");
-    pon(L"filtro_servicio", REG_SZ, L"abc", 5);                      // half a character at its end
+    pon(L"filtro_servicio", REG_SZ, L"abc", 5); // half a character at its end
     EXPECT_EQ(lee().filtro_servicio.substr(0, 2), "ab");
     pon(L"ventana", REG_SZ, L"1,2,3,4", 7 * sizeof(wchar_t));
     EXPECT_EQ(lee().ventana, (RECT{1, 2, 3, 4}));
@@ -209,7 +210,7 @@ TEST_F(monitor_ajustes, en_una_pantalla_de_otra_densidad_la_ventana_es_igual_de_
         {96, 144, {-300, 20, 900, 920}},
         {144, 96, {-300, 20, 233, 420}},
         {192, 96, {-300, 20, 100, 320}},
-        {0, 144, ventana},                      // written by a version that did not tell
+        {0, 144, ventana}, // written by a version that did not tell
     };
     for (const fila &f : filas)
         EXPECT_EQ(con_otros_ppp(ventana, f.de, f.a), f.despues) << f.de << " to " << f.a;

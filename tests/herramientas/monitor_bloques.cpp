@@ -21,7 +21,7 @@ static std::string nombre_de(const std::string &servicio, uint32_t id)
 // A block of command data with `num` buffers of that size, called "b".
 static bloque_crudo pon_bloque(const std::string &servicio, uint32_t id, uint32_t tam, uint32_t num = 1)
 {
-    uint32_t cada_uno = 1 + 1 + 2 + 4 + tam;            // type, size of the name, name, size, bytes
+    uint32_t cada_uno = 1 + 1 + 2 + 4 + tam; // type, size of the name, name, size, bytes
     bloque_crudo b(nombre_de(servicio, id).c_str(), 4 + num * cada_uno);
     b.pon_u32(0, num);
     for (uint32_t i = 0; i < num; i++) {
@@ -102,7 +102,7 @@ TEST_F(monitor_bloques, se_recuerdan_los_ultimos_64)
 
 TEST_F(monitor_bloques, se_recuerdan_hasta_16_mib_y_uno_mayor_no_echa_a_los_demas)
 {
-    const uint32_t VALORES = 112;               // of 64 KiB: 7 MiB
+    const uint32_t VALORES = 112; // of 64 KiB: 7 MiB
     lee_y_quita(m_uno, 100, 65536, VALORES);
     lee_y_quita(m_uno, 101, 65536, VALORES);
     EXPECT_TRUE(se_recuerda(m_uno, 100));

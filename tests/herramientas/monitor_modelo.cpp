@@ -97,9 +97,9 @@ TEST(monitor_modelo, los_sitios_son_los_de_lo_mostrado_tambien_cuando_lo_no_most
     for (uint64_t n = 1; n <= 4; n++)
         h.anyade(comando(n, n % 2 != 0 ? "uno" : "dos"));
     EXPECT_EQ(mostrados(h), (numeros{1, 3}));
-    h.anyade(comando(5, "dos"));                // drops 1, which is shown
+    h.anyade(comando(5, "dos")); // drops 1, which is shown
     EXPECT_EQ(mostrados(h), (numeros{3}));
-    h.anyade(comando(6, "uno"));                // drops 2, which is not
+    h.anyade(comando(6, "uno")); // drops 2, which is not
     EXPECT_EQ(mostrados(h), (numeros{3, 6}));
     EXPECT_EQ(h.sitio_visible(3), 0u);
     EXPECT_EQ(h.sitio_visible(4), std::nullopt);
@@ -129,13 +129,19 @@ TEST(monitor_modelo, el_filtro_por_servicio_busca_una_parte_del_nombre_en_cualqu
         {"d", "Calc", false},
         {"a", "", false},
         {"c l", "Calc", false},
-        {"*", "Calc", false},                                       // no wildcards: a part of the name
-        {"\xc3\xb1", "Espa\xc3\x91""a", true},                      // ñ, Ñ
-        {"\xc3\x89T\xc3\x89", "\xc3\xa9t\xc3\xa9", true},           // ÉTÉ, été
-        {"e", "\xc3\xa9t\xc3\xa9", false},                          // an accent is a difference
-        {"\xd0\xbf\xd1\x80\xd0\xb8", "\xd0\x9f\xd0\xa0\xd0\x98\xd0\x92\xd0\x95\xd0\xa2", true},    // при, ПРИВЕТ
-        {"\xce\xa9", "\xcf\x89", true},                             // Ω, ω
-        {"\xf0\x9f\x98\x80", "a\xf0\x9f\x98\x80""b", true},         // beyond 16 bits
+        {"*", "Calc", false}, // no wildcards: a part of the name
+        {"\xc3\xb1",
+         "Espa\xc3\x91"
+         "a",
+         true},                                           // ñ, Ñ
+        {"\xc3\x89T\xc3\x89", "\xc3\xa9t\xc3\xa9", true}, // ÉTÉ, été
+        {"e", "\xc3\xa9t\xc3\xa9", false},                // an accent is a difference
+        {"\xd0\xbf\xd1\x80\xd0\xb8", "\xd0\x9f\xd0\xa0\xd0\x98\xd0\x92\xd0\x95\xd0\xa2", true}, // при, ПРИВЕТ
+        {"\xce\xa9", "\xcf\x89", true},                                                         // Ω, ω
+        {"\xf0\x9f\x98\x80",
+         "a\xf0\x9f\x98\x80"
+         "b",
+         true}, // beyond 16 bits
     };
     for (const fila &f : filas)
         EXPECT_EQ(pasa(de_servicio(f.filtro), comando(1, f.servicio)), f.pasa) << f.filtro << " in " << f.servicio;
@@ -223,10 +229,10 @@ TEST(monitor_modelo, una_pausa_larga_guarda_aparte_hasta_el_limite_y_cuenta_lo_d
         h.anyade(comando(n));
     EXPECT_EQ(mostrados(h), (numeros{1, 2, 3})) << "stands still whatever comes";
     EXPECT_EQ(h.num_aparte(), 4u);
-    EXPECT_EQ(h.num_descartados(), 2u);         // 4 and 5
+    EXPECT_EQ(h.num_descartados(), 2u); // 4 and 5
     h.pausa(false);
     EXPECT_EQ(mostrados(h), (numeros{6, 7, 8, 9}));
-    EXPECT_EQ(h.num_descartados(), 5u);         // and 1 to 3
+    EXPECT_EQ(h.num_descartados(), 5u); // and 1 to 3
     EXPECT_EQ(h.num_sucesos() + h.num_descartados(), 9u) << "every event is kept or told as dropped";
 }
 
@@ -356,7 +362,7 @@ TEST(monitor_modelo, los_contenidos_se_hallan_por_el_numero_y_los_mas_viejos_se_
     ASSERT_NE(c.de(2), nullptr);
     EXPECT_EQ(c.de(2)->valores[0].texto, std::string(3500, 'x') + "2");
     ASSERT_NE(c.de(3), nullptr);
-    c.guarda(3, con_texto("tres"));             // in place of the other: its room is free again
+    c.guarda(3, con_texto("tres")); // in place of the other: its room is free again
     c.guarda(4, con_texto(std::string(3500, 'y')));
     ASSERT_NE(c.de(2), nullptr);
     EXPECT_EQ(c.de(3)->valores[0].texto, "tres");
@@ -481,7 +487,7 @@ TEST(monitor_modelo, el_csv_tiene_una_linea_por_suceso_mostrado)
     s = hueco(4, 12);
     s.hora_100ns = 134397517501230000ull;
     h.anyade(s);
-    h.anyade(de_clase(5, clase::servicio));     // not shown
+    h.anyade(de_clase(5, clase::servicio)); // not shown
     h.filtra(de_clases({clase::comando, clase::salida, clase::espera}));
     std::string hora = "2026-11-21T16:22:30.123Z";
     EXPECT_EQ(como_csv(h), CABECERA + "1," + hora + ",client,command,command begins,Calc,200,,,\r\n2," + hora +

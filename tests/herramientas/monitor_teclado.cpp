@@ -144,7 +144,7 @@ TEST_F(monitor_teclado, copiar_sin_nada_elegido_deja_el_portapapeles_como_esta)
     pon_en_portapapeles(L"of before");
     m.pon_delante();
     pulsa({VK_CONTROL, 'C'});
-    pulsa({VK_F5});                             // keys are obeyed in their order
+    pulsa({VK_F5}); // keys are obeyed in their order
     m.espera_estado("paused, watching");
     EXPECT_EQ(portapapeles(), "of before");
     pulsa({VK_CONTROL, 'A'});
@@ -168,8 +168,8 @@ TEST_F(monitor_teclado, copiar_espera_a_quien_tiene_el_portapapeles_un_momento)
     m.espera([&] { return m.actividades().primera_elegida() == 0; }, "the row to be selected");
     ASSERT_TRUE(espera_hasta([] { return OpenClipboard(nullptr) != FALSE; }, 5000));
     pulsa({VK_CONTROL, 'C'});
-    bool prueba = espera_hasta(
-        [&] { return SendMessageTimeoutW(m.hwnd(), WM_NULL, 0, 0, SMTO_NORMAL, 50, nullptr) == 0; }, 5000);
+    bool prueba =
+        espera_hasta([&] { return SendMessageTimeoutW(m.hwnd(), WM_NULL, 0, 0, SMTO_NORMAL, 50, nullptr) == 0; }, 5000);
     CloseClipboard();
     EXPECT_TRUE(prueba) << "it does not wait for the clipboard";
     m.espera([&] { return portapapeles().find("\tserver\tservice offered\t" + servicio()) != std::string::npos; },
@@ -245,7 +245,7 @@ TEST_F(monitor_teclado, cada_ventana_empieza_siguiendo_el_final)
         monitor_vivo m;
         m.pon_delante();
         pulsa({VK_CONTROL, VK_END});
-        pulsa({VK_F5});                         // keys are obeyed in their order
+        pulsa({VK_F5}); // keys are obeyed in their order
         m.espera_estado("paused, watching");
         m.cierra();
     }
@@ -301,7 +301,7 @@ static void espera_que_quepa_en_lo_minimo(monitor_vivo &m)
         for (int i = 0; i < 20; i++)
             pulsa({VK_CONTROL, VK_SHIFT, tecla});
         std::string antes = m.estado().find("paused") == 0 ? "watching" : "paused, watching";
-        pulsa({VK_F5});                         // keys are obeyed in their order
+        pulsa({VK_F5}); // keys are obeyed in their order
         m.espera_estado(antes);
         espera_que_quepa_todo(m);
     }
@@ -325,10 +325,7 @@ public:
         m.lfMessageFont.lfHeight = -alto;
         EXPECT_TRUE(SystemParametersInfoW(SPI_SETNONCLIENTMETRICS, sizeof m, &m, SPIF_UPDATEINIFILE));
     }
-    ~letra_grande()
-    {
-        SystemParametersInfoW(SPI_SETNONCLIENTMETRICS, sizeof m_antes, &m_antes, SPIF_UPDATEINIFILE);
-    }
+    ~letra_grande() { SystemParametersInfoW(SPI_SETNONCLIENTMETRICS, sizeof m_antes, &m_antes, SPIF_UPDATEINIFILE); }
 
 private:
     NONCLIENTMETRICSW m_antes = {};

@@ -12,10 +12,10 @@ TEST_F(monitor_ventana, muestra_cada_actividad_de_un_servidor_y_un_cliente_en_su
     m.espera_suceso("service closed");
     const std::string s = servicio();
     const filas esperadas = {
-        {"server", "service offered", s, "", ""},    {"client", "input saved", s, "", "100"},
+        {"server", "service offered", s, "", ""},      {"client", "input saved", s, "", "100"},
         {"client", "command begins", s, "100", "100"}, {"server", "input opened", s, "", "100"},
-        {"server", "output saved", s, "100", "101"}, {"client", "command ends", s, "100", "100"},
-        {"client", "output opened", s, "", "101"},   {"server", "service closed", s, "", ""},
+        {"server", "output saved", s, "100", "101"},   {"client", "command ends", s, "100", "100"},
+        {"client", "output opened", s, "", "101"},     {"server", "service closed", s, "", ""},
     };
     filas todas = m.actividades().filas(), vistas;
     for (const std::vector<std::string> &f : sin_esperas(todas))
@@ -87,7 +87,7 @@ TEST_F(monitor_ventana, los_que_esperan_se_muestran_con_el_estado_de_su_bucle)
     papel uno = arranca_cliente("ventana", servicio()), otro = arranca_cliente("ventana", servicio());
     uno.di("COMANDO 103");
     servidor.espera_linea("DENTRO", 20000);
-    otro.di("COMANDO 121");                     // the service has one command at a time
+    otro.di("COMANDO 121"); // the service has one command at a time
     int espera_cliente = m.lista(ID_LISTA_SERVICIOS).columna_de("Client waits");
     m.espera_fila(ID_LISTA_SERVICIOS, espera_cliente, "for its turn");
     std::vector<std::string> suceso = m.espera_suceso("waits for its turn");

@@ -170,7 +170,7 @@ TEST_F(monitor_ventana_carga, cuando_el_anillo_da_la_vuelta_el_hueco_se_muestra_
     m.espera_cuenta(BARRA_ACTIVIDADES, 1 + 2);
     {
         parado quieto(m.pid());
-        corredor.di("CORRE 45 0");              // 90 activities; the ring holds the last 63
+        corredor.di("CORRE 45 0"); // 90 activities; the ring holds the last 63
         espera_corridos(corredor);
     }
     m.espera([&] { return m.cuenta(BARRA_PERDIDAS) != 0; }, "what was lost to be told");

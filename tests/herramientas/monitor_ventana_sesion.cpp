@@ -47,7 +47,7 @@ TEST_F(monitor_ventana_sesion, con_no_watch_se_abre_sin_ser_el_monitor)
     monitor_vivo m({"--no-watch"});
     m.espera_estado("not watching");
     papel servidor = arranca_servidor("ventana", servicio());
-    m.espera_fila(ID_LISTA_SERVICIOS, 0, servicio());       // looking needs no monitor
+    m.espera_fila(ID_LISTA_SERVICIOS, 0, servicio()); // looking needs no monitor
     EXPECT_EQ(m.actividades().num_filas(), 0);
     EXPECT_EQ(pid_del_monitor(), 0u);
     acaba(servidor);
@@ -62,7 +62,7 @@ TEST_F(monitor_ventana_sesion, si_hay_servicios_pregunta_antes_de_vaciar_su_tabl
     {
         monitor_vivo m(SIN_ESPERAR, {});
         HWND caja = espera_pregunta(m, servicio());
-        contesta(m, caja, VK_RETURN);           // the default is to leave things as they are
+        contesta(m, caja, VK_RETURN); // the default is to leave things as they are
         m.espera_principal();
         m.espera_estado("not watching");
         m.espera_fila(ID_LISTA_SERVICIOS, 0, servicio());
@@ -203,8 +203,8 @@ TEST_F(monitor_ventana_sesion, ajustes_sin_sentido_no_impiden_abrirse_a_la_vista
     }
     monitor::ajustes a;
     a.hay_ventana = true;
-    a.ventana = {50000, 50000, 50800, 50600};   // a screen that there is not any more
-    a.anchos_actividades = {1, 2};              // another version's columns
+    a.ventana = {50000, 50000, 50800, 50600}; // a screen that there is not any more
+    a.anchos_actividades = {1, 2};            // another version's columns
     a.filtro_servicio = std::string(900, 'x');
     ASSERT_TRUE(monitor::escribe_ajustes(a));
     monitor_vivo m;

@@ -39,7 +39,7 @@ TEST_F(monitor_ventana_uso, el_texto_del_filtro_deja_los_servicios_que_lo_contie
     m.espera_filas(ID_LISTA_ACTIVIDADES, 0);
     pulsa({VK_BACK});
     m.espera_filas(ID_LISTA_ACTIVIDADES, 1);
-    acaba(servidor);                            // what comes is filtered too
+    acaba(servidor); // what comes is filtered too
     m.espera_filas(ID_LISTA_ACTIVIDADES, 2);
     EXPECT_EQ(sucesos(m), (textos{uno + " service offered", uno + " service closed"}));
     pulsa({VK_ESCAPE});
@@ -193,7 +193,7 @@ static std::string guarda(monitor_vivo &m, const std::vector<WORD> &teclas, cons
     HWND caja = espera_caja(m.pid(), 20000);
     pon_delante(caja);
     HWND donde = con_foco(caja);
-    manda(donde, EM_SETSEL, 0, -1);             // the name that it proposes goes
+    manda(donde, EM_SETSEL, 0, -1); // the name that it proposes goes
     teclea(ruta);
     m.espera([&] { return texto_de(donde) == ruta; }, "the path in the dialog");
     pulsa({VK_RETURN});
@@ -272,7 +272,7 @@ TEST_F(monitor_ventana_uso, un_guardado_que_se_cancela_no_escribe_nada_y_sigue_v
     m.pon_delante();
     pulsa({VK_CONTROL, 'S'});
     HWND caja = espera_caja(m.pid(), 20000);
-    papel servidor = arranca_servidor("ventana", servicio());   // comes in while the dialog is open
+    papel servidor = arranca_servidor("ventana", servicio()); // comes in while the dialog is open
     m.espera_filas(ID_LISTA_ACTIVIDADES, 1);
     pon_delante(caja);
     pulsa({VK_ESCAPE});

@@ -87,8 +87,8 @@ void pon_delante(HWND ventana, lugar donde)
         },
         10000);
     if (!alli)
-        ADD_FAILURE_AT(donde.fichero, donde.linea) << "window " << ventana << " does not come to the front; there is "
-                                                   << GetForegroundWindow();
+        ADD_FAILURE_AT(donde.fichero, donde.linea)
+            << "window " << ventana << " does not come to the front; there is " << GetForegroundWindow();
 }
 
 HWND con_foco(HWND ventana)

@@ -63,10 +63,7 @@ public:
     // Without waiting for its window.
     struct sin_esperar {};
     monitor_vivo(sin_esperar, const std::vector<std::string> &args) : m_proceso(args, opciones_monitor()) {}
-    void espera_principal(lugar donde = lugar::aqui())
-    {
-        m_hwnd = espera_ventana(pid(), monitor_CLASE, 20000, donde);
-    }
+    void espera_principal(lugar donde = lugar::aqui()) { m_hwnd = espera_ventana(pid(), monitor_CLASE, 20000, donde); }
 
     herramienta &proceso() { return m_proceso; }
     uint32_t pid() const { return m_proceso.pid(); }

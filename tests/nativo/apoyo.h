@@ -68,7 +68,7 @@ private:
     }
 
     const uint8_t *m_datos;
-    size_t         m_quedan;
+    size_t m_quedan;
 };
 
 // A seed, written as `entrada` reads it.
@@ -78,10 +78,7 @@ public:
     salida &u16(uint32_t n) { return pon(&n, 2); }
     salida &u32(uint32_t n) { return pon(&n, 4); }
     salida &u64(uint64_t n) { return pon(&n, 8); }
-    salida &texto(const std::string &t)
-    {
-        return u8(static_cast<uint32_t>(t.size())).pon(t.data(), t.size());
-    }
+    salida &texto(const std::string &t) { return u8(static_cast<uint32_t>(t.size())).pon(t.data(), t.size()); }
     salida &pon(const void *datos, size_t n)
     {
         const uint8_t *p = static_cast<const uint8_t *>(datos);
@@ -133,6 +130,6 @@ inline void termina(size_t num_bloques_olvidados = 0)
     sustituto::reinicia();
 }
 
-}
+} // namespace apoyo
 
 #endif

@@ -21,6 +21,6 @@ enum : uint32_t { NULO = 0, ENORME = 1, NORMAL = 2 };
 const uint32_t BUFFER_ENORME = 1u << 28;
 const uint32_t ARREGLO_ENORME = 1u << 29;
 
-}
+} // namespace formato_escritura
 
 #endif

@@ -8,7 +8,7 @@ namespace {
 using apoyo::entrada;
 
 const uint32_t TAM_CABECERA = 4;
-const uint32_t MAYOR_MAPA = 1u << 24;               // the stand-in makes none larger
+const uint32_t MAYOR_MAPA = 1u << 24; // the stand-in makes none larger
 const uint32_t NUM_ESPERAS = 20;
 const size_t MAX_ABIERTOS = 8;
 
@@ -23,7 +23,7 @@ const char SIN_MEMORIA[] = "iv_mem: (memlocal) != 0";
 const char *const NOMBRES[] = {"A", "B", "C", "Ivrexa_MCB_Serv_A_Com__comdat1"};
 
 struct abierto {
-    const char       *nombre;
+    const char *nombre;
     iv_shared_bloque *bloque;
 };
 
@@ -46,10 +46,10 @@ public:
     }
 
 private:
-    entrada              e;
+    entrada e;
     std::vector<abierto> abiertos;
     std::vector<std::string> mutexes;
-    bool                 fallan = false;
+    bool fallan = false;
 
     void un_paso()
     {
@@ -278,7 +278,7 @@ private:
     }
 };
 
-}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)
 {

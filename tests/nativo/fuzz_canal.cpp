@@ -11,12 +11,12 @@ namespace {
 
 using apoyo::entrada;
 using apoyo::exacto;
-using texto_ancho = std::vector<wchar_t>;       // with its NUL
+using texto_ancho = std::vector<wchar_t>; // with its NUL
 
 const char SERVICIO[] = "S";
 const char NOMBRE_CANAL[] = "Ivrexa_MCB_Serv_S";
 const char NOMBRE_REGISTRO[] = "Ivrexa_MCB";
-const uint32_t MAX_RONDAS_SIN_SERVIDOR = 8;     // that an exchange still makes once the server has ended
+const uint32_t MAX_RONDAS_SIN_SERVIDOR = 8; // that an exchange still makes once the server has ended
 
 const char OTRO_BLOQUE[] = "iv_mcserv: mcserv->id_bloque_MCCom_entrada == id_bloque_MCCom_entrada";
 const char SIN_BLOQUE[] = "iv_mcserv: (shared_MCCom) != 0";
@@ -44,8 +44,7 @@ public:
     {
         // 0: no channel; 1: one too small, whose header knows; 2: one whose header lies; else a whole one.
         const uint32_t clase = e.u8() % 8;
-        registro = reinterpret_cast<iv_mcbase_t *>(
-            pon_bloque(NOMBRE_REGISTRO, sizeof *registro, sizeof *registro));
+        registro = reinterpret_cast<iv_mcbase_t *>(pon_bloque(NOMBRE_REGISTRO, sizeof *registro, sizeof *registro));
         if (clase == 1)
             pon_bloque(NOMBRE_CANAL, 100, 100);
         else if (clase != 0)
@@ -70,10 +69,10 @@ public:
     }
 
 private:
-    entrada      e;
+    entrada e;
     iv_mcbase_t *registro = nullptr;
     iv_mcserv_t *canal = nullptr;
-    uint32_t     rondas_sin_servidor = 0;
+    uint32_t rondas_sin_servidor = 0;
 
     static uint8_t *pon_bloque(const char *nombre, uint32_t tam, uint32_t cabecera)
     {
@@ -227,10 +226,7 @@ private:
         return std::make_unique<exacto<wchar_t>>(t.data(), t.size());
     }
 
-    static const wchar_t *puntero(const std::unique_ptr<exacto<wchar_t>> &t)
-    {
-        return t ? t->get() : nullptr;
-    }
+    static const wchar_t *puntero(const std::unique_ptr<exacto<wchar_t>> &t) { return t ? t->get() : nullptr; }
 
     static void pon_esperado(void *campo, size_t num, const wchar_t *t)
     {
@@ -254,8 +250,8 @@ private:
             pon_esperado(esperado.serv_buffer2_256, 256, puntero(t3));
         }
         const bool hay = en_curso(id);
-        COMPRUEBA(iv_mcserv_pon_resultado(canal, id, id_resultado, puntero(t1), puntero(t2), puntero(t3))
-                  == (hay ? CIERTO : FALSO));
+        COMPRUEBA(iv_mcserv_pon_resultado(canal, id, id_resultado, puntero(t1), puntero(t2), puntero(t3)) ==
+                  (hay ? CIERTO : FALSO));
         COMPRUEBA(memcmp(&esperado, canal, sizeof esperado) == 0);
     }
 
@@ -372,7 +368,7 @@ private:
     }
 };
 
-}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)
 {

@@ -4,8 +4,8 @@
 
 namespace {
 
-const size_t RESERVA_FIJA = 256;            // what a container takes whatever it reads
-const size_t RESERVA_POR_BYTE = 16;         // an index entry for each two bytes
+const size_t RESERVA_FIJA = 256;    // what a container takes whatever it reads
+const size_t RESERVA_POR_BYTE = 16; // an index entry for each two bytes
 
 // A block that another program made, with this content and this statement of its size.
 iv_shared_bloque *bloque_de(const bytes &b, uint32_t tam_declarado)
@@ -44,19 +44,19 @@ void lee_todo(const bytes &b)
 {
     const modelo::contenido m = modelo::analiza(b);
     comdat *c = carga(b);
-    const size_t informes_vacio = b.empty() ? 1 : 0;            // of the copy: "tam > 0"
+    const size_t informes_vacio = b.empty() ? 1 : 0; // of the copy: "tam > 0"
     COMPRUEBA(sustituto::num_informes() == m.num_informes + informes_vacio);
     sustituto::olvida_informes();
     COMPRUEBA(sustituto::num_bytes() <= RESERVA_FIJA + b.size() * (RESERVA_POR_BYTE + 1));
 
     size_t num_tablas = modelo::comprueba_lectura(c, m);
-    num_tablas += modelo::comprueba_lectura(c, m);          // twice: a table read again replaces the first
+    num_tablas += modelo::comprueba_lectura(c, m); // twice: a table read again replaces the first
     COMPRUEBA(sustituto::num_bytes() <= RESERVA_FIJA + b.size() * (RESERVA_POR_BYTE + 1 + 2 * 10));
     size_t num_vivas = 0;
     for (uint32_t i = 0; i < c->num_indexados; i++)
         num_vivas += c->valores[i].tabla_cadenas != nullptr ? 1 : 0;
     iv_comdat_destruye(c);
-    apoyo::termina(num_tablas - num_vivas);                     // the replaced ones stay, deliberately
+    apoyo::termina(num_tablas - num_vivas); // the replaced ones stay, deliberately
 }
 
 void lee_lo_escrito_encima(const bytes &b)
@@ -93,7 +93,7 @@ void lee_con_cabecera_falsa(const bytes &b)
     apoyo::termina();
 }
 
-}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)
 {

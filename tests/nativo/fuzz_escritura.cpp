@@ -19,16 +19,16 @@ const char SIN_MEMORIA[] = "iv_mem: (memlocal) != 0";
 
 // A writing container as it must be.
 struct modelo_escritura {
-    bytes    b = bytes(4);
+    bytes b = bytes(4);
     uint32_t tam = 1024;
     uint32_t num_valores = 0;
-    size_t   limite = sustituto::LIMITE_RESERVA;
-    bool     ilegible = false;                      // a name or an array that readers cannot get past
-    uint32_t num_legibles = 0;                      // values before that
+    size_t limite = sustituto::LIMITE_RESERVA;
+    bool ilegible = false;     // a name or an array that readers cannot get past
+    uint32_t num_legibles = 0; // values before that
     std::vector<std::string> informes;
 
-    bytes    valor;                                 // the one being written
-    bool     completo = true;
+    bytes valor; // the one being written
+    bool completo = true;
 
     bool cabe(uint64_t n)
     {
@@ -203,8 +203,7 @@ void graba_texto(entrada &e, comdat *c, modelo_escritura &m, uint32_t tipo, cons
 
 template <typename letra, typename funcion>
 void graba_textos(comdat *c, const char *nombre, const textos &t, bool nulo, uint32_t num,
-                  std::unique_ptr<apoyo::exacto<letra>> (*convierte)(const std::optional<std::string> &),
-                  funcion graba)
+                  std::unique_ptr<apoyo::exacto<letra>> (*convierte)(const std::optional<std::string> &), funcion graba)
 {
     std::vector<std::unique_ptr<apoyo::exacto<letra>>> letras;
     std::vector<const letra *> punteros;
@@ -226,8 +225,7 @@ void graba_arreglo(entrada &e, comdat *c, modelo_escritura &m, uint32_t tipo, co
     if (tipo == 9)
         graba_textos<char>(c, nombre, t, forma <= ENORME, num, a_ansi, iv_comdat_graba_arr_cadenas_ansi);
     else
-        graba_textos<wchar_t>(c, nombre, t, forma <= ENORME, num, a_ancha,
-                              iv_comdat_graba_arr_cadenas_unicode);
+        graba_textos<wchar_t>(c, nombre, t, forma <= ENORME, num, a_ancha, iv_comdat_graba_arr_cadenas_unicode);
     m.arreglo(t, num, tipo == 9 ? 1 : 2);
 }
 
@@ -278,7 +276,7 @@ void comprueba_lo_que_se_lee(const modelo_escritura &m, const uint8_t *contenido
     iv_comdat_destruye(c);
 }
 
-}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)
 {

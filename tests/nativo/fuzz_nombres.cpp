@@ -78,7 +78,7 @@ void comprueba_copia_ancha(const bytes &b, uint32_t tam)
     iv_mem_libera_cadena_u(&copia);
 }
 
-}
+} // namespace
 
 // u32 the number, u8 a buffer's size, then the name's bytes. Of an input of four bytes the name is null.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)

@@ -22,8 +22,8 @@ bool esta_viva(uint64_t hwnd)
     return (hwnd & 1) != 0;
 }
 
-void ve_actividad(uint32_t tipo_programa, uint32_t tipo_actividad, uint16_t indicador,
-                  const char *nombre_servicio, uint32_t dato1, uint32_t dato2, void *externos)
+void ve_actividad(uint32_t tipo_programa, uint32_t tipo_actividad, uint16_t indicador, const char *nombre_servicio,
+                  uint32_t dato1, uint32_t dato2, void *externos)
 {
     COMPRUEBA(externos == &s_avisos);
     const size_t desde_servicios = static_cast<size_t>(nombre_servicio - s_registro->servicios[0].nombre);
@@ -68,11 +68,11 @@ public:
     }
 
 private:
-    entrada          e;
+    entrada e;
     modelo::registro r;
-    iv_mcbase_t     *bloque = nullptr;
-    bool             abierto = false;
-    bool             monitor = false;
+    iv_mcbase_t *bloque = nullptr;
+    bool abierto = false;
+    bool monitor = false;
 
     void un_paso()
     {
@@ -195,8 +195,8 @@ private:
         a.dato2 = e.u32();
         const std::string s = e.texto();
         r.anota(a, s);
-        iv_mcbase_anota_actividad(a.tipo_programa, a.tipo_actividad, static_cast<int16_t>(a.indicador),
-                                  s.c_str(), a.dato1, a.dato2);
+        iv_mcbase_anota_actividad(a.tipo_programa, a.tipo_actividad, static_cast<int16_t>(a.indicador), s.c_str(),
+                                  a.dato1, a.dato2);
         COMPRUEBA(iv_mcbase_hay_monitor(0) == (r.hay_monitor() ? CIERTO : FALSO));
     }
 
@@ -249,10 +249,13 @@ private:
 
     void rondas(uint32_t cual, uint32_t ind, uint32_t num)
     {
-        static int16_t (*const RONDAS[])(uint32_t, iv_mcserv_vista *) = {
-            iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE, iv_mcserv_CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO,
-            iv_mcserv_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO, iv_mcserv_CLIENTE_ESPERA_SERVIDOR_AVISADO,
-            iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO, iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO};
+        static int16_t (*const RONDAS[])(uint32_t,
+                                         iv_mcserv_vista *) = {iv_mcserv_CLIENTE_ESPERA_NINGUN_CLIENTE,
+                                                               iv_mcserv_CLIENTE_ESPERA_SERVIDOR_EJECUTE_COMANDO,
+                                                               iv_mcserv_CLIENTE_ESPERA_ESTADO_SERVIDOR_TERMINADO,
+                                                               iv_mcserv_CLIENTE_ESPERA_SERVIDOR_AVISADO,
+                                                               iv_mcserv_SERVIDOR_ESPERA_RECEPCION_COMANDO,
+                                                               iv_mcserv_SERVIDOR_ESPERA_CLIENTE_RECIBA_RESULTADO};
         const bool servidor = cual >= 4;
         if (ind < 32)
             abre(false);
@@ -274,8 +277,8 @@ private:
         if (monitor)
             return quita_monitor();
         abre(true);
-        iv_mcbase_registra_monitor(reinterpret_cast<ivrexa_hwnd>(MI_VENTANA), ve_actividad, ve_bucle,
-                                   ve_bucle, &s_avisos);
+        iv_mcbase_registra_monitor(reinterpret_cast<ivrexa_hwnd>(MI_VENTANA), ve_actividad, ve_bucle, ve_bucle,
+                                   &s_avisos);
         monitor = true;
         r.m.tam_bloque = 8886;
         r.m.version = 256;
@@ -318,8 +321,7 @@ private:
         std::vector<aviso_visto> esperados;
         if (que == 0 && dato >= 1 && dato <= 64 && r.m.actividades[dato - 1].ind_datServ < 32) {
             const iv_mcbase_actividad_t &a = r.m.actividades[dato - 1];
-            esperados.push_back({a.ind_datServ, a.tipo_programa ^ a.tipo_actividad, a.indicador,
-                                 a.dato1 ^ a.dato2});
+            esperados.push_back({a.ind_datServ, a.tipo_programa ^ a.tipo_actividad, a.indicador, a.dato1 ^ a.dato2});
         }
         if ((que == 1 || que == 2) && (dato & 0xFFFF) < 32)
             esperados.push_back({dato & 0xFFFF, dato >> 16, 0, 0});
@@ -342,7 +344,7 @@ private:
     }
 };
 
-}
+} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *datos, size_t tam)
 {

@@ -2,7 +2,7 @@
 
 namespace {
 
-const uint32_t MARGEN = 4;              // zero bytes behind the copy that is read
+const uint32_t MARGEN = 4; // zero bytes behind the copy that is read
 const size_t INFORMES_POR_LECTURA = 2;
 
 const char FUERA[] = "iv_comdat: (comdat->offset + tam) <= comdat->ocupado";
@@ -80,8 +80,7 @@ void comprueba_texto_ancho(const comdat *c, const void *p)
 // One reader's call: its reports and its allocations are bounded by the content.
 class llamada {
 public:
-    explicit llamada(const comdat *c)
-        : m_c(c), m_informes(sustituto::num_informes()), m_bytes(sustituto::num_bytes())
+    explicit llamada(const comdat *c) : m_c(c), m_informes(sustituto::num_informes()), m_bytes(sustituto::num_bytes())
     {
     }
     ~llamada()
@@ -92,7 +91,7 @@ public:
 
 private:
     const comdat *m_c;
-    size_t        m_informes, m_bytes;
+    size_t m_informes, m_bytes;
 };
 
 const void *lee_buffer(comdat *c, uint32_t i, uint32_t *tam)
@@ -193,8 +192,7 @@ size_t elemento(const modelo::contenido &m, const modelo::valor *v, uint32_t e)
     return size_t{posicion} + 4;
 }
 
-size_t comprueba_arreglo(comdat *c, const modelo::contenido &m, const modelo::valor *v, uint32_t i,
-                         bool ancho)
+size_t comprueba_arreglo(comdat *c, const modelo::contenido &m, const modelo::valor *v, uint32_t i, bool ancho)
 {
     uint32_t num = 0xABCDEF01, esperado = 0;
     const void *const *tabla = lee_arreglo(c, i, ancho, &num);
@@ -203,7 +201,7 @@ size_t comprueba_arreglo(comdat *c, const modelo::contenido &m, const modelo::va
     COMPRUEBA(num == (hay ? esperado : 0));
     for (uint32_t e = 0; e < num; e++) {
         COMPRUEBA(es_sitio(c, tabla[e], elemento(m, v, e)));
-        if (tabla[e] != nullptr && e < 64)      // each may be as long as the content: not all of thousands
+        if (tabla[e] != nullptr && e < 64) // each may be as long as the content: not all of thousands
             (ancho ? comprueba_texto_ancho : comprueba_texto_ansi)(c, tabla[e]);
     }
     return hay ? 1 : 0;
@@ -225,7 +223,7 @@ size_t comprueba_posicion(comdat *c, const modelo::contenido &m, uint32_t i)
     return comprueba_arreglo(c, m, v, i, false) + comprueba_arreglo(c, m, v, i, true);
 }
 
-}
+} // namespace
 
 modelo::contenido modelo::analiza(const bytes &b)
 {
@@ -270,7 +268,7 @@ size_t modelo::comprueba_lectura(comdat *comdat, const contenido &c)
 
 void modelo::comprueba_limites(comdat *c)
 {
-    const uint32_t NUM_PRIMEROS = 32, NUM_ULTIMOS = 4;      // of thousands that an empty page may be read as
+    const uint32_t NUM_PRIMEROS = 32, NUM_ULTIMOS = 4; // of thousands that an empty page may be read as
     for (uint32_t i = 0; i < c->num_indexados + 2; i++) {
         if (i == NUM_PRIMEROS && c->num_indexados > NUM_PRIMEROS + NUM_ULTIMOS)
             i = c->num_indexados - NUM_ULTIMOS;

@@ -10,16 +10,16 @@ namespace modelo {
 
 struct valor {
     uint32_t tipo;
-    size_t   nombre;            // position
-    size_t   datos;             // position
+    size_t nombre; // position
+    size_t datos;  // position
 };
 
 // The values that the content bears out, up to the first read past its end.
 struct contenido {
-    bytes              b;
-    uint32_t           num_valores;         // what its head states
+    bytes b;
+    uint32_t num_valores; // what its head states
     std::vector<valor> valores;
-    size_t             num_informes;        // that reading it makes
+    size_t num_informes; // that reading it makes
 };
 
 contenido analiza(const bytes &b);
@@ -31,6 +31,6 @@ size_t comprueba_lectura(comdat *comdat, const contenido &c);
 // The same for a container whose bytes are no longer known: nothing outside the copy is handed out.
 void comprueba_limites(comdat *comdat);
 
-}
+} // namespace modelo
 
 #endif

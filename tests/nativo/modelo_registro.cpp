@@ -47,8 +47,8 @@ uint32_t registro::quita(const std::string &servicio)
 uint32_t registro::busca_prefijo(const std::string &prefijo) const
 {
     for (uint32_t i = 0; i < 32; i++)
-        if (m.servicios[i].nombre[0] != '\0'
-            && texto_de(m.servicios[i].nombre, 64).compare(0, prefijo.size(), prefijo) == 0)
+        if (m.servicios[i].nombre[0] != '\0' &&
+            texto_de(m.servicios[i].nombre, 64).compare(0, prefijo.size(), prefijo) == 0)
             return i;
     return 32;
 }
@@ -184,9 +184,8 @@ bool registro::ronda(bool servidor, uint32_t ind, uint32_t estado)
         s.bucle_cliente_vivo_servidor = vivo;
     }
     if (m.hwnd_monitor != 0 && m.msg_monitor != 0)
-        mensajes.push_back({m.hwnd_monitor, m.msg_monitor, servidor ? 2u : 1u,
-                            int64_t{ind} | int64_t{estado} << 16});
+        mensajes.push_back({m.hwnd_monitor, m.msg_monitor, servidor ? 2u : 1u, int64_t{ind} | int64_t{estado} << 16});
     return muerto;
 }
 
-}
+} // namespace modelo

@@ -13,8 +13,8 @@ const char SIN_SITIO_SERVICIO[] = "iv_mcbase: ind_datServ < iv_mcbase_NUM_MAX_SE
 const char SIN_SITIO_PROGRAMA[] = "iv_mcbase: id_programa < iv_mcbase_NUM_MAX_PROGRAMAS";
 
 struct registro {
-    iv_mcbase_t                     m = {};
-    std::vector<std::string>        informes;
+    iv_mcbase_t m = {};
+    std::vector<std::string> informes;
     std::vector<sustituto::mensaje> mensajes;
 
     uint32_t busca(const std::string &servicio) const;
@@ -42,6 +42,6 @@ private:
 std::string texto_de(const char *campo, size_t tam);
 void pon_texto(char *campo, size_t tam, const std::string &texto);
 
-}
+} // namespace modelo
 
 #endif

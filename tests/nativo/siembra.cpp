@@ -19,7 +19,7 @@ using apoyo::salida;
 struct semilla {
     std::string fuzz;
     std::string nombre;
-    bytes       contenido;
+    bytes contenido;
 };
 
 std::vector<semilla> s_semillas;
@@ -65,42 +65,43 @@ void siembra_lo_escrito()
     siembra(fuzz, "vacio", escrito([](comdat *) {}));
     siembra(fuzz, "cada_tipo", escrito(cada_tipo));
     siembra(fuzz, "cada_tipo_y_arreglo_ancho", escrito([](comdat *c) {
-        cada_tipo(c);
-        iv_comdat_graba_arr_cadenas_unicode(c, "arr ancho", ANCHO, 4);
-        iv_comdat_graba_ulong(c, "detras", 9);
-    }));
-    siembra(fuzz, "arreglo_ancho", escrito([](comdat *c) {
-        iv_comdat_graba_arr_cadenas_unicode(c, "a", ANCHO, 4);
-    }));
+                cada_tipo(c);
+                iv_comdat_graba_arr_cadenas_unicode(c, "arr ancho", ANCHO, 4);
+                iv_comdat_graba_ulong(c, "detras", 9);
+            }));
+    siembra(fuzz, "arreglo_ancho", escrito([](comdat *c) { iv_comdat_graba_arr_cadenas_unicode(c, "a", ANCHO, 4); }));
     siembra(fuzz, "arreglo_ancho_de_uno_nulo", escrito([](comdat *c) {
-        iv_comdat_graba_arr_cadenas_unicode(c, "", nullptr, 1);
-        iv_comdat_graba_cadena_ansi(c, "detras", "t");
-    }));
+                iv_comdat_graba_arr_cadenas_unicode(c, "", nullptr, 1);
+                iv_comdat_graba_cadena_ansi(c, "detras", "t");
+            }));
     siembra(fuzz, "arreglos_de_cero", escrito([](comdat *c) {
-        iv_comdat_graba_arr_cadenas_ansi(c, "a", nullptr, 0);
-        iv_comdat_graba_arr_cadenas_unicode(c, "u", nullptr, 0);
-    }));
+                iv_comdat_graba_arr_cadenas_ansi(c, "a", nullptr, 0);
+                iv_comdat_graba_arr_cadenas_unicode(c, "u", nullptr, 0);
+            }));
     siembra(fuzz, "nulos_y_vacios", escrito([](comdat *c) {
-        iv_comdat_graba_cadena_ansi(c, nullptr, nullptr);
-        iv_comdat_graba_cadena_unicode(c, "", nullptr);
-        iv_comdat_graba_buffer(c, "b", nullptr, 5);
-        iv_comdat_graba_cadena_ansi(c, "v", "");
-        iv_comdat_graba_cadena_unicode(c, "v", L"");
-    }));
+                iv_comdat_graba_cadena_ansi(c, nullptr, nullptr);
+                iv_comdat_graba_cadena_unicode(c, "", nullptr);
+                iv_comdat_graba_buffer(c, "b", nullptr, 5);
+                iv_comdat_graba_cadena_ansi(c, "v", "");
+                iv_comdat_graba_cadena_unicode(c, "v", L"");
+            }));
     for (uint32_t largo : {254u, 255u, 300u})
-        siembra(fuzz, largo == 254 ? "nombre_de_254" : largo == 255 ? "nombre_de_255" : "nombre_de_300",
+        siembra(fuzz,
+                largo == 254   ? "nombre_de_254"
+                : largo == 255 ? "nombre_de_255"
+                               : "nombre_de_300",
                 escrito([largo](comdat *c) {
                     iv_comdat_graba_byte(c, std::string(largo, 'n').c_str(), 1);
                     iv_comdat_graba_byte(c, "detras", 2);
                 }));
     siembra(fuzz, "crece_de_1024", escrito([](comdat *c) {
-        iv_comdat_graba_buffer(c, "b", bytes(1013, 0xB5).data(), 1013);     // 1024 bytes in all
-        iv_comdat_graba_ushort(c, "mas", 1);
-    }));
+                iv_comdat_graba_buffer(c, "b", bytes(1013, 0xB5).data(), 1013); // 1024 bytes in all
+                iv_comdat_graba_ushort(c, "mas", 1);
+            }));
     siembra(fuzz, "muchos", escrito([](comdat *c) {
-        for (uint8_t i = 0; i < 60; i++)
-            iv_comdat_graba_byte(c, "", i);
-    }));
+                for (uint8_t i = 0; i < 60; i++)
+                    iv_comdat_graba_byte(c, "", i);
+            }));
 }
 
 // A count and bytes behind it.
@@ -135,8 +136,7 @@ void siembra_lo_que_miente()
     siembra(fuzz, "miente_posicion_fuera", valor(9).u32(3).u32(0xFFFFFFFCu).u32(24).u32(25).u32(1).u8(0));
     siembra(fuzz, "miente_fijo_cortado", valor(8, 2).u8(1).u8(2));
     siembra(fuzz, "miente_nombre_cortado", con_cuenta(1).u8(3).u8(200).pon("abc", 3));
-    siembra(fuzz, "miente_nombre_sin_fin",
-            con_cuenta(2).u8(1).u8(3).pon("abc", 3).u8(7).u8(1).u8(1).pon("z", 1));
+    siembra(fuzz, "miente_nombre_sin_fin", con_cuenta(2).u8(1).u8(3).pon("abc", 3).u8(7).u8(1).u8(1).pon("z", 1));
 }
 
 // ---- Writers
@@ -183,7 +183,7 @@ void siembra_escritura()
 
     salida multiplo;
     multiplo.u8(0);
-    op(multiplo, 5, "b").u8(NORMAL).u16(2036);          // 2048 bytes in all, which grows to 3072
+    op(multiplo, 5, "b").u8(NORMAL).u16(2036); // 2048 bytes in all, which grows to 3072
     siembra(fuzz, "crece_a_un_multiplo", multiplo);
 
     salida nombres;
@@ -227,20 +227,40 @@ void siembra_nombres()
 void siembra_bloques()
 {
     const char fuzz[] = "bloques";
-    siembra(fuzz, "crea_usa_destruye", salida().u8(2).u8(0).u32(300).u8(7).u8(0).u8(0).u32(300).u8(0).u32(0)
-                                           .u8(8).u8(0).u8(0).u8(4).u8(0));
-    siembra(fuzz, "cabecera_miente", salida().u8(0).u8(1).u16(99).u32(UINT32_MAX).u8(4).u8(1)
-                                         .u8(7).u8(0).u8(0).u32(4092).u8(0).u32(0).u8(6).u8(1));
-    siembra(fuzz, "cabecera_tardia", salida().u8(0).u8(1).u16(99).u32(0).u8(5).u8(1)
-                                         .u8(7).u8(0).u8(0).u32(50).u8(3).u32(96));
-    siembra(fuzz, "mas_de_una_pagina", salida().u8(0).u8(2).u16(8999).u32(12289).u8(4).u8(2)
-                                           .u8(7).u8(0).u8(0).u32(12284).u8(0).u32(0).u8(1).u8(2).u32(8996));
-    siembra(fuzz, "con_datos_sin_sitio", salida().u8(3).u8(3).u16(10).u8(3).u8(3).u16(11).u8(3).u8(3).u16(9)
-                                             .u8(3).u8(0).u16(0));
+    siembra(fuzz, "crea_usa_destruye",
+            salida().u8(2).u8(0).u32(300).u8(7).u8(0).u8(0).u32(300).u8(0).u32(0).u8(8).u8(0).u8(0).u8(4).u8(0));
+    siembra(
+        fuzz, "cabecera_miente",
+        salida().u8(0).u8(1).u16(99).u32(UINT32_MAX).u8(4).u8(1).u8(7).u8(0).u8(0).u32(4092).u8(0).u32(0).u8(6).u8(1));
+    siembra(fuzz, "cabecera_tardia",
+            salida().u8(0).u8(1).u16(99).u32(0).u8(5).u8(1).u8(7).u8(0).u8(0).u32(50).u8(3).u32(96));
+    siembra(
+        fuzz, "mas_de_una_pagina",
+        salida().u8(0).u8(2).u16(8999).u32(12289).u8(4).u8(2).u8(7).u8(0).u8(0).u32(12284).u8(0).u32(0).u8(1).u8(2).u32(
+            8996));
+    siembra(fuzz, "con_datos_sin_sitio",
+            salida().u8(3).u8(3).u16(10).u8(3).u8(3).u16(11).u8(3).u8(3).u16(9).u8(3).u8(0).u16(0));
     siembra(fuzz, "no_existe", salida().u8(5).u8(0).u8(6).u8(0).u8(4).u8(0).u8(6).u8(0).u8(4).u8(0));
-    siembra(fuzz, "falla_el_sistema", salida().u8(9).u8(0).u8(2).u8(0).u32(8).u8(9).u8(0).u8(10).u8(1).u8(2)
-                                          .u8(1).u32(8).u8(2).u8(2).u32(UINT32_MAX)
-                                          .u8(2).u8(2).u32(0xFF000000u));
+    siembra(fuzz, "falla_el_sistema",
+            salida()
+                .u8(9)
+                .u8(0)
+                .u8(2)
+                .u8(0)
+                .u32(8)
+                .u8(9)
+                .u8(0)
+                .u8(10)
+                .u8(1)
+                .u8(2)
+                .u8(1)
+                .u32(8)
+                .u8(2)
+                .u8(2)
+                .u32(UINT32_MAX)
+                .u8(2)
+                .u8(2)
+                .u32(0xFF000000u));
 }
 
 // ---- Registry and channel: operations, as their fuzzers number them
@@ -255,28 +275,128 @@ void siembra_registro()
 {
     const char fuzz[] = "registro";
     salida servicios;
-    servicios.u8(4).texto("Calc").u8(0).u8(3).texto("Calc").u8(6).texto("Ca").u8(6).texto("").u8(5)
-        .texto("Calc").u8(0).u8(6).texto("Ca").u8(4).texto(std::string(70, 'l')).u8(0).u8(3)
+    servicios.u8(4)
+        .texto("Calc")
+        .u8(0)
+        .u8(3)
+        .texto("Calc")
+        .u8(6)
+        .texto("Ca")
+        .u8(6)
+        .texto("")
+        .u8(5)
+        .texto("Calc")
+        .u8(0)
+        .u8(6)
+        .texto("Ca")
+        .u8(4)
+        .texto(std::string(70, 'l'))
+        .u8(0)
+        .u8(3)
         .texto(std::string(70, 'l'));
     siembra(fuzz, "servicios", servicios);
     salida llena;
-    llena.u8(2).u8(0).u8(4).texto("Otro").u8(0).u8(3).texto("S31").u8(6).texto("S3").u8(9).u8(1)
-        .texto("C:\\p.exe").u64(2).u8(7).u8(0).u8(1).u8(1).u32(0).u32(0).texto("Otro");
+    llena.u8(2)
+        .u8(0)
+        .u8(4)
+        .texto("Otro")
+        .u8(0)
+        .u8(3)
+        .texto("S31")
+        .u8(6)
+        .texto("S3")
+        .u8(9)
+        .u8(1)
+        .texto("C:\\p.exe")
+        .u64(2)
+        .u8(7)
+        .u8(0)
+        .u8(1)
+        .u8(1)
+        .u32(0)
+        .u32(0)
+        .texto("Otro");
     siembra(fuzz, "tabla_llena", llena);
-    siembra(fuzz, "nombres_sin_fin", salida().u8(2).u8(1).u8(3).texto(std::string(63, 'a')).u8(6)
-                                         .texto(std::string(63, 'f')).u8(6).texto(std::string(64, 'f'))
-                                         .u8(9).u8(0).texto(std::string(255, 'B')).u64(4));
+    siembra(fuzz, "nombres_sin_fin",
+            salida()
+                .u8(2)
+                .u8(1)
+                .u8(3)
+                .texto(std::string(63, 'a'))
+                .u8(6)
+                .texto(std::string(63, 'f'))
+                .u8(6)
+                .texto(std::string(64, 'f'))
+                .u8(9)
+                .u8(0)
+                .texto(std::string(255, 'B'))
+                .u64(4));
 
     salida programas;
-    programas.u8(9).u8(0).texto("C:\\a.exe").u64(1).u8(9).u8(1).texto("C:\\a.exe").u64(3).u8(9).u8(1)
-        .texto("C:\\a.exe").u64(1).u8(11).u8(0).u16(0).texto("Calc").u8(11).u8(1).u16(1).texto("Calc")
-        .u8(12).u8(0).u32(100).u8(0).u8(13).u8(0).u8(0).u8(30).u8(13).u8(5).u8(0).u8(30).u8(10).u16(0)
-        .u8(10).u16(1);
+    programas.u8(9)
+        .u8(0)
+        .texto("C:\\a.exe")
+        .u64(1)
+        .u8(9)
+        .u8(1)
+        .texto("C:\\a.exe")
+        .u64(3)
+        .u8(9)
+        .u8(1)
+        .texto("C:\\a.exe")
+        .u64(1)
+        .u8(11)
+        .u8(0)
+        .u16(0)
+        .texto("Calc")
+        .u8(11)
+        .u8(1)
+        .u16(1)
+        .texto("Calc")
+        .u8(12)
+        .u8(0)
+        .u32(100)
+        .u8(0)
+        .u8(13)
+        .u8(0)
+        .u8(0)
+        .u8(30)
+        .u8(13)
+        .u8(5)
+        .u8(0)
+        .u8(30)
+        .u8(10)
+        .u16(0)
+        .u8(10)
+        .u16(1);
     siembra(fuzz, "programas_y_rondas", programas);
 
     salida monitor;
-    monitor.u8(14).u8(4).texto("Calc").u8(0).u8(7).u8(1).u8(2).u8(1).u32(100).u32(101).texto("Calc").u8(15)
-        .u8(0).u32(1).u8(15).u8(1).u32(3u << 16).u8(15).u8(0).u32(65).u8(13).u8(4).u8(0).u8(2).u8(14);
+    monitor.u8(14)
+        .u8(4)
+        .texto("Calc")
+        .u8(0)
+        .u8(7)
+        .u8(1)
+        .u8(2)
+        .u8(1)
+        .u32(100)
+        .u32(101)
+        .texto("Calc")
+        .u8(15)
+        .u8(0)
+        .u32(1)
+        .u8(15)
+        .u8(1)
+        .u32(3u << 16)
+        .u8(15)
+        .u8(0)
+        .u32(65)
+        .u8(13)
+        .u8(4)
+        .u8(0)
+        .u8(2)
+        .u8(14);
     siembra(fuzz, "monitor", monitor);
 
     salida anillo;
@@ -311,8 +431,7 @@ salida &manda(salida &s, uint32_t ind_datServ)
 void siembra_canal()
 {
     const char fuzz[] = "canal";
-    siembra(fuzz, "dame_comando",
-            salida(en_curso()).u8(3).u8(0).u8(0).u8(3).u8(1).u32(99).u8(0).u8(3).u8(0).u8(7));
+    siembra(fuzz, "dame_comando", salida(en_curso()).u8(3).u8(0).u8(0).u8(3).u8(1).u32(99).u8(0).u8(3).u8(0).u8(7));
     siembra(fuzz, "pon_resultado", salida(en_curso()).u8(4).u8(0).u32(7).u16(70).u16(300).u16(0));
     salida datos = en_curso();
     const bytes contenido = escrito(cada_tipo);
@@ -350,8 +469,8 @@ void siembra_canal()
     salida pequenyo, falso;
     siembra(fuzz, "canal_pequenyo", manda(pequenyo.u8(1), 0));
     siembra(fuzz, "canal_con_cabecera_falsa", manda(falso.u8(2), 0));
-    siembra(fuzz, "guarda_datos", salida().u8(3).u8(11).u8(0).u16(1).u64(0).u32(0).u8(1).u8(10).u16(40).u32(7)
-                                      .u8(10).u16(0).u32(7));
+    siembra(fuzz, "guarda_datos",
+            salida().u8(3).u8(11).u8(0).u16(1).u64(0).u32(0).u8(1).u8(10).u16(40).u32(7).u8(10).u16(0).u32(7));
 }
 
 // ---- The files
@@ -365,8 +484,8 @@ bytes lee_fichero(const std::filesystem::path &ruta)
 void escribe_fichero(const std::filesystem::path &ruta, const bytes &b)
 {
     std::filesystem::create_directories(ruta.parent_path());
-    std::ofstream(ruta, std::ios::binary).write(reinterpret_cast<const char *>(b.data()),
-                                                static_cast<std::streamsize>(b.size()));
+    std::ofstream(ruta, std::ios::binary)
+        .write(reinterpret_cast<const char *>(b.data()), static_cast<std::streamsize>(b.size()));
 }
 
 int comprueba(const std::filesystem::path &carpeta)
@@ -384,7 +503,7 @@ int comprueba(const std::filesystem::path &carpeta)
     return malas != 0 ? 1 : 0;
 }
 
-}
+} // namespace
 
 int main(int argc, char **argv)
 {

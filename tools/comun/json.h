@@ -13,10 +13,10 @@ namespace herramientas {
 
 using json = nlohmann::ordered_json;
 
-json a_json(const suceso &s);           // {"n":1,"time":"...Z","side":"client","kind":"command","begins":true,...}
-json a_json(const valor &v);            // {"name":"a","type":"ulong","value":7}; a buffer in hexadecimal, inf as text
-json a_json(const contenido &c);        // {"values":[...]} and "error" where reading ended early
-std::string en_linea(const json &j);    // one line; text that is not UTF-8 is replaced, never refused
+json a_json(const suceso &s);        // {"n":1,"time":"...Z","side":"client","kind":"command","begins":true,...}
+json a_json(const valor &v);         // {"name":"a","type":"ulong","value":7}; a buffer in hexadecimal, inf as text
+json a_json(const contenido &c);     // {"values":[...]} and "error" where reading ended early
+std::string en_linea(const json &j); // one line; text that is not UTF-8 is replaced, never refused
 
 } // namespace herramientas
 

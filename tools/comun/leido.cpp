@@ -101,7 +101,8 @@ struct objeto {
     UNICODE_STRING tipo;
 };
 
-template <typename F> F de_ntdll(const char *nombre)
+template <typename F>
+F de_ntdll(const char *nombre)
 {
     return reinterpret_cast<F>(reinterpret_cast<void *>(GetProcAddress(GetModuleHandleA("ntdll.dll"), nombre)));
 }

@@ -13,14 +13,14 @@ namespace herramientas {
 // A block opened for reading while the object lives. It keeps the block in being meanwhile, so hold it shortly.
 class bloque_leido {
 public:
-    explicit bloque_leido(const std::string &nombre);       // ANSI, as programs build it
+    explicit bloque_leido(const std::string &nombre); // ANSI, as programs build it
     ~bloque_leido();
     bloque_leido(const bloque_leido &) = delete;
     bloque_leido &operator=(const bloque_leido &) = delete;
 
     bool abierto() const { return m_vista != nullptr; }
-    uint32_t tam_dicho() const;                             // bytes of data that the header states
-    size_t tam() const;                                     // those of them that are mapped
+    uint32_t tam_dicho() const; // bytes of data that the header states
+    size_t tam() const;         // those of them that are mapped
     const uint8_t *datos() const;
 
     // Copies the first `num` bytes as they stand, until two copies in a row agree. False: fewer are there, or others

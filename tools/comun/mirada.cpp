@@ -55,7 +55,8 @@ static servicio_visto ve_servicio(uint32_t ind_datServ, const datServ &crudo)
 }
 
 // A channel's field is not aligned: its characters are copied before they are read.
-template <size_t N> static std::string texto_de(const wchar_t (&campo)[N])
+template <size_t N>
+static std::string texto_de(const wchar_t (&campo)[N])
 {
     wchar_t copia[N];
     memcpy(copia, campo, sizeof copia);
@@ -228,7 +229,8 @@ std::string programa_del_proceso(uint32_t pid)
 
 // ---- Names of states
 
-template <size_t N> static std::string nombre_de(const char *const (&nombres)[N], uint32_t estado)
+template <size_t N>
+static std::string nombre_de(const char *const (&nombres)[N], uint32_t estado)
 {
     return estado < N ? nombres[estado] : "?" + std::to_string(estado);
 }

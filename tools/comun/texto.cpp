@@ -34,7 +34,7 @@ std::wstring a_ancho(const std::string &utf8)
 // What does not come back the same is not in the code page, or was no text.
 std::optional<std::string> a_ansi(const std::string &utf8)
 {
-    if (GetACP() == CP_UTF8)            // the system then refuses to tell what it put in the place of others
+    if (GetACP() == CP_UTF8) // the system then refuses to tell what it put in the place of others
         return utf8;
     std::wstring ancho = a_ancho(utf8);
     int num =

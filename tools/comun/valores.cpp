@@ -28,7 +28,8 @@ struct lector {
         corto = corto || n > num - sitio;
         return !corto;
     }
-    template <typename T> T toma()
+    template <typename T>
+    T toma()
     {
         T v{};
         if (quedan(sizeof v)) {

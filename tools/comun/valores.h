@@ -12,9 +12,9 @@
 namespace herramientas {
 
 struct valor {
-    uint32_t tipo = 0;                              // tipoDato
-    std::string nombre;                             // UTF-8
-    uint64_t numero = 0;                            // byte, ushort, ulong, window
+    uint32_t tipo = 0;   // tipoDato
+    std::string nombre;  // UTF-8
+    uint64_t numero = 0; // byte, ushort, ulong, window
     double real = 0;
     std::vector<uint8_t> bytes;                     // of a buffer, its first max_bytes
     uint32_t tam = 0;                               // of the whole buffer
@@ -24,13 +24,13 @@ struct valor {
 
 struct contenido {
     std::vector<valor> valores;
-    std::string fallo;                              // why reading ended early; empty: it did not
-    bool danyado = false;                           // because these bytes are no content
+    std::string fallo;    // why reading ended early; empty: it did not
+    bool danyado = false; // because these bytes are no content
 };
 
 struct limites_valores {
     size_t max_valores = 100000;
-    size_t max_bytes = 1u << 20;                    // of one buffer or text
+    size_t max_bytes = 1u << 20; // of one buffer or text
 };
 
 contenido descifra(const uint8_t *datos, size_t num, const limites_valores &limites = {});
@@ -39,9 +39,9 @@ contenido descifra(const uint8_t *datos, size_t num, const limites_valores &limi
 std::optional<contenido> lee_bloque(const std::string &nombre_servicio_ansi, uint32_t id_bloque_MCCom,
                                     const limites_valores &limites = {});
 
-const char *nombre_tipo(uint32_t tipo);             // "ulong", "ansi", "wide[]"...; "?" for others
-std::string valor_a_texto(const valor &v);          // for people, on one line
-std::string real_a_texto(double real);              // "0.1", "-inf", "nan"
+const char *nombre_tipo(uint32_t tipo);    // "ulong", "ansi", "wide[]"...; "?" for others
+std::string valor_a_texto(const valor &v); // for people, on one line
+std::string real_a_texto(double real);     // "0.1", "-inf", "nan"
 std::string hexadecimal(const std::vector<uint8_t> &bytes, size_t max = SIZE_MAX);
 
 } // namespace herramientas

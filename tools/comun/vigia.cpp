@@ -32,8 +32,8 @@ static const int NUM_COPIAS = 20;
 // The plain clock moves on 64 times a second; systems before Windows 8 have no other.
 uint64_t ahora_100ns()
 {
-    static const auto precisa = reinterpret_cast<void(WINAPI *)(FILETIME *)>(reinterpret_cast<void *>(
-        GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetSystemTimePreciseAsFileTime")));
+    static const auto precisa = reinterpret_cast<void(WINAPI *)(FILETIME *)>(
+        reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "GetSystemTimePreciseAsFileTime")));
     FILETIME t;
     if (precisa != nullptr)
         precisa(&t);
@@ -528,7 +528,7 @@ vigia::vigia(HWND hwnd, std::function<void(const suceso &)> dime) : m(new estado
     s_vigia = m.get();
     ivrexa_registra_monitor(hwnd, actividad, bucle_cliente, bucle_servidor, m.get());
     m->registro.abre(hwnd);
-    timeBeginPeriod(1);                         // else a wait of a millisecond lasts up to 16
+    timeBeginPeriod(1); // else a wait of a millisecond lasts up to 16
     s_proc_anterior =
         reinterpret_cast<WNDPROC>(SetWindowLongPtrW(hwnd, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(proc_vigia)));
 }
@@ -627,7 +627,7 @@ static SYSTEMTIME a_sistema(uint64_t hora_100ns, bool local)
     FILETIME t = {static_cast<DWORD>(hora_100ns), static_cast<DWORD>(hora_100ns >> 32)};
     SYSTEMTIME s = {}, aqui = {};
     FileTimeToSystemTime(&t, &s);
-    return local && SystemTimeToTzSpecificLocalTime(nullptr, &s, &aqui) ? aqui : s;     // by that day's summer time
+    return local && SystemTimeToTzSpecificLocalTime(nullptr, &s, &aqui) ? aqui : s; // by that day's summer time
 }
 
 std::string hora_local(uint64_t hora_100ns)

@@ -29,17 +29,17 @@ enum class lado : uint8_t { servidor, cliente, monitor, otro };
 enum class clase : uint8_t { servicio, comando, entrada, salida, espera, hueco, otra };
 
 struct suceso {
-    uint64_t numero = 0;            // counts from 1 in this session, gaps and waits included
-    uint64_t hora_100ns = 0;        // FILETIME, local clock's UTC
+    uint64_t numero = 0;     // counts from 1 in this session, gaps and waits included
+    uint64_t hora_100ns = 0; // FILETIME, local clock's UTC
     lado quien = lado::otro;
     clase que = clase::otra;
-    bool empieza = false;           // indicador 1
-    std::string servicio;           // UTF-8; remembered when the registry's is empty by now
+    bool empieza = false; // indicador 1
+    std::string servicio; // UTF-8; remembered when the registry's is empty by now
     std::string servicio_ansi;
-    uint32_t id_comando = 0;        // 0 = none
-    uint32_t id_bloque = 0;         // 0 = none
-    uint32_t estado = 0;            // of a wait: the loop state
-    uint64_t perdidos = 0;          // of a gap: how many activities
+    uint32_t id_comando = 0; // 0 = none
+    uint32_t id_bloque = 0;  // 0 = none
+    uint32_t estado = 0;     // of a wait: the loop state
+    uint64_t perdidos = 0;   // of a gap: how many activities
 };
 
 // "service offered", "command begins", "input saved", "waits until ...", "12 activities lost": for people.
@@ -68,9 +68,9 @@ public:
     ~vigia();
     vigia(const vigia &) = delete;
     vigia &operator=(const vigia &) = delete;
-    uint64_t num_actividades() const;       // written in all since registration; no more than that, till all is told
+    uint64_t num_actividades() const; // written in all since registration; no more than that, till all is told
     uint64_t num_perdidas() const;
-    bool sigue_siendo_monitor() const;      // no other program took its place
+    bool sigue_siendo_monitor() const; // no other program took its place
 
     struct estado;
 

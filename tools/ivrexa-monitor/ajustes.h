@@ -11,18 +11,18 @@
 namespace monitor {
 
 struct ajustes {
-    bool hay_ventana = false;               // false: nothing remembered, the system places it
-    RECT ventana = {};                      // place when not maximised, in pixels of the screen
-    uint32_t ppp_ventana = 0;               // dots per inch of that screen; 0: not known
+    bool hay_ventana = false; // false: nothing remembered, the system places it
+    RECT ventana = {};        // place when not maximised, in pixels of the screen
+    uint32_t ppp_ventana = 0; // dots per inch of that screen; 0: not known
     bool maximizada = false;
-    std::vector<int> anchos_actividades;    // columns' widths; another number of them than there are columns: ignored
+    std::vector<int> anchos_actividades; // columns' widths; another number of them than there are columns: ignored
     std::vector<int> anchos_servicios;
     std::vector<int> anchos_programas;
     std::vector<int> anchos_valores;
-    int alto_actividades_por_mil = 550;     // of the space that the lists share
-    std::string filtro_servicio;            // UTF-8
+    int alto_actividades_por_mil = 550; // of the space that the lists share
+    std::string filtro_servicio;        // UTF-8
     uint32_t filtro_clases = 0xffffffff;
-    bool guarda_valores = true;             // look into each block when its event comes
+    bool guarda_valores = true; // look into each block when its event comes
 };
 
 // `clave` under HKCU, for tests. What is missing or makes no sense is as in a fresh record.

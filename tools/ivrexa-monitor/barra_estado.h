@@ -16,7 +16,7 @@ public:
     void cambia_ppp(UINT ppp, HFONT fuente);
     void di(const std::vector<std::wstring> &partes);
     int alto() const;
-    int ancho_minimo() const;       // for its parts, the last one whole
+    int ancho_minimo() const; // for its parts, the last one whole
 
 private:
     void reparte();

@@ -49,7 +49,7 @@ void barra_filtro::pon_fuente(HFONT fuente)
 
 int barra_filtro::ancho(const pieza &p, UINT ppp) const
 {
-    if (p.es_boton)                     // the one of the pause has two texts, and stays where it is
+    if (p.es_boton) // the one of the pause has two texts, and stays where it is
         return std::max({escala(84, ppp), ancho_de(p.hwnd, m_fuente, SIGUE) + escala(24, ppp),
                          ancho_de(p.hwnd, m_fuente, PAUSA) + escala(24, ppp)});
     wchar_t texto[60] = L"";
@@ -125,7 +125,7 @@ void barra_filtro::pon(const filtro &f)
 {
     for (size_t i = 0; i < m_clases.size(); i++)
         SendMessageW(m_clases[i], BM_SETCHECK, (f.clases & bit_de(BITS[i])) != 0 ? BST_CHECKED : BST_UNCHECKED, 0);
-    SetWindowTextW(m_texto, herramientas::a_ancho(f.servicio).c_str());     // the last: it tells of itself
+    SetWindowTextW(m_texto, herramientas::a_ancho(f.servicio).c_str()); // the last: it tells of itself
 }
 
 void barra_filtro::pon_pausa(bool parada)

@@ -26,8 +26,8 @@ public:
 private:
     struct pieza {
         HWND hwnd;
-        int aparte;                     // free space before it, at 96 dpi
-        bool con_caja;                  // a check box: its mark takes room
+        int aparte;    // free space before it, at 96 dpi
+        bool con_caja; // a check box: its mark takes room
         bool es_boton;
     };
     HWND anade(HWND padre, const wchar_t *clase, const wchar_t *texto, DWORD estilo, int id);
@@ -37,7 +37,7 @@ private:
     int ancho_del_texto(int sitio, UINT ppp) const;
     int alto_del_texto(UINT ppp) const;
 
-    std::vector<pieza> m_piezas;        // from left to right
+    std::vector<pieza> m_piezas; // from left to right
     HWND m_texto = nullptr, m_pausa = nullptr;
     std::vector<HWND> m_clases;
     HFONT m_fuente = nullptr;

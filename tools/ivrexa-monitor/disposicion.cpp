@@ -10,7 +10,7 @@ namespace {
 
 const int MARGEN = 8, ALTO_DIVISOR = 6, ALTO_FILTRO = 26;
 const int VALORES_POR_CIENTO = 34;
-const int MIN_POR_MIL = 50, MAX_POR_MIL = 950;      // of the height, whatever it is
+const int MIN_POR_MIL = 50, MAX_POR_MIL = 950; // of the height, whatever it is
 
 struct franja {
     int izquierda, arriba, derecha, abajo;

@@ -43,10 +43,9 @@ static HANDLE crea_aparte(const std::wstring &ruta, std::wstring *aparte)
 {
     HANDLE fichero = INVALID_HANDLE_VALUE;
     for (int n = 0; n < MAX_NOMBRES_APARTE; n++) {
-        *aparte = ruta + L"." + std::to_wstring(GetCurrentProcessId()) + (n > 0 ? L"-" + std::to_wstring(n) : L"") +
-                  L".tmp";
-        fichero =
-            CreateFileW(aparte->c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+        *aparte =
+            ruta + L"." + std::to_wstring(GetCurrentProcessId()) + (n > 0 ? L"-" + std::to_wstring(n) : L"") + L".tmp";
+        fichero = CreateFileW(aparte->c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
         if (fichero != INVALID_HANDLE_VALUE || GetLastError() != ERROR_FILE_EXISTS)
             break;
     }
@@ -111,7 +110,7 @@ static std::optional<std::wstring> pregunta_donde(HWND hwnd, formato como)
     o.Flags = OFN_EXPLORER | OFN_OVERWRITEPROMPT | OFN_PATHMUSTEXIST | OFN_HIDEREADONLY | OFN_NOCHANGEDIR;
     if (GetSaveFileNameW(&o))
         return std::wstring(ruta.data());
-    if (DWORD error = CommDlgExtendedError())       // 0: the user does not want to
+    if (DWORD error = CommDlgExtendedError()) // 0: the user does not want to
         di_error(hwnd, L"The question for the file's name could not be shown: error " + std::to_wstring(error) + L".");
     return std::nullopt;
 }

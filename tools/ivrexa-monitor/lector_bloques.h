@@ -20,7 +20,7 @@ public:
     std::optional<herramientas::contenido> lee(const herramientas::suceso &s);
 
 private:
-    using bloque = std::pair<std::string, uint32_t>;    // service, id
+    using bloque = std::pair<std::string, uint32_t>; // service, id
     struct uno {
         bloque b;
         herramientas::contenido c;
@@ -30,7 +30,7 @@ private:
     void recuerda(const bloque &b, const herramientas::contenido &c);
     void olvida_si(const std::function<bool(const bloque &)> &cual);
 
-    std::list<uno> m_vistos;            // the oldest first
+    std::list<uno> m_vistos; // the oldest first
     size_t m_bytes = 0;
 };
 

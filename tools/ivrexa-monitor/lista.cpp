@@ -6,9 +6,7 @@
 
 namespace monitor {
 
-lista::lista(std::vector<columna> columnas) : m_columnas(std::move(columnas))
-{
-}
+lista::lista(std::vector<columna> columnas) : m_columnas(std::move(columnas)) {}
 
 bool lista::crea(HWND padre, int id)
 {
@@ -98,10 +96,15 @@ int lista::alto_de_filas(int num) const
 LRESULT lista::notifica(NMHDR *aviso)
 {
     switch (aviso->code) {
-    case LVN_GETDISPINFOW: da_texto(reinterpret_cast<NMLVDISPINFOW *>(aviso)); return 0;
-    case LVN_ODFINDITEMW: return busca_texto(reinterpret_cast<NMLVFINDITEMW *>(aviso));
-    case NM_CUSTOMDRAW: return dibuja(reinterpret_cast<NMLVCUSTOMDRAW *>(aviso));
-    default: return 0;
+    case LVN_GETDISPINFOW:
+        da_texto(reinterpret_cast<NMLVDISPINFOW *>(aviso));
+        return 0;
+    case LVN_ODFINDITEMW:
+        return busca_texto(reinterpret_cast<NMLVFINDITEMW *>(aviso));
+    case NM_CUSTOMDRAW:
+        return dibuja(reinterpret_cast<NMLVCUSTOMDRAW *>(aviso));
+    default:
+        return 0;
     }
 }
 
@@ -135,7 +138,7 @@ LRESULT lista::dibuja(NMLVCUSTOMDRAW *aviso) const
         aviso->clrText = texto_apagado();
     if (como != aspecto::destacado)
         return CDRF_DODEFAULT;
-    if (!m_alto_contraste) {            // a pair that can be read whatever the others are
+    if (!m_alto_contraste) { // a pair that can be read whatever the others are
         aviso->clrText = RGB(150, 0, 0);
         aviso->clrTextBk = RGB(255, 232, 190);
     }

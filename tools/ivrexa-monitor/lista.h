@@ -12,7 +12,7 @@ namespace monitor {
 
 struct columna {
     const wchar_t *titulo;
-    int ancho;                          // at 96 dpi
+    int ancho; // at 96 dpi
     bool a_la_derecha = false;
 };
 
@@ -31,20 +31,20 @@ public:
     int id() const { return m_id; }
     int num_filas() const;
 
-    std::vector<int> anchos() const;                    // at 96 dpi
-    void pon_anchos(const std::vector<int> &anchos);    // ignored when they are not as many as the columns
-    void cambia_ppp(UINT ppp);                          // columns keep their widths of 96 dpi
+    std::vector<int> anchos() const;                 // at 96 dpi
+    void pon_anchos(const std::vector<int> &anchos); // ignored when they are not as many as the columns
+    void cambia_ppp(UINT ppp);                       // columns keep their widths of 96 dpi
     void pon_fuentes(HFONT normal, HFONT negrita);
-    int alto_de_filas(int num) const;                   // with header, scroll bar and edges
+    int alto_de_filas(int num) const; // with header, scroll bar and edges
 
     virtual LRESULT notifica(NMHDR *aviso);
     void elige_todo();
-    std::wstring elegidas_como_texto() const;           // a row a line, tabs between cells
+    std::wstring elegidas_como_texto() const; // a row a line, tabs between cells
 
 protected:
     virtual std::wstring celda(int fila, int columna) const = 0;
     virtual aspecto aspecto_de(int fila) const = 0;
-    virtual int busca(const std::wstring &principio, int desde) const;  // row that typing leads to; -1: none
+    virtual int busca(const std::wstring &principio, int desde) const; // row that typing leads to; -1: none
     int busca_en(int columna, const std::wstring &principio, int desde) const;
     std::vector<int> elegidas(size_t max) const;
     int num_columnas() const { return static_cast<int>(m_columnas.size()); }

@@ -54,14 +54,22 @@ std::wstring lista_actividades::celda(int fila, int columna) const
     if (s == nullptr)
         return L"";
     switch (columna) {
-    case NUMERO: return std::to_wstring(s->numero);
-    case HORA: return a_ancho(hora_local(s->hora_100ns));
-    case LADO: return s->que == clase::hueco ? L"" : a_ancho(nombre_lado(s->quien));
-    case SUCESO: return a_ancho(describe(*s));
-    case SERVICIO: return a_ancho(sin_controles(s->servicio));
-    case COMANDO: return numero_o_nada(s->id_comando);
-    case BLOQUE: return numero_o_nada(s->id_bloque);
-    default: return L"";
+    case NUMERO:
+        return std::to_wstring(s->numero);
+    case HORA:
+        return a_ancho(hora_local(s->hora_100ns));
+    case LADO:
+        return s->que == clase::hueco ? L"" : a_ancho(nombre_lado(s->quien));
+    case SUCESO:
+        return a_ancho(describe(*s));
+    case SERVICIO:
+        return a_ancho(sin_controles(s->servicio));
+    case COMANDO:
+        return numero_o_nada(s->id_comando);
+    case BLOQUE:
+        return numero_o_nada(s->id_bloque);
+    default:
+        return L"";
     }
 }
 
@@ -131,7 +139,7 @@ void lista_actividades::corre(int cuantos)
     int primera = std::max(0, ListView_GetTopIndex(hwnd()) - cuantos);
     std::vector<int> elegidas_antes = elegidas(MAX_ELEGIDAS_QUE_CORREN + 1);
     bool se_suelta = elegidas_antes.size() > MAX_ELEGIDAS_QUE_CORREN;
-    int ancla = ListView_GetSelectionMark(hwnd());      // where a selection with Shift begins
+    int ancla = ListView_GetSelectionMark(hwnd()); // where a selection with Shift begins
     int con_foco = ListView_GetNextItem(hwnd(), -1, LVNI_FOCUSED) - cuantos;
     if (!elegidas_antes.empty())
         ListView_SetItemState(hwnd(), -1, 0, LVIS_SELECTED);
@@ -245,7 +253,8 @@ LRESULT lista_actividades::notifica(NMHDR *aviso)
         if (reinterpret_cast<NMLVSCROLL *>(aviso)->dy < 0)
             pon_sigue_el_usuario(false);
         return 0;
-    default: return lista::notifica(aviso);
+    default:
+        return lista::notifica(aviso);
     }
 }
 

@@ -15,15 +15,15 @@ class lista_actividades : public lista {
 public:
     explicit lista_actividades(const historia &h);
 
-    std::function<void()> al_elegir;            // another event is the selected one
-    std::function<void()> al_cambiar_sigue;     // the user went back in the list, or to its end
+    std::function<void()> al_elegir;        // another event is the selected one
+    std::function<void()> al_cambiar_sigue; // the user went back in the list, or to its end
 
-    void refresca();                            // what came, what was dropped
-    void rehaz();                               // after another filter, or clearing
+    void refresca(); // what came, what was dropped
+    void rehaz();    // after another filter, or clearing
     bool sigue_el_final() const { return m_sigue; }
     void pon_sigue(bool sigue);
-    void elige(uint64_t numero);                // the event of that number, where it is shown
-    const suceso *elegido() const;              // nullptr: none; holds until the history changes
+    void elige(uint64_t numero);   // the event of that number, where it is shown
+    const suceso *elegido() const; // nullptr: none; holds until the history changes
     LRESULT notifica(NMHDR *aviso) override;
 
 protected:
@@ -43,9 +43,9 @@ private:
 
     const historia &m_historia;
     bool m_sigue = true;
-    bool m_callada = false;                     // what changes now is our own doing
-    int m_num = 0;                              // rows that the control knows
-    uint64_t m_ultimo = 0;                      // number of the last of them
+    bool m_callada = false; // what changes now is our own doing
+    int m_num = 0;          // rows that the control knows
+    uint64_t m_ultimo = 0;  // number of the last of them
 };
 
 } // namespace monitor

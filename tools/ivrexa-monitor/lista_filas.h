@@ -8,7 +8,7 @@
 namespace monitor {
 
 struct fila {
-    std::string clave;                      // what it is, from filling to filling; no two rows have the same
+    std::string clave; // what it is, from filling to filling; no two rows have the same
     std::vector<std::wstring> celdas;
     aspecto como = aspecto::normal;
 };

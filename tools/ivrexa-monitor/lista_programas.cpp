@@ -43,9 +43,12 @@ static std::string ventana_de(const programa_visto &p)
 static std::string latido_de(const latidos::estado &l)
 {
     switch (l.p) {
-    case latidos::pulso::se_mueve: return "moves";
-    case latidos::pulso::callado: return "silent " + numero_con_comas(l.callado_ms / 1000) + " s";
-    default: return "not seen to move yet";
+    case latidos::pulso::se_mueve:
+        return "moves";
+    case latidos::pulso::callado:
+        return "silent " + numero_con_comas(l.callado_ms / 1000) + " s";
+    default:
+        return "not seen to move yet";
     }
 }
 

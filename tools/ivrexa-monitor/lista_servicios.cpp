@@ -53,7 +53,7 @@ fila lista_servicios::fila_de(const escritorio_visto &e, const servicio_visto &s
         programa_de(e, servidor_de(e, s), s.id_programa_servidor),
         programa_de(e, cliente_de(e, s), s.id_programa_cliente),
         s.canal ? nombre_estado_comando(s.canal->info_estadoComando) : "no channel",
-        !s.canal             ? ""
+        !s.canal            ? ""
         : terminado.empty() ? nombre_estado_servidor(s.canal->estado_servidor)
                             : terminado,
         comando_en_curso(s),

@@ -6,9 +6,7 @@ namespace monitor {
 
 using namespace herramientas;
 
-lista_valores::lista_valores() : lista_filas({{L"Name", 84}, {L"Type", 56}, {L"Value", 232}})
-{
-}
+lista_valores::lista_valores() : lista_filas({{L"Name", 84}, {L"Type", 56}, {L"Value", 232}}) {}
 
 static fila fila_que_dice(size_t sitio, const std::wstring &texto)
 {

@@ -11,7 +11,7 @@ class lista_valores : public lista_filas {
 public:
     lista_valores();
     void muestra(const herramientas::contenido &c);
-    void di(const wchar_t *texto);              // in place of values
+    void di(const wchar_t *texto); // in place of values
     void vacia();
 };
 

@@ -14,12 +14,12 @@ namespace monitor {
 struct vista {
     herramientas::escritorio_visto escritorio;
     herramientas::latidos pulsos;
-    uint64_t ms = 0;                            // when it was taken, of GetTickCount64
+    uint64_t ms = 0; // when it was taken, of GetTickCount64
 };
 
 class mirador {
 public:
-    mirador(HWND hwnd, UINT mensaje);           // `mensaje` is posted when there is a new look
+    mirador(HWND hwnd, UINT mensaje); // `mensaje` is posted when there is a new look
     ~mirador();
     mirador(const mirador &) = delete;
     mirador &operator=(const mirador &) = delete;
@@ -32,9 +32,9 @@ private:
     HWND m_hwnd;
     UINT m_mensaje;
     HANDLE m_fin;
-    herramientas::latidos m_pulsos;             // the thread's
+    herramientas::latidos m_pulsos; // the thread's
     mutable SRWLOCK m_cerrojo = SRWLOCK_INIT;
-    std::shared_ptr<const vista> m_ultima;      // under the lock
+    std::shared_ptr<const vista> m_ultima; // under the lock
     std::thread m_hilo;
 };
 

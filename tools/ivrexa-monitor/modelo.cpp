@@ -124,7 +124,7 @@ std::optional<size_t> historia::sitio_visible(uint64_t numero) const
 
 // ---- What the blocks held
 
-static const size_t MAX_SERVICIOS = 10000;     // remembered; a desktop has 32 at a time
+static const size_t MAX_SERVICIOS = 10000; // remembered; a desktop has 32 at a time
 
 void vidas::anota(const suceso &s)
 {

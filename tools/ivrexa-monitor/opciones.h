@@ -8,11 +8,11 @@
 namespace monitor {
 
 struct opciones {
-    bool sustituye = false;         // --replace
-    bool vigila = true;             // not --no-watch
-    bool no_preguntes = false;      // --yes
-    bool ayuda = false;             // --help
-    std::wstring desconocida;       // an argument that there is not; empty: all were good
+    bool sustituye = false;    // --replace
+    bool vigila = true;        // not --no-watch
+    bool no_preguntes = false; // --yes
+    bool ayuda = false;        // --help
+    std::wstring desconocida;  // an argument that there is not; empty: all were good
 };
 
 opciones lee_opciones(const std::vector<std::wstring> &argumentos);

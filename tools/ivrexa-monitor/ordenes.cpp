@@ -13,7 +13,7 @@ namespace monitor {
 using namespace herramientas;
 
 static const int PASO_POR_MIL = 50;
-static const int AVISO_DE_TECLA = 1;         // of a command: an accelerator gave it
+static const int AVISO_DE_TECLA = 1; // of a command: an accelerator gave it
 
 static const wchar_t *const TECLAS = L"F5: pause, go on\n"
                                      L"Ctrl+L: clear\n"
@@ -44,7 +44,7 @@ void ventana::obedece(int id, int aviso)
 {
     bool es_clase = id >= ID_FILTRO_CLASE && id < ID_FILTRO_CLASE + 5;
     if ((id == ID_FILTRO_SERVICIO && aviso == EN_CHANGE) || (es_clase && aviso == BN_CLICKED)) {
-        if (m_vigilancia != nullptr)        // not while the window is being made
+        if (m_vigilancia != nullptr) // not while the window is being made
             filtra();
         return;
     }
@@ -61,12 +61,23 @@ void ventana::obedece(int id, int aviso)
 bool ventana::obedece_de_fichero(int id)
 {
     switch (id) {
-    case ID_GUARDA_CSV: pregunta_y_guarda(m_hwnd, formato::csv, m_historia, m_contenidos); return true;
-    case ID_GUARDA_JSON: pregunta_y_guarda(m_hwnd, formato::json_lineas, m_historia, m_contenidos); return true;
-    case ID_SALIR: PostMessageW(m_hwnd, WM_CLOSE, 0, 0); return true;
-    case ID_TECLAS: MessageBoxW(m_hwnd, TECLAS, monitor_TITULO, MB_OK); return true;
-    case ID_ACERCA_DE: MessageBoxW(m_hwnd, ACERCA_DE, monitor_TITULO, MB_OK | MB_ICONINFORMATION); return true;
-    default: return false;
+    case ID_GUARDA_CSV:
+        pregunta_y_guarda(m_hwnd, formato::csv, m_historia, m_contenidos);
+        return true;
+    case ID_GUARDA_JSON:
+        pregunta_y_guarda(m_hwnd, formato::json_lineas, m_historia, m_contenidos);
+        return true;
+    case ID_SALIR:
+        PostMessageW(m_hwnd, WM_CLOSE, 0, 0);
+        return true;
+    case ID_TECLAS:
+        MessageBoxW(m_hwnd, TECLAS, monitor_TITULO, MB_OK);
+        return true;
+    case ID_ACERCA_DE:
+        MessageBoxW(m_hwnd, ACERCA_DE, monitor_TITULO, MB_OK | MB_ICONINFORMATION);
+        return true;
+    default:
+        return false;
     }
 }
 
@@ -96,7 +107,8 @@ bool ventana::obedece_de_edicion(int id)
         m_filtro.pon({});
         filtra();
         return true;
-    default: return false;
+    default:
+        return false;
     }
 }
 
@@ -111,22 +123,41 @@ void ventana::copia(const lista &l)
 bool ventana::obedece_de_vista(int id)
 {
     switch (id) {
-    case IDOK: pulsa_boton_con_foco(); return true;
-    case ID_VIGILA: vigila_o_no(); return true;
+    case IDOK:
+        pulsa_boton_con_foco();
+        return true;
+    case ID_VIGILA:
+        vigila_o_no();
+        return true;
     case ID_PAUSA:
-    case ID_BOTON_PAUSA: pausa(); return true;
+    case ID_BOTON_PAUSA:
+        pausa();
+        return true;
     case ID_LIMPIA:
-    case ID_BOTON_LIMPIA: limpia(); return true;
-    case ID_SIGUE_EL_FINAL: m_actividades.pon_sigue(!m_actividades.sigue_el_final()); break;
+    case ID_BOTON_LIMPIA:
+        limpia();
+        return true;
+    case ID_SIGUE_EL_FINAL:
+        m_actividades.pon_sigue(!m_actividades.sigue_el_final());
+        break;
     case ID_GUARDA_VALORES:
         m_ajustes.guarda_valores = !m_ajustes.guarda_valores;
         m_vigilancia->lee_bloques(m_ajustes.guarda_valores);
         break;
-    case ID_PANEL_SIGUIENTE: va_al_panel(1); return true;
-    case ID_PANEL_ANTERIOR: va_al_panel(-1); return true;
-    case ID_ACTIVIDADES_MAS_ALTAS: pon_alto_actividades(m_ajustes.alto_actividades_por_mil + PASO_POR_MIL); return true;
-    case ID_ACTIVIDADES_MAS_BAJAS: pon_alto_actividades(m_ajustes.alto_actividades_por_mil - PASO_POR_MIL); return true;
-    default: return false;
+    case ID_PANEL_SIGUIENTE:
+        va_al_panel(1);
+        return true;
+    case ID_PANEL_ANTERIOR:
+        va_al_panel(-1);
+        return true;
+    case ID_ACTIVIDADES_MAS_ALTAS:
+        pon_alto_actividades(m_ajustes.alto_actividades_por_mil + PASO_POR_MIL);
+        return true;
+    case ID_ACTIVIDADES_MAS_BAJAS:
+        pon_alto_actividades(m_ajustes.alto_actividades_por_mil - PASO_POR_MIL);
+        return true;
+    default:
+        return false;
     }
     pon_marcas();
     return true;
@@ -134,7 +165,10 @@ bool ventana::obedece_de_vista(int id)
 
 void ventana::pon_marcas()
 {
-    const struct { int id; bool puesta; } marcas[] = {
+    const struct {
+        int id;
+        bool puesta;
+    } marcas[] = {
         {ID_VIGILA, m_vigilancia->como_esta() == situacion::vigila},
         {ID_PAUSA, m_historia.parada()},
         {ID_SIGUE_EL_FINAL, m_actividades.sigue_el_final()},

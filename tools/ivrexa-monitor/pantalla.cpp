@@ -2,7 +2,8 @@
 
 namespace monitor {
 
-template <typename F> static F de_user32(const char *nombre)
+template <typename F>
+static F de_user32(const char *nombre)
 {
     return reinterpret_cast<F>(reinterpret_cast<void *>(GetProcAddress(GetModuleHandleW(L"user32.dll"), nombre)));
 }

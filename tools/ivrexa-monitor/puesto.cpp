@@ -12,7 +12,7 @@ puesto::puesto(std::function<void(const herramientas::suceso &)> dime)
 
 puesto::~puesto()
 {
-    PostThreadMessageW(m_id_hilo, WM_QUIT, 0, 0);      // a box that the thread is in ends too, and passes it on
+    PostThreadMessageW(m_id_hilo, WM_QUIT, 0, 0); // a box that the thread is in ends too, and passes it on
     m_hilo.join();
     CloseHandle(m_listo);
 }

@@ -29,7 +29,7 @@ private:
     void vive();
 
     std::function<void(const herramientas::suceso &)> m_dime;
-    std::unique_ptr<herramientas::vigia> m_vigia;       // the thread's to make and to end
+    std::unique_ptr<herramientas::vigia> m_vigia; // the thread's to make and to end
     HANDLE m_listo;
     DWORD m_id_hilo = 0;
     std::thread m_hilo;

@@ -17,14 +17,12 @@ namespace {
 enum : UINT { MENSAJE_MIRADA = WM_APP + 1 };
 const UINT_PTR RELOJ = 1;
 const UINT RELOJ_MS = 50;
-const int FILAS_MIN = 2;                // of each list, however small the window is
+const int FILAS_MIN = 2; // of each list, however small the window is
 const int ANCHO = 1280, ALTO = 700;
 
 } // namespace
 
-ventana::ventana(const opciones &o) : m_opciones(o), m_ajustes(lee_ajustes())
-{
-}
+ventana::ventana(const opciones &o) : m_opciones(o), m_ajustes(lee_ajustes()) {}
 
 ventana::~ventana()
 {
@@ -78,7 +76,12 @@ static int id_de_rotulo(int id_lista)
 // In the order of the Tab key; each list's name for screen readers is the text before it.
 bool ventana::crea_controles()
 {
-    const struct { lista *l; int id; const wchar_t *rotulo; const std::vector<int> &anchos; } listas[] = {
+    const struct {
+        lista *l;
+        int id;
+        const wchar_t *rotulo;
+        const std::vector<int> &anchos;
+    } listas[] = {
         {&m_actividades, ID_LISTA_ACTIVIDADES, L"&Activities", m_ajustes.anchos_actividades},
         {&m_valores, ID_LISTA_VALORES, L"Values of the selected block", m_ajustes.anchos_valores},
         {&m_servicios, ID_LISTA_SERVICIOS, L"Services", m_ajustes.anchos_servicios},
@@ -282,10 +285,14 @@ static std::wstring cuantos(uint64_t num, const wchar_t *uno, const wchar_t *var
 static const wchar_t *texto_de(situacion s)
 {
     switch (s) {
-    case situacion::vigila: return L"watching";
-    case situacion::desbancada: return L"another program is the monitor now";
-    case situacion::sin_sitio: return L"not watching: another program took the place, and has gone";
-    default: return L"not watching";
+    case situacion::vigila:
+        return L"watching";
+    case situacion::desbancada:
+        return L"another program is the monitor now";
+    case situacion::sin_sitio:
+        return L"not watching: another program took the place, and has gone";
+    default:
+        return L"not watching";
     }
 }
 
@@ -344,7 +351,8 @@ void ventana::ha_cambiado_el_sistema()
 LRESULT ventana::atiende(UINT mensaje, WPARAM wparam, LPARAM lparam)
 {
     switch (mensaje) {
-    case WM_CREATE: return crea_controles() ? 0 : -1;
+    case WM_CREATE:
+        return crea_controles() ? 0 : -1;
     case WM_SIZE:
         if (wparam != SIZE_MINIMIZED)
             coloca();
@@ -366,16 +374,25 @@ LRESULT ventana::atiende(UINT mensaje, WPARAM wparam, LPARAM lparam)
         if (m_hecha)
             ha_cambiado_el_sistema();
         return 0;
-    case WM_TIMER: refresca(); return 0;
-    case MENSAJE_MIRADA: ha_mirado(); return 0;
-    case WM_COMMAND: obedece(LOWORD(wparam), HIWORD(wparam)); return 0;
-    case WM_NOTIFY: return notifica(reinterpret_cast<NMHDR *>(lparam));
+    case WM_TIMER:
+        refresca();
+        return 0;
+    case MENSAJE_MIRADA:
+        ha_mirado();
+        return 0;
+    case WM_COMMAND:
+        obedece(LOWORD(wparam), HIWORD(wparam));
+        return 0;
+    case WM_NOTIFY:
+        return notifica(reinterpret_cast<NMHDR *>(lparam));
     case WM_ACTIVATE:
         if (LOWORD(wparam) == WA_INACTIVE && IsChild(m_hwnd, GetFocus()))
             m_foco = GetFocus();
         return DefWindowProcW(m_hwnd, mensaje, wparam, lparam);
-    case WM_SETFOCUS: SetFocus(m_foco != nullptr ? m_foco : m_actividades.hwnd()); return 0;
-    case WM_NEXTDLGCTL:                 // a label's letter leads to the control behind it
+    case WM_SETFOCUS:
+        SetFocus(m_foco != nullptr ? m_foco : m_actividades.hwnd());
+        return 0;
+    case WM_NEXTDLGCTL: // a label's letter leads to the control behind it
         SetFocus(lparam != 0 ? reinterpret_cast<HWND>(wparam) : GetNextDlgTabItem(m_hwnd, GetFocus(), wparam != 0));
         return 0;
     case WM_CLOSE:
@@ -391,7 +408,8 @@ LRESULT ventana::atiende(UINT mensaje, WPARAM wparam, LPARAM lparam)
         if (m_hecha)
             PostQuitMessage(0);
         return 0;
-    default: return atiende_raton(mensaje, wparam, lparam);
+    default:
+        return atiende_raton(mensaje, wparam, lparam);
     }
 }
 
@@ -424,7 +442,9 @@ LRESULT ventana::atiende_raton(UINT mensaje, WPARAM wparam, LPARAM lparam)
         if (m_arrastra)
             ReleaseCapture();
         return 0;
-    case WM_CAPTURECHANGED: m_arrastra = false; return 0;
+    case WM_CAPTURECHANGED:
+        m_arrastra = false;
+        return 0;
     }
     return DefWindowProcW(m_hwnd, mensaje, wparam, lparam);
 }

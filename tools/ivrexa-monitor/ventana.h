@@ -30,7 +30,7 @@ public:
     ventana &operator=(const ventana &) = delete;
 
     bool crea(int como_se_muestra);
-    void empieza();                     // watches, unless the options or the user say no
+    void empieza(); // watches, unless the options or the user say no
     HWND hwnd() const { return m_hwnd; }
 
 private:
@@ -82,15 +82,15 @@ private:
     HWND m_hwnd = nullptr;
     UINT m_ppp = 96;
     HFONT m_fuente = nullptr, m_negrita = nullptr;
-    HWND m_foco = nullptr;              // of our controls, while another window has it
-    bool m_arrastra = false;            // the divisor
-    bool m_hecha = false;               // with all that it holds
+    HWND m_foco = nullptr;   // of our controls, while another window has it
+    bool m_arrastra = false; // the divisor
+    bool m_hecha = false;    // with all that it holds
     bool m_cerrada = false;
 
     historia m_historia;
     contenidos m_contenidos;
     vidas m_vidas;
-    std::optional<uint64_t> m_con_valores;      // number of the event whose values are shown
+    std::optional<uint64_t> m_con_valores; // number of the event whose values are shown
 
     barra_filtro m_filtro;
     lista_actividades m_actividades{m_historia};

@@ -11,7 +11,7 @@ namespace monitor {
 
 using namespace herramientas;
 
-static const size_t MAX_NOMBRES = 12;           // in a question
+static const size_t MAX_NOMBRES = 12; // in a question
 
 static bool pregunta(HWND hwnd, const std::wstring &texto)
 {

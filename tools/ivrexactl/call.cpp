@@ -164,11 +164,16 @@ static std::string pista(uint32_t resultado, const destino &d)
 static int codigo_de(uint32_t resultado)
 {
     switch (resultado) {
-    case ivrexa_resultado_OK: return codigo_HECHO;
-    case ivrexa_resultado_NINGUNO: return codigo_RESULTADO_NINGUNO;
-    case ivrexa_resultado_CANCELADO: return codigo_RESULTADO_CANCELADO;
-    case ivrexa_resultado_ERROR: return codigo_RESULTADO_ERROR;
-    default: return codigo_RESULTADO_OTRO;
+    case ivrexa_resultado_OK:
+        return codigo_HECHO;
+    case ivrexa_resultado_NINGUNO:
+        return codigo_RESULTADO_NINGUNO;
+    case ivrexa_resultado_CANCELADO:
+        return codigo_RESULTADO_CANCELADO;
+    case ivrexa_resultado_ERROR:
+        return codigo_RESULTADO_ERROR;
+    default:
+        return codigo_RESULTADO_OTRO;
     }
 }
 
@@ -236,7 +241,7 @@ void anyade_call(CLI::App &app, trabajo *hazlo)
 {
     auto o = std::make_shared<opciones>();
     CLI::App *orden = app.add_subcommand("call", "Runs a command on a service and prints its answer");
-    orden->allow_windows_style_options(false);      // a text may begin with a slash
+    orden->allow_windows_style_options(false); // a text may begin with a slash
     orden->add_option("SERVICE", o->servicio, "name of the service")->required();
     orden->add_option("ID", o->id, "the command's number, 100 and up")->required();
     orden->add_option("NAME:TYPE=VALUE", o->valores, "typed input values, see below");

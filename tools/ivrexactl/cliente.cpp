@@ -16,7 +16,7 @@ using herramientas::entre_comillas;
 
 static const uint32_t PLAZO_LATIDO_MS = 5000;
 static const uint32_t GRACIA_MS = 1000;
-static const uint32_t CIERRE_MS = 4000;         // of a session: the library's threads alone take a second
+static const uint32_t CIERRE_MS = 4000; // of a session: the library's threads alone take a second
 static const char *const TERMINADO_ANTES = "ended before the command was sent";
 
 // ---- The service
@@ -37,14 +37,15 @@ destino busca_destino(const std::string &nombre_utf8)
                                        "; 'ivrexactl list' shows those that there are");
     d.canal = *canal;
     if (!ventana_viva(d.canal))
-        throw fallo(codigo_NO_HAY, "the server of " + entre_comillas(d.nombre) +
-                                       " is gone, and its window with it; start it again");
+        throw fallo(codigo_NO_HAY,
+                    "the server of " + entre_comillas(d.nombre) + " is gone, and its window with it; start it again");
     return d;
 }
 
 // ---- The registry
 
-template <size_t N> static std::string texto_de(const char (&campo)[N])
+template <size_t N>
+static std::string texto_de(const char (&campo)[N])
 {
     return std::string(campo, strnlen(campo, N));
 }
@@ -250,7 +251,8 @@ void vela::di_lo_que_queda() const
         return;
     case etapa::mandado:
         di_error(std::string("ivrexactl: ended without a result; ") + entrada);
-        di_error("ivrexactl: service " + nombre + " may stay claimed: its server may still run the command, and other "
+        di_error("ivrexactl: service " + nombre +
+                 " may stay claimed: its server may still run the command, and other "
                  "clients wait until that server has closed its session and one of them has called");
         return;
     case etapa::vuelto:

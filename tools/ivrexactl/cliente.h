@@ -14,16 +14,16 @@
 namespace ivrexactl {
 
 struct destino {
-    std::string nombre;                 // UTF-8
+    std::string nombre; // UTF-8
     std::string nombre_ansi;
-    herramientas::canal_visto canal;    // as it was when we looked
-    bool con_ventana() const { return canal.msg_servidor != 0; }    // commands go by message, not by polling
+    herramientas::canal_visto canal;                             // as it was when we looked
+    bool con_ventana() const { return canal.msg_servidor != 0; } // commands go by message, not by polling
 };
 
 // The service, with a server that can be asked. Throws when there is none.
 destino busca_destino(const std::string &nombre_utf8);
 
-bool ventana_viva(const herramientas::canal_visto &canal);      // true also where the server has no window
+bool ventana_viva(const herramientas::canal_visto &canal); // true also where the server has no window
 
 // One program at a time has the place of a service's client, and a server without a window that finds no heartbeat
 // there during a command may end: throws where a client that lives has the place of such a service; forced, says what
@@ -40,8 +40,8 @@ public:
     vela &operator=(const vela &) = delete;
 
     // What comes next. The first two throw once the end was asked for, so nothing is begun after that.
-    void toma_entrada();                    // from now on the program entry may be ours
-    void manda();                           // from now on the command may be under way
+    void toma_entrada(); // from now on the program entry may be ours
+    void manda();        // from now on the command may be under way
     void vuelve() { m_etapa = etapa::vuelto; }
 
 private:
@@ -59,15 +59,15 @@ private:
 // Registers this program as a client without a window, and closes the session at its end.
 class cliente {
 public:
-    cliente(const destino &d, vela &ctrl_c);    // throws where a table has no room; says what it takes
+    cliente(const destino &d, vela &ctrl_c); // throws where a table has no room; says what it takes
     ~cliente();
     cliente(const cliente &) = delete;
     cliente &operator=(const cliente &) = delete;
-    void espera_latido() const;             // throws when Ctrl-C comes first
+    void espera_latido() const; // throws when Ctrl-C comes first
 
 private:
     HANDLE m_turno = nullptr;
-    std::string m_nombre;                   // our entry among the programs
+    std::string m_nombre; // our entry among the programs
 };
 
 } // namespace ivrexactl

@@ -50,8 +50,7 @@ std::string las_rotas(const consulta &c)
     std::string lineas;
     for (const auto &[servicio, veces] : c.rotas)
         lineas += "Not told: " + tantos(veces, "look") + " at " + que_se_rompio(servicio) +
-                  (veces == 1 ? " was" : " were") +
-                  " torn, because it was written all the while. Run doctor again.\n";
+                  (veces == 1 ? " was" : " were") + " torn, because it was written all the while. Run doctor again.\n";
     return lineas.empty() ? "" : lineas + "\n";
 }
 

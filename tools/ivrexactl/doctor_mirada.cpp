@@ -20,9 +20,9 @@ using namespace herramientas;
 
 namespace {
 
-const uint32_t PASO_MS = 15;    // between two glances at what is under way
-const uint32_t MIRADA_MS = 200; // between two looks at everything
-const uint32_t CORTO_MS = 400;  // how long it lasts at least
+const uint32_t PASO_MS = 15;                  // between two glances at what is under way
+const uint32_t MIRADA_MS = 200;               // between two looks at everything
+const uint32_t CORTO_MS = 400;                // how long it lasts at least
 const uint32_t LARGO_MS = SIN_LATIDO_MS + 50; // and at most: a heartbeat counts as silent by then
 const int NUM_INTENTOS = 5;
 

@@ -347,20 +347,18 @@ const std::vector<regla> reglas_canales = {
      "End every program that uses the service: the block goes with the last of them.", tam_del_canal},
     {"channel-header", gravedad::problema,
      "End every program that uses the service: the block goes with the last of them.", cabecera_del_canal},
-    {"channel-version", gravedad::problema,
-     "Let the server close its session and offer the service again.", version_del_canal},
+    {"channel-version", gravedad::problema, "Let the server close its session and offer the service again.",
+     version_del_canal},
     {"channel-state", gravedad::problema,
      "End every program that uses the service: the block goes with the last of them. Closing the server's session and "
      "offering again mends command and server, not claim and mailbox.",
      estados},
-    {"channel-text", gravedad::nota,
-     "Nothing: the next command writes them anew.", textos},
-    {"channel-counter", gravedad::problema,
-     "Let the server close its session and offer the service again.", contador},
-    {"channel-server-window", gravedad::problema,
-     "Start the server again, and let it offer the service.", ventana_del_servidor},
-    {"channel-message", gravedad::problema,
-     "Let the server call ivrexa_terminado_registro again.", mensaje_del_servidor},
+    {"channel-text", gravedad::nota, "Nothing: the next command writes them anew.", textos},
+    {"channel-counter", gravedad::problema, "Let the server close its session and offer the service again.", contador},
+    {"channel-server-window", gravedad::problema, "Start the server again, and let it offer the service.",
+     ventana_del_servidor},
+    {"channel-message", gravedad::problema, "Let the server call ivrexa_terminado_registro again.",
+     mensaje_del_servidor},
     {"channel-unlisted", gravedad::nota, "Let that program call ivrexa_terminado_registro again.", sin_entrada},
     {"service-claimed", gravedad::problema, "", reclamado},
     {"service-busy", gravedad::nota,
@@ -376,8 +374,8 @@ const std::vector<regla> reglas_canales = {
      "wait. "
      "If it was the server that died, nobody is notified on this service until every program that uses it has ended.",
      buzon},
-    {"mailbox-data", gravedad::problema,
-     "Let the server keep the data until ivrexa_notifica_a_cliente has returned.", bloque_del_buzon},
+    {"mailbox-data", gravedad::problema, "Let the server keep the data until ivrexa_notifica_a_cliente has returned.",
+     bloque_del_buzon},
 };
 
 // ---- Command data
@@ -472,10 +470,9 @@ const std::vector<regla> reglas_datos = {
     {"data-ahead", gravedad::problema,
      "End the programs that used the service before; the block goes with the last that has it open.",
      datos_adelantados},
-    {"data-orphaned", gravedad::nota,
-     "Nothing, or end the programs that used the service: the blocks go with them.", datos_huerfanos},
-    {"data-many", gravedad::nota,
-     "Restart programs that have run commands for weeks.", muchos_datos},
+    {"data-orphaned", gravedad::nota, "Nothing, or end the programs that used the service: the blocks go with them.",
+     datos_huerfanos},
+    {"data-many", gravedad::nota, "Restart programs that have run commands for weeks.", muchos_datos},
 };
 
 } // namespace ivrexactl

@@ -53,7 +53,8 @@ static bool se_ha_ido(const destino &d)
 }
 
 // True once the condition holds; false when the time is over or Ctrl-C comes.
-template <typename F> static bool mira_hasta(uint64_t limite, F condicion)
+template <typename F>
+static bool mira_hasta(uint64_t limite, F condicion)
 {
     while (!condicion()) {
         uint64_t ahora = GetTickCount64();
@@ -80,7 +81,7 @@ static void pide_fin(const destino &d, uint64_t limite)
     if (d.canal.hwnd_servidor != 0) {
         vela ctrl_c(d);
         ivrexa_terminar_servidor(d.nombre_ansi.c_str());
-        ivrexa_cierra_sesion();             // nothing is registered: this lets go the library's memory
+        ivrexa_cierra_sesion(); // nothing is registered: this lets go the library's memory
         return;
     }
     espera_turno(d, limite);
@@ -131,7 +132,7 @@ static int termina(const opciones &o)
     destino d = busca_destino(o.servicio);
     uint64_t limite = GetTickCount64() + static_cast<uint64_t>(o.espera_s * 1000);
     pide_fin(d, limite);
-    if (d.canal.hwnd_servidor == 0)         // the request itself has taken its time
+    if (d.canal.hwnd_servidor == 0) // the request itself has taken its time
         limite = GetTickCount64() + static_cast<uint64_t>(o.espera_s * 1000);
     bool acabado = mira_hasta(limite, [&] { return se_ha_ido(d); });
     di_fin(o, d, acabado);

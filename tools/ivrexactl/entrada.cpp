@@ -34,7 +34,8 @@ std::string lee_nombre_servicio(const std::string &nombre)
 {
     std::string ansi = a_ansi_o_falla("service", nombre);
     if (ansi.empty() || ansi.size() > MAX_NOMBRE_SERVICIO || ansi.find('\\') != std::string::npos)
-        no_vale("service: " + entre_comillas(nombre) + " is no name of a service; those have 1 to 63 bytes, and no "
+        no_vale("service: " + entre_comillas(nombre) +
+                " is no name of a service; those have 1 to 63 bytes, and no "
                 "backslash");
     return ansi;
 }
@@ -86,7 +87,7 @@ std::wstring lee_texto(const std::string &opcion, const std::string &texto, size
 namespace {
 
 struct partes {
-    std::string que;            // how messages call it
+    std::string que; // how messages call it
     std::string nombre, tipo;
     std::optional<std::string> valor;
 };
@@ -152,7 +153,8 @@ static std::vector<uint8_t> lee_hexadecimal(const partes &p)
         vale = leido.ec == std::errc() && leido.ptr == dos + 2;
     }
     if (!vale)
-        no_vale(p.que + ": " + entre_comillas(texto) + " is not made of pairs of hexadecimal digits; @FILE takes the "
+        no_vale(p.que + ": " + entre_comillas(texto) +
+                " is not made of pairs of hexadecimal digits; @FILE takes the "
                 "bytes from a file");
     return bytes;
 }
@@ -173,8 +175,8 @@ static std::vector<uint8_t> lee_fichero(const partes &p, const std::string &ruta
     HANDLE fichero = CreateFileW(ancha.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
     LARGE_INTEGER tam = {};
-    bool leido = fichero != INVALID_HANDLE_VALUE && GetFileType(fichero) == FILE_TYPE_DISK &&
-                 GetFileSizeEx(fichero, &tam);
+    bool leido =
+        fichero != INVALID_HANDLE_VALUE && GetFileType(fichero) == FILE_TYPE_DISK && GetFileSizeEx(fichero, &tam);
     std::vector<uint8_t> bytes;
     bool cabe = static_cast<uint64_t>(tam.QuadPart) <= MAX_CONTENIDO;
     if (leido && cabe) {
@@ -227,15 +229,32 @@ static void lee_arreglo(const partes &p, dato *d)
 static void lee_valor(const partes &p, dato *d)
 {
     switch (d->tipo) {
-    case ivrexa_tipoDato_byte: d->numero = lee_numero(p.que, *p.valor, UINT8_MAX); break;
-    case ivrexa_tipoDato_ushort: d->numero = lee_numero(p.que, *p.valor, UINT16_MAX); break;
-    case ivrexa_tipoDato_ulong: d->numero = lee_numero(p.que, *p.valor, UINT32_MAX); break;
-    case ivrexa_tipoDato_hwnd: d->numero = lee_numero(p.que, *p.valor, UINT64_MAX); break;
-    case ivrexa_tipoDato_double: d->real = lee_real(p); break;
-    case ivrexa_tipoDato_buffer: d->bytes = lee_buffer(p); break;
-    case ivrexa_tipoDato_cadena_ansi: d->ansi = a_ansi_o_falla(p.que, *p.valor); break;
-    case ivrexa_tipoDato_cadena_unicode: d->ancho = herramientas::a_ancho(*p.valor); break;
-    default: lee_arreglo(p, d);
+    case ivrexa_tipoDato_byte:
+        d->numero = lee_numero(p.que, *p.valor, UINT8_MAX);
+        break;
+    case ivrexa_tipoDato_ushort:
+        d->numero = lee_numero(p.que, *p.valor, UINT16_MAX);
+        break;
+    case ivrexa_tipoDato_ulong:
+        d->numero = lee_numero(p.que, *p.valor, UINT32_MAX);
+        break;
+    case ivrexa_tipoDato_hwnd:
+        d->numero = lee_numero(p.que, *p.valor, UINT64_MAX);
+        break;
+    case ivrexa_tipoDato_double:
+        d->real = lee_real(p);
+        break;
+    case ivrexa_tipoDato_buffer:
+        d->bytes = lee_buffer(p);
+        break;
+    case ivrexa_tipoDato_cadena_ansi:
+        d->ansi = a_ansi_o_falla(p.que, *p.valor);
+        break;
+    case ivrexa_tipoDato_cadena_unicode:
+        d->ancho = herramientas::a_ancho(*p.valor);
+        break;
+    default:
+        lee_arreglo(p, d);
     }
 }
 
@@ -256,7 +275,7 @@ dato lee_dato(const std::string &argumento)
 std::vector<dato> lee_datos(const std::vector<std::string> &argumentos)
 {
     std::vector<dato> datos;
-    uint64_t tam = sizeof(uint32_t);        // the count of values
+    uint64_t tam = sizeof(uint32_t); // the count of values
     for (const std::string &argumento : argumentos) {
         datos.push_back(lee_dato(argumento));
         tam += tam_en_bloque(datos.back());
@@ -268,13 +287,15 @@ std::vector<dato> lee_datos(const std::vector<std::string> &argumentos)
 
 // ---- Into command data
 
-template <typename T> static uint64_t tam_texto(const std::optional<T> &texto)
+template <typename T>
+static uint64_t tam_texto(const std::optional<T> &texto)
 {
     return sizeof(uint32_t) + (texto ? (texto->size() + 1) * sizeof(typename T::value_type) : 0);
 }
 
 // A position for each text besides; an array of wide texts lacks the count, so this is 4 too many for one.
-template <typename T> static uint64_t tam_textos(const std::vector<std::optional<T>> &textos)
+template <typename T>
+static uint64_t tam_textos(const std::vector<std::optional<T>> &textos)
 {
     uint64_t tam = sizeof(uint32_t);
     for (const std::optional<T> &texto : textos)
@@ -286,19 +307,29 @@ uint64_t tam_en_bloque(const dato &d)
 {
     uint64_t cabeza = 2 + d.nombre.size() + 1;
     switch (d.tipo) {
-    case ivrexa_tipoDato_byte: return cabeza + 1;
-    case ivrexa_tipoDato_ushort: return cabeza + 2;
-    case ivrexa_tipoDato_ulong: return cabeza + 4;
-    case ivrexa_tipoDato_buffer: return cabeza + sizeof(uint32_t) + d.bytes.size();
-    case ivrexa_tipoDato_cadena_ansi: return cabeza + tam_texto(d.ansi);
-    case ivrexa_tipoDato_cadena_unicode: return cabeza + tam_texto(d.ancho);
-    case ivrexa_tipoDato_arr_cadenas_ansi: return cabeza + tam_textos(d.textos_ansi);
-    case ivrexa_tipoDato_arr_cadenas_unicode: return cabeza + tam_textos(d.textos_anchos);
-    default: return cabeza + 8;
+    case ivrexa_tipoDato_byte:
+        return cabeza + 1;
+    case ivrexa_tipoDato_ushort:
+        return cabeza + 2;
+    case ivrexa_tipoDato_ulong:
+        return cabeza + 4;
+    case ivrexa_tipoDato_buffer:
+        return cabeza + sizeof(uint32_t) + d.bytes.size();
+    case ivrexa_tipoDato_cadena_ansi:
+        return cabeza + tam_texto(d.ansi);
+    case ivrexa_tipoDato_cadena_unicode:
+        return cabeza + tam_texto(d.ancho);
+    case ivrexa_tipoDato_arr_cadenas_ansi:
+        return cabeza + tam_textos(d.textos_ansi);
+    case ivrexa_tipoDato_arr_cadenas_unicode:
+        return cabeza + tam_textos(d.textos_anchos);
+    default:
+        return cabeza + 8;
     }
 }
 
-template <typename T> static auto punteros(const std::vector<std::optional<T>> &textos)
+template <typename T>
+static auto punteros(const std::vector<std::optional<T>> &textos)
 {
     std::vector<const typename T::value_type *> todos;
     for (const std::optional<T> &texto : textos)
@@ -312,11 +343,21 @@ void graba(const dato &d, comdat *datos)
     auto ansis = punteros(d.textos_ansi);
     auto anchos = punteros(d.textos_anchos);
     switch (d.tipo) {
-    case ivrexa_tipoDato_byte: ivrexa_graba_byte(datos, nombre, static_cast<uint8_t>(d.numero)); break;
-    case ivrexa_tipoDato_ushort: ivrexa_graba_ushort(datos, nombre, static_cast<uint16_t>(d.numero)); break;
-    case ivrexa_tipoDato_ulong: ivrexa_graba_ulong(datos, nombre, static_cast<uint32_t>(d.numero)); break;
-    case ivrexa_tipoDato_hwnd: ivrexa_graba_hwnd(datos, nombre, reinterpret_cast<ivrexa_hwnd>(d.numero)); break;
-    case ivrexa_tipoDato_double: ivrexa_graba_double(datos, nombre, d.real); break;
+    case ivrexa_tipoDato_byte:
+        ivrexa_graba_byte(datos, nombre, static_cast<uint8_t>(d.numero));
+        break;
+    case ivrexa_tipoDato_ushort:
+        ivrexa_graba_ushort(datos, nombre, static_cast<uint16_t>(d.numero));
+        break;
+    case ivrexa_tipoDato_ulong:
+        ivrexa_graba_ulong(datos, nombre, static_cast<uint32_t>(d.numero));
+        break;
+    case ivrexa_tipoDato_hwnd:
+        ivrexa_graba_hwnd(datos, nombre, reinterpret_cast<ivrexa_hwnd>(d.numero));
+        break;
+    case ivrexa_tipoDato_double:
+        ivrexa_graba_double(datos, nombre, d.real);
+        break;
     case ivrexa_tipoDato_buffer:
         ivrexa_graba_buffer(datos, nombre, d.bytes.data(), static_cast<uint32_t>(d.bytes.size()));
         break;
@@ -329,7 +370,8 @@ void graba(const dato &d, comdat *datos)
     case ivrexa_tipoDato_arr_cadenas_ansi:
         ivrexa_graba_arr_cadenas_ansi(datos, nombre, ansis.data(), static_cast<uint32_t>(ansis.size()));
         break;
-    default: ivrexa_graba_arr_cadenas_unicode(datos, nombre, anchos.data(), static_cast<uint32_t>(anchos.size()));
+    default:
+        ivrexa_graba_arr_cadenas_unicode(datos, nombre, anchos.data(), static_cast<uint32_t>(anchos.size()));
     }
 }
 

@@ -14,20 +14,20 @@
 namespace ivrexactl {
 
 enum : size_t {
-    MAX_NOMBRE_SERVICIO = 63,           // bytes in the ANSI code page
-    MAX_NOMBRE_VALOR = 254,             // likewise: with its NUL it has to stay below 256
-    MAX_TEXTO_CORTO = 63,               // UTF-16 units
+    MAX_NOMBRE_SERVICIO = 63, // bytes in the ANSI code page
+    MAX_NOMBRE_VALOR = 254,   // likewise: with its NUL it has to stay below 256
+    MAX_TEXTO_CORTO = 63,     // UTF-16 units
     MAX_TEXTO_LARGO = 255,
 };
-enum : uint64_t { MAX_CONTENIDO = 0xffffffffu - 1024 };   // bytes of all values; beyond, their container cannot grow
+enum : uint64_t { MAX_CONTENIDO = 0xffffffffu - 1024 }; // bytes of all values; beyond, their container cannot grow
 
 struct dato {
-    std::string nombre;                 // ANSI
-    uint32_t tipo = 0;                  // tipoDato; it tells which of the following holds the value
-    uint64_t numero = 0;                // byte, ushort, ulong, hwnd
+    std::string nombre;  // ANSI
+    uint32_t tipo = 0;   // tipoDato; it tells which of the following holds the value
+    uint64_t numero = 0; // byte, ushort, ulong, hwnd
     double real = 0;
     std::vector<uint8_t> bytes;
-    std::optional<std::string> ansi;    // none: a null text
+    std::optional<std::string> ansi; // none: a null text
     std::optional<std::wstring> ancho;
     std::vector<std::optional<std::string>> textos_ansi;
     std::vector<std::optional<std::wstring>> textos_anchos;
@@ -36,11 +36,11 @@ struct dato {
 // All of them take UTF-8 and throw a fallo that says what is wrong.
 dato lee_dato(const std::string &argumento);
 std::vector<dato> lee_datos(const std::vector<std::string> &argumentos);
-std::string lee_nombre_servicio(const std::string &nombre);                 // in the ANSI code page
+std::string lee_nombre_servicio(const std::string &nombre); // in the ANSI code page
 uint32_t lee_id_comando(const std::string &id);
 std::wstring lee_texto(const std::string &opcion, const std::string &texto, size_t max);
 
-uint64_t tam_en_bloque(const dato &d);                                      // bytes of the block that it takes
+uint64_t tam_en_bloque(const dato &d); // bytes of the block that it takes
 void graba(const dato &d, comdat *datos);
 
 } // namespace ivrexactl

@@ -75,7 +75,8 @@ bool escritor::acaba()
     std::thread([] { // the error output may lead to the same reader
         Sleep(PARA_DECIRLO_MS);
         termina();
-    }).detach();
+    })
+        .detach();
     return false;
 }
 

@@ -22,8 +22,8 @@ public:
     void pon(const std::string &texto); // waits only where very much has not been written yet, and nobody asks to end
 
     // Writes what is left, as long as it takes. Once the end was asked for, and nothing has been taken for 3 s, it
-    // gives up: a reader that stands still keeps our thread inside. False: not all could be written; where it gave up, the
-    // process ends with that status within 2 s, also where it is held up in what it still says.
+    // gives up: a reader that stands still keeps our thread inside. False: not all could be written; where it gave up,
+    // the process ends with that status within 2 s, also where it is held up in what it still says.
     bool acaba();
     bool roto() const { return m_roto; } // something could not be written; the rest is not tried
 

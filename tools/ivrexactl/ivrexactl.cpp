@@ -144,7 +144,7 @@ static int ejecuta_entero()
 
 int main()
 {
-    ivrexactl::atiende_fin();       // first: what is asked for meanwhile must not end us as we stand
+    ivrexactl::atiende_fin(); // first: what is asked for meanwhile must not end us as we stand
     ivrexactl::toma_consola();
     int codigo = ivrexactl::ejecuta_entero();
     ivrexactl::devuelve_consola();

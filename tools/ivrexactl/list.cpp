@@ -62,8 +62,11 @@ herramientas::json en_json(const escritorio_visto &e, const std::vector<const se
     herramientas::json lista = herramientas::json::array();
     for (const servicio_visto *s : elegidos) {
         const programa_visto *p = servidor_de(e, *s);
-        herramientas::json j = {{"index", s->ind_datServ}, {"name", s->nombre}, {"version", nullptr},
-                                {"server", nullptr}, {"attached", esta_servido(*s)}};
+        herramientas::json j = {{"index", s->ind_datServ},
+                                {"name", s->nombre},
+                                {"version", nullptr},
+                                {"server", nullptr},
+                                {"attached", esta_servido(*s)}};
         if (esta_servido(*s))
             j["version"] = s->canal->version_servicio;
         if (p != nullptr)
@@ -84,7 +87,7 @@ std::string en_lineas_largas(const escritorio_visto &e, const std::vector<const 
                          p != nullptr ? herramientas::sin_controles(herramientas::nombre_sin_ruta(p->nombre)) : "-"});
     }
     std::string texto = en_columnas(filas, "");
-    texto.pop_back();           // di ends the last line
+    texto.pop_back(); // di ends the last line
     return texto;
 }
 

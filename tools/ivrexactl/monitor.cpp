@@ -310,9 +310,7 @@ void anyade_monitor(CLI::App &app, trabajo *hazlo)
     orden->add_flag("--json", o->en_json, "One JSON object a line");
     orden->add_flag("--replace", o->reemplaza, "Take the place of another monitor");
     orden->add_option("--for", o->segundos, "End after so many seconds")->type_name("S")->check(es_tiempo);
-    orden->add_option("--count", o->num, "End after so many printed events")
-        ->type_name("N")
-        ->check(es_cuenta);
+    orden->add_option("--count", o->num, "End after so many printed events")->type_name("N")->check(es_cuenta);
     orden->footer(PIE);
     orden->callback([o, hazlo] { *hazlo = [o] { return ejecuta(*o); }; });
 }

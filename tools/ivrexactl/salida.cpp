@@ -49,15 +49,32 @@ static valor toma_valor(comdat *datos, uint32_t i, const valor &visto)
     v.tipo = ivrexa_tipoDato(datos, i);
     v.nombre = herramientas::de_ansi(ivrexa_nombre_valor(datos, i));
     switch (v.tipo) {
-    case ivrexa_tipoDato_byte: v.numero = ivrexa_dame_byte(datos, i); break;
-    case ivrexa_tipoDato_ushort: v.numero = ivrexa_dame_ushort(datos, i); break;
-    case ivrexa_tipoDato_ulong: v.numero = ivrexa_dame_ulong(datos, i); break;
-    case ivrexa_tipoDato_double: v.real = ivrexa_dame_double(datos, i); break;
-    case ivrexa_tipoDato_hwnd: v.numero = reinterpret_cast<uint64_t>(ivrexa_dame_hwnd(datos, i)); break;
-    case ivrexa_tipoDato_buffer: toma_buffer(datos, i, &v); break;
-    case ivrexa_tipoDato_cadena_ansi: v.texto = de_cadena(ivrexa_dame_cadena_ansi(datos, i)); break;
-    case ivrexa_tipoDato_cadena_unicode: v.texto = de_cadena(ivrexa_dame_cadena_unicode(datos, i)); break;
-    default: toma_textos(datos, i, visto, &v);
+    case ivrexa_tipoDato_byte:
+        v.numero = ivrexa_dame_byte(datos, i);
+        break;
+    case ivrexa_tipoDato_ushort:
+        v.numero = ivrexa_dame_ushort(datos, i);
+        break;
+    case ivrexa_tipoDato_ulong:
+        v.numero = ivrexa_dame_ulong(datos, i);
+        break;
+    case ivrexa_tipoDato_double:
+        v.real = ivrexa_dame_double(datos, i);
+        break;
+    case ivrexa_tipoDato_hwnd:
+        v.numero = reinterpret_cast<uint64_t>(ivrexa_dame_hwnd(datos, i));
+        break;
+    case ivrexa_tipoDato_buffer:
+        toma_buffer(datos, i, &v);
+        break;
+    case ivrexa_tipoDato_cadena_ansi:
+        v.texto = de_cadena(ivrexa_dame_cadena_ansi(datos, i));
+        break;
+    case ivrexa_tipoDato_cadena_unicode:
+        v.texto = de_cadena(ivrexa_dame_cadena_unicode(datos, i));
+        break;
+    default:
+        toma_textos(datos, i, visto, &v);
     }
     return v;
 }

@@ -21,9 +21,9 @@ const double MAX_SEGUNDOS = 86400;
 
 struct opciones {
     bool json = false, sin_esperar = false, seguido = false;
-    std::string segundos;               // "" = 1
+    std::string segundos; // "" = 1
     uint32_t cada_ms = 1000;
-    uint64_t veces = 0;                 // 0 = until Ctrl-C
+    uint64_t veces = 0; // 0 = until Ctrl-C
 };
 
 // What was opened for a look is closed again before this returns.
@@ -40,7 +40,7 @@ void imprime(const opciones &o, const vista_status &v)
     if (o.json)
         return di(herramientas::en_linea(status_en_json(v)));
     std::string texto = status_en_texto(v);
-    texto.pop_back();                   // di ends the last line
+    texto.pop_back(); // di ends the last line
     di(texto);
 }
 
@@ -82,8 +82,8 @@ int mira_seguido(const opciones &o)
         escritorio_visto e = mira(herramientas::mira_escritorio, &l, &ahora_ms);
         uint64_t hora_100ns = herramientas::ahora_100ns();
         if (!o.json)
-            di(std::string(vez == 1 ? "" : "\n") + "==== look " + std::to_string(vez) + ", "
-               + herramientas::hora_local(hora_100ns) + " ====");
+            di(std::string(vez == 1 ? "" : "\n") + "==== look " + std::to_string(vez) + ", " +
+               herramientas::hora_local(hora_100ns) + " ====");
         imprime(o, {e, l, ahora_ms, hora_100ns});
         if (vez == o.veces || espera_fin(o.cada_ms))
             return codigo_HECHO;

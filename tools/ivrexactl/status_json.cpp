@@ -55,9 +55,9 @@ static json programa_json(const programa_visto &p, const vista_status &v)
         clases.push_back("client");
     if (p.es_monitor)
         clases.push_back("monitor");
-    return {{"entry", p.id_programa},         {"program", nombre_programa(p)}, {"path", p.nombre},
-            {"kinds", clases},                {"window", o_null(p.hwnd)},      {"window_exists", p.es_ventana},
-            {"pid", o_null(p.pid)},           {"heartbeat", latido_json(p, v)}};
+    return {{"entry", p.id_programa}, {"program", nombre_programa(p)}, {"path", p.nombre},
+            {"kinds", clases},        {"window", o_null(p.hwnd)},      {"window_exists", p.es_ventana},
+            {"pid", o_null(p.pid)},   {"heartbeat", latido_json(p, v)}};
 }
 
 // The program's entry, or what stands in the table: that may be one that there is not, or a number that nobody wrote.
@@ -84,30 +84,30 @@ static json estado_json(uint32_t estado, const std::string &nombre)
 
 static json canal_json(const canal_visto &c)
 {
-    return {{"size", c.tam},
-            {"readable", c.tam_hay},
-            {"problem", texto_o_null(fallo_canal(c))},
-            {"torn", !c.quieto},
-            {"version", c.version_servicio},
-            {"attached", tiene_servidor(c)},
-            {"command_state",
-             estado_json(c.info_estadoComando, herramientas::nombre_estado_comando(c.info_estadoComando))},
-            {"server_state", estado_json(c.estado_servidor, herramientas::nombre_estado_servidor(c.estado_servidor))},
-            {"occupancy", estado_json(c.ocupacion, herramientas::nombre_ocupacion(c.ocupacion))},
-            {"server_ended", c.servidor_terminado},
-            {"command", o_null(c.id_comando)},
-            {"input_block", o_null(c.id_bloque_MCCom_entrada)},
-            {"output_block", o_null(c.id_resultado)},
-            {"next_block", c.id_bloque_MCCom_siguiente},
-            {"server_window", o_null(c.hwnd_servidor)},
-            {"server_pid", o_null(pid_de_ventana(c.hwnd_servidor))},
-            {"client_window", o_null(c.hwnd_cliente)},
-            {"mailbox",
-             {{"state", estado_json(c.estado_notificacion,
-                                    herramientas::nombre_estado_notificacion(c.estado_notificacion))},
-              {"client", c.notificacion_dato1},
-              {"datum", c.notificacion_dato2},
-              {"block", o_null(c.notificacion_dato3)}}}};
+    return {
+        {"size", c.tam},
+        {"readable", c.tam_hay},
+        {"problem", texto_o_null(fallo_canal(c))},
+        {"torn", !c.quieto},
+        {"version", c.version_servicio},
+        {"attached", tiene_servidor(c)},
+        {"command_state", estado_json(c.info_estadoComando, herramientas::nombre_estado_comando(c.info_estadoComando))},
+        {"server_state", estado_json(c.estado_servidor, herramientas::nombre_estado_servidor(c.estado_servidor))},
+        {"occupancy", estado_json(c.ocupacion, herramientas::nombre_ocupacion(c.ocupacion))},
+        {"server_ended", c.servidor_terminado},
+        {"command", o_null(c.id_comando)},
+        {"input_block", o_null(c.id_bloque_MCCom_entrada)},
+        {"output_block", o_null(c.id_resultado)},
+        {"next_block", c.id_bloque_MCCom_siguiente},
+        {"server_window", o_null(c.hwnd_servidor)},
+        {"server_pid", o_null(pid_de_ventana(c.hwnd_servidor))},
+        {"client_window", o_null(c.hwnd_cliente)},
+        {"mailbox",
+         {{"state",
+           estado_json(c.estado_notificacion, herramientas::nombre_estado_notificacion(c.estado_notificacion))},
+          {"client", c.notificacion_dato1},
+          {"datum", c.notificacion_dato2},
+          {"block", o_null(c.notificacion_dato3)}}}};
 }
 
 static json servicio_json(const escritorio_visto &e, const servicio_visto &s)

@@ -56,9 +56,9 @@ static std::string fallo_bloque(const char *que, uint32_t tam, size_t tam_hay, s
 {
     if (tam == tam_debido && tam_hay == tam)
         return "";
-    return std::string(que) + " has " + numero_con_comas(tam_debido) + " bytes; this one says " + numero_con_comas(tam)
-           + ", and " + numero_con_comas(tam_hay) + " are there"
-           + (tam_hay < tam_debido ? ": programs do not use it" : "");
+    return std::string(que) + " has " + numero_con_comas(tam_debido) + " bytes; this one says " +
+           numero_con_comas(tam) + ", and " + numero_con_comas(tam_hay) + " are there" +
+           (tam_hay < tam_debido ? ": programs do not use it" : "");
 }
 
 std::string fallo_registro(const escritorio_visto &e)
@@ -120,8 +120,8 @@ static std::string latido(const programa_visto &p, const vista_status &v)
 
 static std::string programas(const vista_status &v)
 {
-    std::string texto = "Programs: " + std::to_string(v.e.programas.size()) + " of "
-                        + std::to_string(iv_mcbase_NUM_MAX_PROGRAMAS) + "\n";
+    std::string texto = "Programs: " + std::to_string(v.e.programas.size()) + " of " +
+                        std::to_string(iv_mcbase_NUM_MAX_PROGRAMAS) + "\n";
     if (v.e.programas.empty())
         return texto;
     std::vector<std::vector<std::string>> filas = {{"entry", "program", "kinds", "window", "heartbeat"}};
@@ -187,12 +187,12 @@ static void anyade_canal(const canal_visto &c, filas_t *filas)
     if (!c.quieto)
         filas->push_back({"problem", "the channel was being written all the while; what is shown may be torn"});
     filas->push_back({"version", std::to_string(c.version_servicio)});
-    filas->push_back({"states", "server " + herramientas::nombre_estado_servidor(c.estado_servidor)
-                                    + terminado(c.servidor_terminado) + "; channel "
-                                    + herramientas::nombre_ocupacion(c.ocupacion) + "; command state "
-                                    + herramientas::nombre_estado_comando(c.info_estadoComando)});
-    filas->push_back({"windows",
-                      "server " + ventana_y_pid(c.hwnd_servidor) + ", client " + ventana_y_pid(c.hwnd_cliente)});
+    filas->push_back({"states", "server " + herramientas::nombre_estado_servidor(c.estado_servidor) +
+                                    terminado(c.servidor_terminado) + "; channel " +
+                                    herramientas::nombre_ocupacion(c.ocupacion) + "; command state " +
+                                    herramientas::nombre_estado_comando(c.info_estadoComando)});
+    filas->push_back(
+        {"windows", "server " + ventana_y_pid(c.hwnd_servidor) + ", client " + ventana_y_pid(c.hwnd_cliente)});
 }
 
 static std::string comando(const servicio_visto &s)
@@ -224,9 +224,10 @@ static std::string servicio(const escritorio_visto &e, const servicio_visto &s)
     filas.push_back({"command", comando(s)});
     if (en_la_tabla)
         filas.push_back({"waits", espera("server", s.bucle_servidor_estado, s.bucle_servidor_vueltas,
-                                         herramientas::nombre_espera_servidor(s.bucle_servidor_estado))
-                                      + "; " + espera("client", s.bucle_cliente_estado, s.bucle_cliente_vueltas,
-                                                      herramientas::nombre_espera_cliente(s.bucle_cliente_estado))});
+                                         herramientas::nombre_espera_servidor(s.bucle_servidor_estado)) +
+                                      "; " +
+                                      espera("client", s.bucle_cliente_estado, s.bucle_cliente_vueltas,
+                                             herramientas::nombre_espera_cliente(s.bucle_cliente_estado))});
     if (s.canal)
         filas.push_back({"mailbox", buzon(*s.canal)});
     std::string numero = en_la_tabla ? std::to_string(s.ind_datServ) : "-";
@@ -243,8 +244,8 @@ static std::string servicios(const escritorio_visto &e)
         texto += servicio(e, e.servicios[i]);
     if (num == e.servicios.size())
         return texto;
-    texto += "Channels that the table does not name (a monitor emptied it, or the server has closed): "
-             + std::to_string(e.servicios.size() - num) + "\n";
+    texto += "Channels that the table does not name (a monitor emptied it, or the server has closed): " +
+             std::to_string(e.servicios.size() - num) + "\n";
     for (size_t i = num; i < e.servicios.size(); i++)
         texto += servicio(e, e.servicios[i]);
     return texto;
@@ -256,8 +257,8 @@ static std::string registro(const escritorio_visto &e)
 {
     if (!e.hay_registro)
         return "no program is registered on this desktop\n";
-    std::string texto = "Registry: " + numero_con_comas(e.tam) + " bytes, registrations: "
-                        + std::to_string(e.crudo.num_registros) + "\n";
+    std::string texto = "Registry: " + numero_con_comas(e.tam) +
+                        " bytes, registrations: " + std::to_string(e.crudo.num_registros) + "\n";
     if (!fallo_registro(e).empty())
         texto += "  problem  " + fallo_registro(e) + "\n";
     if (!e.quieto)
@@ -271,8 +272,8 @@ static std::string monitor(const escritorio_visto &e)
     if (hwnd == 0)
         return "Monitor: none\n";
     std::string nombre = sin_controles(nombre_monitor(e));
-    return "Monitor: window " + ventana_y_pid(hwnd) + (nombre.empty() ? "" : ", " + nombre)
-           + (e.hay_monitor ? "\n" : ", not ready\n");
+    return "Monitor: window " + ventana_y_pid(hwnd) + (nombre.empty() ? "" : ", " + nombre) +
+           (e.hay_monitor ? "\n" : ", not ready\n");
 }
 
 std::string status_en_texto(const vista_status &v)

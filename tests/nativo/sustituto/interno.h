@@ -9,12 +9,12 @@ namespace interno {
 // The library did to the platform what it must not: tells it and aborts.
 void exige(bool cierto, const char *mensaje);
 
-void pon_error(uint32_t error);                 // GetLastError
+void pon_error(uint32_t error); // GetLastError
 
 void reinicia_monton();
 void reinicia_objetos();
 void reinicia_ventana();
 
-}
+} // namespace interno
 
 #endif

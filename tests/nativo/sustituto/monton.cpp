@@ -13,7 +13,7 @@ std::unordered_map<const void *, size_t> s_bloques;
 size_t s_bytes = 0;
 size_t s_limite = sustituto::LIMITE_RESERVA;
 size_t s_mayor = 0;
-char s_heap;                                    // its address is the handle of the one heap
+char s_heap; // its address is the handle of the one heap
 bool s_hay_heap = false;
 
 void *reserva(size_t tam)
@@ -42,7 +42,7 @@ void exige_heap(HANDLE heap)
     interno::exige(s_hay_heap && heap == &s_heap, "no such heap");
 }
 
-}
+} // namespace
 
 HANDLE HeapCreate(DWORD, SIZE_T, SIZE_T)
 {

@@ -50,15 +50,15 @@ public:
     size_t tam() const { return m_tam; }
 
 private:
-    size_t   m_tam;
+    size_t m_tam;
     uint8_t *m_bytes;
 };
 
 struct objeto {
-    std::unique_ptr<paginas> memoria;           // of a mapping; a mutex has none
-    uint32_t                 tam = 0;           // that the mapping was made with
-    uint32_t                 veces = 0;         // that the mutex is held
-    std::string              nombre;
+    std::unique_ptr<paginas> memoria; // of a mapping; a mutex has none
+    uint32_t tam = 0;                 // that the mapping was made with
+    uint32_t veces = 0;               // that the mutex is held
+    std::string nombre;
 };
 
 using ref = std::shared_ptr<objeto>;
@@ -68,7 +68,7 @@ const size_t MAYOR_MAPA = 1u << 24;
 std::map<std::string, std::weak_ptr<objeto>> s_por_nombre;
 std::map<HANDLE, ref> s_manejadores;
 std::map<const void *, ref> s_vistas;
-std::vector<ref> s_ajenos;                      // kept open by another program
+std::vector<ref> s_ajenos; // kept open by another program
 uintptr_t s_ultimo_manejador = 0;
 bool s_fallan_vistas = false;
 
@@ -80,7 +80,7 @@ ref busca(const char *nombre)
 
 HANDLE da_manejador(const ref &o)
 {
-    s_ultimo_manejador += 4;                    // never used again, so that a stale one is seen
+    s_ultimo_manejador += 4; // never used again, so that a stale one is seen
     HANDLE manejador = reinterpret_cast<HANDLE>(s_ultimo_manejador);
     s_manejadores[manejador] = o;
     return manejador;
@@ -127,7 +127,7 @@ ref mapa(const char *nombre)
     return o != nullptr && o->memoria != nullptr ? o : nullptr;
 }
 
-}
+} // namespace
 
 HANDLE CreateMutexA(void *, BOOL, LPCSTR nombre)
 {

@@ -38,7 +38,7 @@ letra *copia(letra *destino, const letra *origen, int num)
     return destino;
 }
 
-}
+} // namespace
 
 int lstrlenA(LPCSTR texto)
 {

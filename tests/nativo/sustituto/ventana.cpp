@@ -12,7 +12,7 @@ sustituto::programa sustituto::este_programa;
 
 namespace {
 
-const size_t MAX_TEXTOS = 64;                   // of reports, kept
+const size_t MAX_TEXTOS = 64; // of reports, kept
 
 std::vector<std::string> s_informes;
 size_t s_num_informes = 0;
@@ -21,8 +21,8 @@ std::function<void(uint32_t)> s_al_dormir;
 std::function<int64_t(const sustituto::mensaje &)> s_al_enviar;
 std::function<bool(uint64_t)> s_ventana_viva;
 uint32_t s_error = 0;
-std::vector<void *> s_por_hilo;                 // there is one thread
-volatile size_t s_leidos = 0;                   // so that a traced text is really read
+std::vector<void *> s_por_hilo; // there is one thread
+volatile size_t s_leidos = 0;   // so that a traced text is really read
 
 sustituto::mensaje mensaje_de(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
 {
@@ -39,11 +39,11 @@ int muestra_informe(HWND, LPCSTR texto, LPCSTR titulo, UINT)
     const std::string antes = "Error in ", medio = " - lin ", detras = "\n\nExpr: ";
     size_t fin_modulo = t.find(medio);
     size_t expresion = t.find(detras);
-    interno::exige(strcmp(titulo, "Assert ivrexa") == 0 && t.compare(0, antes.size(), antes) == 0
-                       && fin_modulo != std::string::npos && expresion != std::string::npos,
+    interno::exige(strcmp(titulo, "Assert ivrexa") == 0 && t.compare(0, antes.size(), antes) == 0 &&
+                       fin_modulo != std::string::npos && expresion != std::string::npos,
                    "a box that is no report");
-    s_informes.push_back(t.substr(antes.size(), fin_modulo - antes.size()) + ": "
-                         + t.substr(expresion + detras.size()));
+    s_informes.push_back(t.substr(antes.size(), fin_modulo - antes.size()) + ": " +
+                         t.substr(expresion + detras.size()));
     return 1;
 }
 
@@ -51,7 +51,7 @@ int compone(LPSTR destino, LPCSTR formato, ...)
 {
     va_list argumentos;
     va_start(argumentos, formato);
-    int n = vsnprintf(destino, 1024, formato, argumentos);      // the real one never writes more
+    int n = vsnprintf(destino, 1024, formato, argumentos); // the real one never writes more
     va_end(argumentos);
     return n;
 }
@@ -101,7 +101,7 @@ BOOL pon_delante(HWND)
 
 struct llamada {
     const char *nombre;
-    FARPROC     funcion;
+    FARPROC funcion;
 };
 
 template <typename funcion>
@@ -124,7 +124,7 @@ const llamada LLAMADAS[] = {
     {"SetForegroundWindow", direccion(pon_delante)},
 };
 
-}
+} // namespace
 
 HMODULE LoadLibraryA(LPCSTR)
 {

@@ -11,10 +11,13 @@
 #define WINAPIV
 #define CALLBACK
 
-// Nothing raises here: what is guarded runs, then what comes finally; a handler never.
+// Nothing raises here: what is guarded runs, then what comes finally; a handler never. The last one is formatted by hand:
+// a space behind a keyword would make it another macro.
 #define __try
 #define __finally
+// clang-format off
 #define __except(filtro) if (false)
+// clang-format on
 
 typedef int BOOL;
 typedef uint8_t BYTE;
@@ -30,44 +33,47 @@ typedef wchar_t *LPWSTR;
 typedef void *HANDLE, *HMODULE, *LPVOID, *PVOID;
 typedef struct HWND__ *HWND;
 typedef int (*FARPROC)(void);
-typedef LRESULT (CALLBACK *WNDPROC)(HWND, UINT, WPARAM, LPARAM);
-typedef DWORD (WINAPI *LPTHREAD_START_ROUTINE)(LPVOID);
+typedef LRESULT(CALLBACK *WNDPROC)(HWND, UINT, WPARAM, LPARAM);
+typedef DWORD(WINAPI *LPTHREAD_START_ROUTINE)(LPVOID);
 
 typedef struct SRWLOCK {
     PVOID Ptr;
 } SRWLOCK;
-#define SRWLOCK_INIT {NULL}
+#define SRWLOCK_INIT \
+    {                \
+        NULL         \
+    }
 
 typedef struct MEMORY_BASIC_INFORMATION {
-    PVOID  BaseAddress;
+    PVOID BaseAddress;
     SIZE_T RegionSize;
-    DWORD  State;
-    DWORD  Protect;
+    DWORD State;
+    DWORD Protect;
 } MEMORY_BASIC_INFORMATION;
 
-#define TRUE 1
-#define FALSE 0
-#define LOWORD(l) ((WORD)((uint64_t)(l) & 0xFFFF))
-#define HIWORD(l) ((WORD)(((uint64_t)(l) >> 16) & 0xFFFF))
-#define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
-#define INFINITE 0xFFFFFFFFu
-#define MEM_COMMIT 0x1000u
-#define TLS_OUT_OF_INDEXES 0xFFFFFFFFu
-#define WAIT_OBJECT_0 0u
-#define WAIT_TIMEOUT 258u
-#define WAIT_FAILED 0xFFFFFFFFu
-#define ERROR_FILE_NOT_FOUND 2u
-#define ERROR_INVALID_HANDLE 6u
-#define ERROR_NOT_ENOUGH_MEMORY 8u
-#define ERROR_ALREADY_EXISTS 183u
-#define ERROR_NOT_OWNER 288u
-#define PAGE_READWRITE 4u
-#define FILE_MAP_WRITE 2u
-#define FILE_MAP_ALL_ACCESS 0xF001Fu
-#define HEAP_NO_SERIALIZE 1u
+#define TRUE                     1
+#define FALSE                    0
+#define LOWORD(l)                ((WORD)((uint64_t)(l)&0xFFFF))
+#define HIWORD(l)                ((WORD)(((uint64_t)(l) >> 16) & 0xFFFF))
+#define INVALID_HANDLE_VALUE     ((HANDLE)(intptr_t)-1)
+#define INFINITE                 0xFFFFFFFFu
+#define MEM_COMMIT               0x1000u
+#define TLS_OUT_OF_INDEXES       0xFFFFFFFFu
+#define WAIT_OBJECT_0            0u
+#define WAIT_TIMEOUT             258u
+#define WAIT_FAILED              0xFFFFFFFFu
+#define ERROR_FILE_NOT_FOUND     2u
+#define ERROR_INVALID_HANDLE     6u
+#define ERROR_NOT_ENOUGH_MEMORY  8u
+#define ERROR_ALREADY_EXISTS     183u
+#define ERROR_NOT_OWNER          288u
+#define PAGE_READWRITE           4u
+#define FILE_MAP_WRITE           2u
+#define FILE_MAP_ALL_ACCESS      0xF001Fu
+#define HEAP_NO_SERIALIZE        1u
 #define HEAP_GENERATE_EXCEPTIONS 4u
-#define HEAP_ZERO_MEMORY 8u
-#define GWLP_WNDPROC (-4)
+#define HEAP_ZERO_MEMORY         8u
+#define GWLP_WNDPROC             (-4)
 
 extern "C" {
 
@@ -91,8 +97,8 @@ HANDLE WINAPI CreateMutexA(void *seguridad, BOOL propio, LPCSTR nombre);
 BOOL WINAPI ReleaseMutex(HANDLE mutex);
 DWORD WINAPI WaitForSingleObject(HANDLE objeto, DWORD plazo_ms);
 BOOL WINAPI CloseHandle(HANDLE manejador);
-HANDLE WINAPI CreateFileMappingA(HANDLE fichero, void *seguridad, DWORD proteccion, DWORD tam_alto,
-                                 DWORD tam_bajo, LPCSTR nombre);
+HANDLE WINAPI CreateFileMappingA(HANDLE fichero, void *seguridad, DWORD proteccion, DWORD tam_alto, DWORD tam_bajo,
+                                 LPCSTR nombre);
 HANDLE WINAPI OpenFileMappingA(DWORD acceso, BOOL se_hereda, LPCSTR nombre);
 LPVOID WINAPI MapViewOfFile(HANDLE hmap, DWORD acceso, DWORD desde_alto, DWORD desde_bajo, SIZE_T tam);
 BOOL WINAPI UnmapViewOfFile(const void *vista);
