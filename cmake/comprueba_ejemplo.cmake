@@ -1,10 +1,10 @@
 # What ivrexa_comprueba_ejemplos.cmake asks. With FUENTE: that source has less than a hundred lines, none longer
 # than 120 characters, is plain ASCII, begins with what it is, and includes nothing but the standard library,
-# <windows.h> and "ivrexa.h". With FUENTES and CARPETA: the folder has no other source or header.
+# <windows.h>, "ivrexa.h" and "ivrexa.hpp". With FUENTES and CARPETA: the folder has no other source or header.
 cmake_policy(VERSION 3.22)
 
-set(ESTANDAR stdio stdlib string wchar stdint stddef atomic condition_variable cstdio cstdlib cstring deque
-    map memory mutex stdexcept string thread utility vector)
+set(ESTANDAR stdio stdlib string wchar stdint stddef atomic chrono condition_variable cstdio cstdlib
+    cstring deque exception future map memory mutex stdexcept string thread utility vector)
 
 function(comprueba_todos)
     file(GLOB hay ${CARPETA}/*.c ${CARPETA}/*.cpp ${CARPETA}/*.h ${CARPETA}/*.hpp)
@@ -16,7 +16,7 @@ function(comprueba_todos)
 endfunction()
 
 function(comprueba_inclusion linea)
-    if(linea STREQUAL "#include \"ivrexa.h\"" OR linea STREQUAL "#include <windows.h>")
+    if(linea MATCHES "^#include \"ivrexa\\.(h|hpp)\"$" OR linea STREQUAL "#include <windows.h>")
         return()
     endif()
     if(NOT linea MATCHES "^#include <([a-z_]+)(\\.h)?>$" OR NOT CMAKE_MATCH_1 IN_LIST ESTANDAR)

@@ -1,9 +1,14 @@
 # Tests that the public headers compile in any host, as C11 and C++17, pedantic: alone (which must not bring
 # in <windows.h>), before it and after it, whole and lean. They run the compiler on tests/cabecera.c, nothing
-# else.
+# else. ivrexa.hpp is for C++17 and C++20, and without the conversions that ask for a warning.
 
-# One header in all ways with one compiler; ARGN is the compiler's command up to the source.
+# One header in all ways with one compiler; `cabecera` is its name, without ".h", and ARGN the compiler's command up to
+# the source.
 function(ivrexa_prueba_cabecera cabecera con)
+    set(fichero ${cabecera})
+    if(NOT fichero MATCHES "\\.hpp$")
+        string(APPEND fichero .h)
+    endif()
     set(sola "")
     set(antes_de_windows -DWINDOWS_DESPUES)
     set(antes_de_windows_lean -DWINDOWS_DESPUES -DWIN32_LEAN_AND_MEAN)
@@ -12,8 +17,8 @@ function(ivrexa_prueba_cabecera cabecera con)
     foreach(caso IN ITEMS sola antes_de_windows antes_de_windows_lean tras_windows tras_windows_lean)
         set(prueba cabecera.${cabecera}.${con}.${caso})
         add_test(NAME ${prueba} COMMAND ${ARGN} -I ${CMAKE_SOURCE_DIR}/include
-            "-DCABECERA=<${cabecera}.h>" ${${caso}} ${CMAKE_SOURCE_DIR}/tests/cabecera.c)
-        set_tests_properties(${prueba} PROPERTIES TIMEOUT 60 LABELS cabecera)
+            "-DCABECERA=<${fichero}>" ${${caso}} ${CMAKE_SOURCE_DIR}/tests/cabecera.c)
+        set_tests_properties(${prueba} PROPERTIES TIMEOUT 120 LABELS cabecera)
     endforeach()
 endfunction()
 
@@ -38,4 +43,18 @@ foreach(cabecera IN ITEMS ivrexa ivrexa_mcbase)
     foreach(compilador IN LISTS compiladores)
         ivrexa_prueba_cabecera(${cabecera} ${compilador} ${${compilador}})
     endforeach()
+endforeach()
+
+foreach(compilador IN ITEMS cxx17 gcc_cxx17)
+    if(NOT compilador IN_LIST compiladores)
+        continue()
+    endif()
+    set(orden ${${compilador}})
+    if(NOT MSVC)
+        list(APPEND orden -Wpedantic -Wconversion -Wshadow)
+    endif()
+    ivrexa_prueba_cabecera(ivrexa.hpp ${compilador} ${orden})
+    string(REPLACE "c++17" "c++20" orden_20 "${orden}")
+    string(REPLACE 17 20 compilador_20 ${compilador})
+    ivrexa_prueba_cabecera(ivrexa.hpp ${compilador_20} ${orden_20})
 endforeach()

@@ -117,3 +117,12 @@ function(ivrexa_opciones_ejemplo objetivo)
         ivrexa_enlaza_estatico(${objetivo})
     endif()
 endfunction()
+
+# A program on ivrexa.hpp, besides what else it is. clang over GCC's C++ library: std::future calls through thread-local
+# variables of GCC's own kind, and a comparison of types that is not inlined is in that library too.
+function(ivrexa_opciones_hpp objetivo)
+    if(MINGW AND CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:-femulated-tls>)
+        target_link_options(${objetivo} PRIVATE $<$<CONFIG:Debug>:LINKER:--allow-multiple-definition>)
+    endif()
+endfunction()

@@ -318,6 +318,55 @@ TEST(ejemplos, los_dos_clientes_hablan_con_el_servidor_net)
                              "sent the sum, a greeting, the bytes and the three texts, output block ", "ended"));
 }
 
+// What the client by ivrexa.hpp says of a command that went well. It leaves the server alone.
+const lineas DICE_EL_CLIENTE_HPP = {
+    "sent a=40 b=2.5 palabras=uno,dos,tres nombre=\"mundo\" bytes=1000",
+    "got  ok, code 1",
+    "got  the three texts",
+    SALIDA,
+    "all came back as it was sent",
+};
+
+TEST(ejemplos, los_tres_clientes_hablan_con_el_servidor_de_la_capa)
+{
+    std::string servicio = nombre_unico("Capa");
+    papel servidor = arranca_listo("servidor_hpp", servicio);
+    papel capa = arranca_ejemplo("cliente_hpp", servicio);
+    EXPECT_EQ(capa.espera_fin(30000), 0u);
+    EXPECT_EQ(capa.lineas(), DICE_EL_CLIENTE_HPP);
+    papel en_c = arranca_ejemplo("cliente_c", servicio);
+    EXPECT_EQ(en_c.espera_fin(30000), 0u);
+    EXPECT_EQ(con(en_c.lineas(), "got "), (lineas(DICE_EL_CLIENTE_EN_C.begin() + 1, DICE_EL_CLIENTE_EN_C.end())));
+    EXPECT_TRUE(servidor.vive());
+    papel cliente = arranca_ejemplo("cliente", servicio);
+    EXPECT_EQ(cliente.espera_fin(30000), 0u);
+    EXPECT_EQ(cliente.lineas().back(), "all came back as it was sent");
+
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+    lineas una = GOT_TODO, todas;
+    una.push_back("sent suma=42.5 bytes=1000 and the three texts");
+    for (int i = 0; i < 3; i++)
+        todas.insert(todas.end(), una.begin(), una.end());
+    todas.push_back("ended");
+    EXPECT_EQ(servidor.lineas(), todas);
+}
+
+TEST(ejemplos, el_cliente_de_la_capa_habla_con_los_cuatro_servidores)
+{
+    std::vector<papel> servidores, clientes; // all at once: each client waits 2.5 s
+    for (const char *nombre : {"servidor_ventana", "servidor_sin_ventana", "servidor_consola", "servidor_net"}) {
+        std::string servicio = nombre_unico("Capa");
+        servidores.push_back(arranca_listo(nombre, servicio));
+        clientes.push_back(arranca_ejemplo("cliente_hpp", servicio));
+    }
+    for (papel &cliente : clientes) {
+        EXPECT_EQ(cliente.espera_fin(30000), 0u);
+        EXPECT_EQ(cliente.lineas(), DICE_EL_CLIENTE_HPP);
+    }
+    for (papel &servidor : servidores)
+        EXPECT_TRUE(servidor.vive());
+}
+
 // Both wait 2.5 s before they run their command, one after the other.
 TEST(ejemplos, dos_clientes_a_la_vez_se_turnan)
 {
@@ -410,6 +459,7 @@ TEST(ejemplos, sin_servidor_cada_cliente_lo_dice_y_termina_con_1)
     const std::pair<const char *, std::string> esperados[] = {
         {"cliente", nadie + " in version 3: start a server first"},
         {"cliente_c", nadie + " in version 3: start a server first"},
+        {"cliente_hpp", nadie + " in version 3: start a server first"},
         {"cliente_avisado", nadie + ": start servidor_avisa first"}};
     for (const auto &[nombre, dicho] : esperados) {
         papel cliente = arranca_ejemplo(nombre, servicio);
@@ -422,7 +472,7 @@ TEST(ejemplos, de_otra_version_es_como_sin_servidor)
 {
     std::string servicio = nombre_unico("Version");
     papel servidor = arranca_papel("de_otra_version", {servicio});
-    for (const char *nombre : {"cliente", "cliente_c"}) {
+    for (const char *nombre : {"cliente", "cliente_c", "cliente_hpp"}) {
         papel cliente = arranca_ejemplo(nombre, servicio);
         EXPECT_EQ(cliente.espera_fin(30000), 1u) << nombre;
         EXPECT_EQ(cliente.lineas(), lineas{"nobody offers " + servicio + " in version 3: start a server first"});
@@ -478,6 +528,40 @@ TEST(ejemplos, el_cliente_en_c_dice_lo_que_cada_resultado_significa)
         EXPECT_EQ(clientes[i].espera_fin(30000), 1u);
         EXPECT_EQ(clientes[i].lineas(), (lineas{enviado(100), "got  result " + std::string(numero) + ": " + dicho}));
     }
+}
+
+// Code 3 of a server that is still there is its refusal; of one that has died, that it has gone.
+TEST(ejemplos, el_cliente_de_la_capa_distingue_al_que_rehusa_del_que_muere)
+{
+    std::string rehusa = nombre_unico("Numero"), muere = nombre_unico("Cae");
+    papel uno = arranca_papel("da_un_numero", {rehusa, "3"}), otro = arranca_papel("cae_sin_ventana", {muere});
+    papel con_uno = arranca_ejemplo("cliente_hpp", rehusa), con_otro = arranca_ejemplo("cliente_hpp", muere);
+    EXPECT_EQ(con_uno.espera_fin(30000), 1u);
+    EXPECT_EQ(con(con_uno.lineas(), "got "), lineas{"got  server_error, code 3"});
+    EXPECT_EQ(con_otro.espera_fin(30000), 1u);
+    EXPECT_EQ(con(con_otro.lineas(), "got "), lineas{"got  server_gone, code 3"});
+    EXPECT_EQ(otro.espera_fin(30000), 9u);
+}
+
+// What a command brings that is not what the function expects throws in it, and the server serves on.
+TEST(ejemplos, el_servidor_de_la_capa_rehusa_lo_que_no_espera_y_sigue)
+{
+    std::string servicio = nombre_unico("Capa");
+    papel servidor = arranca_listo("servidor_hpp", servicio);
+    ivrexa_registra_cliente_de_servicio("raro.exe", nullptr, servicio.c_str());
+    EXPECT_EQ(ejecuta(servicio, 101, 0), 3u);
+    EXPECT_EQ(ejecuta(servicio, 100, 0), 3u) << "no input";
+    comdat *entrada = ivrexa_crea_datos_comando_entrada(servicio.c_str());
+    for (const char *nombre : {"a", "b", "palabras", "nombre", "bytes"})
+        ivrexa_graba_byte(entrada, nombre, 1);
+    EXPECT_EQ(ejecuta(servicio, 100, ivrexa_guarda_datos(entrada)), 3u);
+    ivrexa_destruye_datos_comando(entrada);
+    ivrexa_terminar_servidor(servicio.c_str());
+    ivrexa_cierra_sesion();
+
+    EXPECT_EQ(servidor.espera_fin(30000), 0u);
+    EXPECT_EQ(servidor.lineas(),
+              (lineas{"refused a command of " + servicio + ": value \"a\" is of type 1, not 3", "ended"}));
 }
 
 // Without output the C client says so; the C++ one, which checks, misses its texts first.
@@ -598,7 +682,8 @@ TEST(ejemplos, cada_servidor_rehusa_lo_que_no_entiende_y_sigue)
 
 TEST(ejemplos, un_segundo_servidor_del_mismo_servicio_termina_con_1_y_el_primero_sigue)
 {
-    for (const char *nombre : {"servidor_ventana", "servidor_consola", "servidor_net", "servidor_avisa"}) {
+    for (const char *nombre :
+         {"servidor_ventana", "servidor_consola", "servidor_net", "servidor_avisa", "servidor_hpp"}) {
         std::string servicio = nombre_unico("Doble");
         papel primero = arranca_listo("servidor_consola", servicio);
         papel segundo = arranca_ejemplo(nombre, servicio);
@@ -736,8 +821,9 @@ TEST(ejemplos, el_monitor_dice_cada_espera_una_vez_y_no_cada_ronda)
 
 TEST(ejemplos, con_dos_argumentos_cada_programa_termina_con_2)
 {
-    for (const char *nombre : {"servidor_ventana", "servidor_sin_ventana", "servidor_consola", "servidor_net",
-                               "servidor_avisa", "cliente", "cliente_c", "cliente_avisado", "monitor"}) {
+    for (const char *nombre :
+         {"servidor_ventana", "servidor_sin_ventana", "servidor_consola", "servidor_net", "servidor_avisa", "cliente",
+          "cliente_c", "cliente_avisado", "servidor_hpp", "cliente_hpp", "monitor"}) {
         papel p = arranca_programa(std::string(nombre) + ".exe", {"uno", "dos"});
         EXPECT_EQ(p.espera_fin(30000), 2u) << nombre;
         EXPECT_EQ(p.lineas(), lineas{}) << nombre << " tells its usage to stderr";

@@ -1,0 +1,1820 @@
+// ivrexa.hpp - ivrexa.h for C++17: owning types, callables, futures, and refusals of what the C functions cut silently.
+//
+// Header only: the standard library and ivrexa.h are all it needs, and nothing in the DLL depends on it. What it does
+// not offer is done by the C functions beside it: a monitor, and a server whose own window procedure answers (_net).
+//
+//     int main(int, char **argv)                              // a server without a window
+//     {
+//         ivrexa::session session(argv[0]);
+//         session.offer("Calc", [](ivrexa::command &c) {
+//             c.output().add("total", c.input().get<uint32_t>("a") + c.input().get<uint32_t>("b"));
+//             return ivrexa::result::ok;
+//         });
+//         session.publish();
+//         session.wait_for_end();
+//     }
+//
+//     ivrexa::session session(argv[0]);                       // a client
+//     ivrexa::client calc(session, "Calc");
+//     ivrexa::answer a = calc.execute(calc.request(100).add("a", 40u).add("b", 2u));
+//     if (a.what == ivrexa::outcome::ok)
+//         printf("%u\n", a.data.get<uint32_t>("total"));
+//
+// TEXTS     std::string is ANSI, std::wstring is UTF-16, as in ivrexa.h.
+// FAILURES  Yours (a name too long, a value that is not there) throw ivrexa::error; those of a command are its outcome.
+//           What throws has not been done, unless it says otherwise.
+// THREADS   Any thread, unless said otherwise; one object belongs to one thread at a time, except session and client.
+//           A session with a window, and what registers through it (offer, publish, client, document), belong to the
+//           window's thread. Nothing else of this layer may run on another thread while a session is destroyed, but
+//           commands and session::notify().
+// DATA      Readers, writers and answers end with the session: one that outlives it throws fault::usage instead of its
+//           values, and keeps its handles of shared memory until the process ends.
+//
+// Built by clang over GCC's C++ library, std::future needs the option -femulated-tls. docs/cpp.md says more.
+#ifndef IVREXA_HPP
+#define IVREXA_HPP
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <deque>
+#include <exception>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "ivrexa.h"
+
+/// The C++ layer over ivrexa.h.
+namespace ivrexa {
+
+// ---- What the C functions cut, drop or show a box for ------------------------------------------------------------
+
+/// Why something of yours was refused; error::why() tells it.
+enum class fault {
+    service_name, ///< empty, longer than 63 characters, or with a backslash or a NUL
+    path,         ///< empty, longer than 255 characters, or with a NUL
+    value_name,   ///< longer than 254 characters, or with a NUL
+    text,         ///< longer than its field, or with a NUL
+    content,      ///< command data would come to 4 GiB less 1 KiB
+    no_value,     ///< there is no value at that position or of that name
+    wrong_type,   ///< there is one, of another type
+    no_block,     ///< the system did not give the block for command data, or it has gone
+    too_many,     ///< 16 services offered, 16 used, 32 documents
+    usage         ///< called in an order, on a thread, or with an id that cannot work
+};
+
+/// Thrown by everything here that refuses. Its text names what was refused.
+class error : public std::runtime_error {
+public:
+    /// Makes one of that kind with that text.
+    error(fault why, const std::string &text) : std::runtime_error(text), m_why(why) {}
+    /// The kind.
+    fault why() const noexcept { return m_why; }
+
+private:
+    fault m_why;
+};
+
+constexpr std::size_t max_service_name = 63; ///< characters of a service's name
+constexpr std::size_t max_value_name = 254;  ///< characters of a value's name
+constexpr std::size_t max_path = 255;        ///< characters of a program's path
+constexpr std::size_t max_short_text = 63;   ///< characters of the first text of a command
+constexpr std::size_t max_long_text = 255;   ///< characters of its second and third text
+constexpr std::size_t max_services = 16;     ///< services that a program offers, and as many that it uses
+constexpr std::size_t max_documents = 32;    ///< documents that a program has open
+
+/// A view of elements that somebody else owns.
+template <typename T>
+class span {
+public:
+    /// Of nothing.
+    constexpr span() = default;
+    /// Of `size` elements from `data` on.
+    constexpr span(T *data, std::size_t size) : m_data(data), m_size(size) {}
+    /// Of all elements of a container that has them in a row.
+    template <typename container, typename = std::enable_if_t<
+                                      std::is_convertible_v<decltype(std::declval<const container &>().data()), T *>>>
+    constexpr span(const container &c) : m_data(c.data()), m_size(c.size())
+    {
+    }
+    constexpr T *data() const { return m_data; }                       ///< the first element; may be null when empty
+    constexpr std::size_t size() const { return m_size; }              ///< how many elements
+    constexpr bool empty() const { return m_size == 0; }               ///< whether there is none
+    constexpr T *begin() const { return m_data; }                      ///< the first element
+    constexpr T *end() const { return m_data + m_size; }               ///< behind the last
+    constexpr T &operator[](std::size_t i) const { return m_data[i]; } ///< element i, unchecked
+
+private:
+    T *m_data = nullptr;
+    std::size_t m_size = 0;
+};
+
+/// The bytes of a buffer, owned.
+using bytes = std::vector<std::uint8_t>;
+/// The bytes of a buffer, somebody else's.
+using bytes_view = span<const std::uint8_t>;
+
+/// What the layer itself is made of; not for its users.
+namespace detail {
+
+template <typename character>
+bool has_nul(std::basic_string_view<character> text)
+{
+    return text.find(character()) != text.npos;
+}
+
+inline void check_service(const std::string &name)
+{
+    if (name.empty() || name.size() > max_service_name || has_nul(std::string_view(name)) ||
+        name.find('\\') != name.npos)
+        throw error(fault::service_name, "a service's name has 1 to 63 characters, without backslash or NUL: \"" +
+                                             name + "\" has " + std::to_string(name.size()));
+}
+
+inline void check_path(const std::string &path)
+{
+    if (path.empty() || path.size() > max_path || has_nul(std::string_view(path)))
+        throw error(fault::path, "a program's path has 1 to 255 characters without NUL: \"" + path + "\" has " +
+                                     std::to_string(path.size()));
+}
+
+inline void check_text(std::wstring_view text, std::size_t most, const char *which)
+{
+    if (text.size() > most || has_nul(text))
+        throw error(fault::text, std::string(which) + " takes " + std::to_string(most) +
+                                     " characters without NUL; this one has " + std::to_string(text.size()));
+}
+
+inline void check_value_name(std::string_view name)
+{
+    if (name.size() > max_value_name || has_nul(name))
+        throw error(fault::value_name,
+                    "a value's name has up to 254 characters without NUL; this one has " + std::to_string(name.size()));
+}
+
+template <typename character>
+void check_value_text(std::string_view name, std::basic_string_view<character> value)
+{
+    if (has_nul(value))
+        throw error(fault::text, "the text of \"" + std::string(name) + "\" holds a NUL and would end there");
+}
+
+inline bool is_offered(const std::string &service, std::uint16_t *version = nullptr)
+{
+    return ivrexa_hay_servicio_registrado(service.c_str(), version) == CIERTO;
+}
+
+// Storing data shows a box where nobody holds the service's channel. The query writes the version wherever there is
+// one.
+inline bool has_channel(const std::string &service)
+{
+    for (std::uint16_t mark : {std::uint16_t{0}, std::uint16_t{1}}) {
+        std::uint16_t version = mark;
+        if (is_offered(service, &version) || version != mark)
+            return true;
+    }
+    return false;
+}
+
+// How many sessions this program has ended. Each end takes the memory of all command data with it.
+inline std::atomic<std::uint32_t> &sessions_ended()
+{
+    static std::atomic<std::uint32_t> count{0};
+    return count;
+}
+
+// Destroys a container, unless a session's end has done so.
+struct destroys {
+    std::uint32_t made_in = sessions_ended();
+    bool outlived() const { return made_in != sessions_ended(); }
+    void operator()(comdat *c) const
+    {
+        if (!outlived())
+            ivrexa_destruye_datos_comando(c);
+    }
+};
+using owned = std::unique_ptr<comdat, destroys>;
+
+inline void check_alive(const owned &data)
+{
+    if (data.get_deleter().outlived())
+        throw error(fault::usage, "this command data ended with its session");
+}
+
+} // namespace detail
+
+/// The three wide texts that go with a command, or with its answer.
+struct texts {
+    std::wstring first;  ///< at most 63 characters
+    std::wstring second; ///< at most 255
+    std::wstring third;  ///< at most 255
+
+    /// Throws fault::text where one is longer than its field, or holds a NUL.
+    void check() const
+    {
+        detail::check_text(first, max_short_text, "the first text");
+        detail::check_text(second, max_long_text, "the second text");
+        detail::check_text(third, max_long_text, "the third text");
+    }
+};
+
+// ---- Command data ------------------------------------------------------------------------------------------------
+
+/// Writes command data: add() for each value, in the order in which the other side counts them. It owns what it wrote.
+class writer {
+public:
+    /// For a command's input, which a client writes. The service need not be registered yet.
+    static writer input(const std::string &service) { return writer(service, ivrexa_crea_datos_comando_entrada); }
+    /// For a command's output, or what goes with a notification: a server writes both.
+    static writer output(const std::string &service) { return writer(service, ivrexa_crea_datos_comando_salida); }
+
+    /// Appends a value. Names may repeat: reader finds the first. Numbers of other types have no value of their size:
+    /// say uint8_t{1}, uint16_t{1}, 1u or 1.0. An array of wide texts does not come back from any host: add single
+    /// ones. A null pointer is a missing text. Throws fault::value_name, text, content, or usage once the data is
+    /// stored.
+    writer &add(std::string_view name, std::uint8_t value) { return put(name, 1, ivrexa_graba_byte, value); }
+    /// @copydoc add
+    writer &add(std::string_view name, std::uint16_t value) { return put(name, 2, ivrexa_graba_ushort, value); }
+    /// @copydoc add
+    writer &add(std::string_view name, std::uint32_t value) { return put(name, 4, ivrexa_graba_ulong, value); }
+    /// @copydoc add
+    writer &add(std::string_view name, unsigned long value) // a DWORD
+    {
+        static_assert(sizeof value == sizeof(std::uint32_t), "there is no value of another size");
+        return add(name, static_cast<std::uint32_t>(value));
+    }
+    /// @copydoc add
+    writer &add(std::string_view name, double value) { return put(name, 8, ivrexa_graba_double, value); }
+    /// @copydoc add
+    writer &add(std::string_view name, ivrexa_hwnd value) { return put(name, 8, ivrexa_graba_hwnd, value); }
+    /// @copydoc add
+    writer &add(std::string_view name, bytes_view value);
+    /// @copydoc add
+    writer &add(std::string_view name, const bytes &value) { return add(name, bytes_view(value)); }
+    /// @copydoc add
+    writer &add(std::string_view name, std::string_view value) { return text(name, value, ivrexa_graba_cadena_ansi); }
+    /// @copydoc add
+    writer &add(std::string_view name, const std::string &value) { return add(name, std::string_view(value)); }
+    /// @copydoc add
+    writer &add(std::string_view name, const char *value)
+    {
+        return value != nullptr ? add(name, std::string_view(value)) : add_null_text(name);
+    }
+    /// @copydoc add
+    writer &add(std::string_view name, std::wstring_view value)
+    {
+        return text(name, value, ivrexa_graba_cadena_unicode);
+    }
+    /// @copydoc add
+    writer &add(std::string_view name, const std::wstring &value) { return add(name, std::wstring_view(value)); }
+    /// @copydoc add
+    writer &add(std::string_view name, const wchar_t *value)
+    {
+        return value != nullptr ? add(name, std::wstring_view(value)) : add_null_wide_text(name);
+    }
+    /// @copydoc add
+    writer &add(std::string_view name, const std::vector<std::string> &value);
+    /// Not offered, so that no number changes its type on the way.
+    template <typename T, typename = std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>>>
+    writer &add(std::string_view name, T value) = delete;
+
+    /// Appends an ANSI text that is missing, which is not an empty one.
+    writer &add_null_text(std::string_view name)
+    {
+        return put(name, length, ivrexa_graba_cadena_ansi, static_cast<const char *>(nullptr));
+    }
+    /// Appends a wide text that is missing.
+    writer &add_null_wide_text(std::string_view name)
+    {
+        return put(name, length, ivrexa_graba_cadena_unicode, static_cast<const wchar_t *>(nullptr));
+    }
+
+    /// How many values have been written.
+    std::size_t size() const { return usable() ? ivrexa_numero_valores(m_data.get()) : 0; }
+    /// The service that the data is for.
+    const std::string &service() const { return m_service; }
+
+    /// Stores what was written in a block of its own, once, and returns its id for the C functions; 0 without values.
+    /// The writer keeps the block alive. Before a server has offered the service the id is worthless. Throws
+    /// fault::no_block, also where nobody offers or uses the service.
+    std::uint32_t store()
+    {
+        if (size() != 0 && !detail::has_channel(m_service))
+            throw error(fault::no_block, "nobody offers or uses \"" + m_service + "\": its data has no place yet");
+        return store_in_channel();
+    }
+
+    /// The C container, for what this class does not offer; the writer goes on owning it. Null once released.
+    comdat *get() const { return m_data.get(); }
+    /// Hands the C container over: the caller destroys it, and the writer is of no more use.
+    comdat *release() { return m_data.release(); }
+
+private:
+    friend class client;
+    friend class command;
+    friend class session;
+
+    static constexpr std::uint64_t length = sizeof(std::uint32_t);
+    static constexpr std::uint64_t most_bytes = (std::uint64_t{1} << 32) - 1025;
+
+    writer(const std::string &service, comdat *(*make)(const char *)) : m_service(service)
+    {
+        detail::check_service(service);
+        m_data.reset(make(service.c_str()));
+    }
+
+    bool usable() const { return m_data != nullptr && !m_data.get_deleter().outlived(); }
+
+    void check_usable() const
+    {
+        if (m_data == nullptr)
+            throw error(fault::usage, "command data that was handed over takes no more values");
+        detail::check_alive(m_data);
+        if (m_stored)
+            throw error(fault::usage, "command data is stored once, and takes no more values then");
+    }
+
+    // size: what the value takes behind its type and its name.
+    template <typename function, typename... values>
+    writer &put(std::string_view name, std::uint64_t size, function appends, values... v)
+    {
+        check_usable();
+        detail::check_value_name(name);
+        std::uint64_t all = m_bytes + 2 + name.size() + 1 + size;
+        if (size > most_bytes || all > most_bytes)
+            throw error(fault::content,
+                        "command data holds less than 4 GiB: no room for \"" + std::string(name) + "\"");
+        appends(m_data.get(), std::string(name).c_str(), v...);
+        m_bytes = all;
+        return *this;
+    }
+
+    template <typename character, typename function>
+    writer &text(std::string_view name, std::basic_string_view<character> value, function appends)
+    {
+        detail::check_value_text(name, value);
+        const std::basic_string<character> ended(value);
+        return put(name, length + (std::uint64_t{value.size()} + 1) * sizeof(character), appends, ended.c_str());
+    }
+
+    // Where the service is known to have a channel.
+    std::uint32_t store_in_channel()
+    {
+        check_usable();
+        if (size() == 0)
+            return 0;
+        std::uint32_t id = ivrexa_guarda_datos(m_data.get());
+        if (id == 0)
+            throw error(fault::no_block, "the system gives no block for the command data of \"" + m_service + "\"");
+        m_stored = true;
+        return id;
+    }
+
+    std::string m_service;
+    detail::owned m_data;
+    std::uint64_t m_bytes = length; // the count of values, at the head
+    bool m_stored = false;
+};
+
+inline writer &writer::add(std::string_view name, bytes_view value)
+{
+    if (value.data() == nullptr && !value.empty())
+        throw error(fault::usage, "the bytes of \"" + std::string(name) + "\" lie nowhere");
+    const std::uint64_t size = value.size() < most_bytes ? length + value.size() : value.size();
+    return put(name, size, ivrexa_graba_buffer, static_cast<const void *>(value.data()),
+               static_cast<std::uint32_t>(value.size()));
+}
+
+inline writer &writer::add(std::string_view name, const std::vector<std::string> &value)
+{
+    std::vector<const char *> pointers;
+    std::uint64_t size = length;
+    for (const std::string &one : value) {
+        detail::check_value_text(name, std::string_view(one));
+        pointers.push_back(one.c_str());
+        size += 2 * length + one.size() + 1; // a place in the table, a length, the text
+    }
+    return put(name, size, ivrexa_graba_arr_cadenas_ansi, static_cast<const char *const *>(pointers.data()),
+               static_cast<std::uint32_t>(pointers.size()));
+}
+
+/// Reads command data, by position from 0 or by name. All of it has been looked at when the reader is there, in the
+/// order in which it was written; so the order in which you ask does not matter, and asking shows no box.
+class reader {
+public:
+    /// Of no data: no values.
+    reader() = default;
+
+    /// Reads a command's input from the block of that id. 0 gives a reader without values. Throws fault::no_block where
+    /// the block has gone; the library shows a box then, and for content that does not keep to the format.
+    static reader open_input(const std::string &service, std::uint32_t id) { return open(service, id, CIERTO); }
+    /// The same for a command's output, or for what goes with a notification.
+    static reader open_output(const std::string &service, std::uint32_t id) { return open(service, id, FALSO); }
+    /// Reads somebody else's container; null has no values. It must outlive the reader, which does not destroy it.
+    static reader borrow(comdat *data)
+    {
+        reader r;
+        r.look(data);
+        return r;
+    }
+
+    /// How many values there are: all up to the first that the content does not bear out.
+    std::size_t size() const { return m_values.size(); }
+    /// Whether there is none.
+    bool empty() const { return m_values.empty(); }
+    /// The name of the value there. Throws fault::no_value.
+    const std::string &name(std::size_t i) const { return at(i).name; }
+    /// The type of the value there. Throws fault::no_value.
+    tipoDato type(std::size_t i) const { return at(i).type; }
+    /// Whether the value there is a missing text. Throws fault::no_value.
+    bool is_null(std::size_t i) const { return is_text(at(i).type) && at(i).data == nullptr; }
+
+    /// The position of the first value of that name; none without one.
+    std::optional<std::size_t> position(std::string_view name) const
+    {
+        for (std::size_t i = 0; i < m_values.size(); i++)
+            if (m_values[i].name == name)
+                return i;
+        return std::nullopt;
+    }
+    /// Whether there is a value of that name.
+    bool contains(std::string_view name) const { return position(name).has_value(); }
+
+    /// The value there, as uint8_t, uint16_t, uint32_t, unsigned long, double, ivrexa_hwnd, std::string, std::wstring,
+    /// bytes, std::vector<std::string>, or, without a copy and as long as the reader lives, std::string_view or
+    /// bytes_view. A missing text is an empty one; as std::optional<std::string> or std::optional<std::wstring> it is
+    /// none. Throws fault::no_value and fault::wrong_type: what another program wrote need not be what you expect.
+    template <typename T>
+    T get(std::size_t i) const
+    {
+        return convert(at(i), as<T>());
+    }
+    /// The first value of that name, in the same way.
+    template <typename T>
+    T get(std::string_view name) const
+    {
+        std::optional<std::size_t> i = position(name);
+        if (!i)
+            throw error(fault::no_value, "there is no value \"" + std::string(name) + "\"");
+        return get<T>(*i);
+    }
+    /// The same, or none where there is no value of that name; throws fault::wrong_type all the same.
+    template <typename T>
+    std::optional<T> find(std::string_view name) const
+    {
+        std::optional<std::size_t> i = position(name);
+        return i ? std::optional<T>(get<T>(*i)) : std::nullopt;
+    }
+
+private:
+    struct value {
+        std::string name;
+        tipoDato type = ivrexa_tipoDato_desconocido;
+        std::uint64_t number = 0;   // a number, a window, or the bits of a double
+        const void *data = nullptr; // a text, a buffer, or an array of pointers to texts
+        std::uint32_t size = 0;     // of a buffer or of an array
+    };
+    template <typename T>
+    struct as {
+    };
+
+    static reader open(const std::string &service, std::uint32_t id, std::int16_t is_input)
+    {
+        detail::check_service(service);
+        reader r;
+        if (id == 0)
+            return r;
+        r.m_owned.reset(ivrexa_lee_datos(service.c_str(), id, is_input));
+        if (r.m_owned == nullptr)
+            throw error(fault::no_block, "block " + std::to_string(id) + " of \"" + service + "\" has gone");
+        r.look(r.m_owned.get());
+        return r;
+    }
+
+    // The count, and each type, are the writer's word.
+    void look(comdat *data)
+    {
+        std::uint32_t count = data != nullptr ? ivrexa_numero_valores(data) : 0;
+        for (std::uint32_t i = 0; i < count; i++) {
+            std::uint32_t type = ivrexa_tipoDato(data, i);
+            if (type == ivrexa_tipoDato_desconocido || type > ivrexa_tipoDato_arr_cadenas_unicode)
+                return;
+            value v;
+            v.type = static_cast<tipoDato>(type);
+            v.name = ivrexa_nombre_valor(data, i);
+            look_at(data, i, &v);
+            m_values.push_back(std::move(v));
+        }
+    }
+
+    static void look_at(comdat *data, std::uint32_t i, value *v);
+
+    static bool is_text(tipoDato t) { return t == ivrexa_tipoDato_cadena_ansi || t == ivrexa_tipoDato_cadena_unicode; }
+
+    const value &at(std::size_t i) const
+    {
+        if (i >= m_values.size())
+            throw error(fault::no_value,
+                        "there is no value " + std::to_string(i) + ": the data has " + std::to_string(m_values.size()));
+        if (m_owned != nullptr)
+            detail::check_alive(m_owned);
+        return m_values[i];
+    }
+
+    static const value &expect(const value &v, tipoDato type)
+    {
+        if (v.type != type)
+            throw error(fault::wrong_type, "value \"" + v.name + "\" is of type " + std::to_string(v.type) + ", not " +
+                                               std::to_string(type));
+        return v;
+    }
+
+    static std::uint8_t convert(const value &v, as<std::uint8_t>)
+    {
+        return static_cast<std::uint8_t>(expect(v, ivrexa_tipoDato_byte).number);
+    }
+    static std::uint16_t convert(const value &v, as<std::uint16_t>)
+    {
+        return static_cast<std::uint16_t>(expect(v, ivrexa_tipoDato_ushort).number);
+    }
+    static std::uint32_t convert(const value &v, as<std::uint32_t>)
+    {
+        return static_cast<std::uint32_t>(expect(v, ivrexa_tipoDato_ulong).number);
+    }
+    static unsigned long convert(const value &v, as<unsigned long>) { return convert(v, as<std::uint32_t>()); }
+    static double convert(const value &v, as<double>)
+    {
+        double d;
+        std::memcpy(&d, &expect(v, ivrexa_tipoDato_double).number, sizeof d);
+        return d;
+    }
+    static ivrexa_hwnd convert(const value &v, as<ivrexa_hwnd>)
+    {
+        return reinterpret_cast<ivrexa_hwnd>(static_cast<std::uintptr_t>(expect(v, ivrexa_tipoDato_hwnd).number));
+    }
+    static std::string_view convert(const value &v, as<std::string_view>)
+    {
+        const char *text = static_cast<const char *>(expect(v, ivrexa_tipoDato_cadena_ansi).data);
+        return text != nullptr ? std::string_view(text) : std::string_view();
+    }
+    static std::string convert(const value &v, as<std::string>)
+    {
+        return std::string(convert(v, as<std::string_view>()));
+    }
+    static std::wstring convert(const value &v, as<std::wstring>)
+    {
+        return wide(static_cast<const char *>(expect(v, ivrexa_tipoDato_cadena_unicode).data));
+    }
+    template <typename T>
+    static std::optional<T> convert(const value &v, as<std::optional<T>>)
+    {
+        T text = convert(v, as<T>());
+        return v.data != nullptr ? std::optional<T>(std::move(text)) : std::nullopt;
+    }
+    static bytes_view convert(const value &v, as<bytes_view>)
+    {
+        const value &b = expect(v, ivrexa_tipoDato_buffer);
+        return bytes_view(static_cast<const std::uint8_t *>(b.data), b.data != nullptr ? b.size : 0);
+    }
+    static bytes convert(const value &v, as<bytes>)
+    {
+        bytes_view view = convert(v, as<bytes_view>());
+        return bytes(view.begin(), view.end());
+    }
+    static std::vector<std::string> convert(const value &v, as<std::vector<std::string>>)
+    {
+        const value &array = expect(v, ivrexa_tipoDato_arr_cadenas_ansi);
+        const char *const *from = static_cast<const char *const *>(array.data);
+        std::vector<std::string> all;
+        for (std::uint32_t i = 0; from != nullptr && i < array.size; i++)
+            all.emplace_back(from[i] != nullptr ? from[i] : ""); // null where it would lie outside the content
+        return all;
+    }
+
+    // A wide text may lie at an odd address.
+    static std::wstring wide(const char *from)
+    {
+        std::wstring text;
+        wchar_t c = L'\0';
+        for (; from != nullptr; from += sizeof c) {
+            std::memcpy(&c, from, sizeof c);
+            if (c == L'\0')
+                break;
+            text += c;
+        }
+        return text;
+    }
+
+    detail::owned m_owned;
+    std::vector<value> m_values;
+};
+
+inline void reader::look_at(comdat *data, std::uint32_t i, value *v)
+{
+    double d;
+    switch (v->type) {
+    case ivrexa_tipoDato_byte:
+        v->number = ivrexa_dame_byte(data, i);
+        break;
+    case ivrexa_tipoDato_ushort:
+        v->number = ivrexa_dame_ushort(data, i);
+        break;
+    case ivrexa_tipoDato_ulong:
+        v->number = ivrexa_dame_ulong(data, i);
+        break;
+    case ivrexa_tipoDato_double:
+        d = ivrexa_dame_double(data, i);
+        std::memcpy(&v->number, &d, sizeof d);
+        break;
+    case ivrexa_tipoDato_hwnd:
+        v->number = reinterpret_cast<std::uintptr_t>(ivrexa_dame_hwnd(data, i));
+        break;
+    case ivrexa_tipoDato_buffer:
+        v->data = ivrexa_dame_buffer(data, i, &v->size);
+        break;
+    case ivrexa_tipoDato_cadena_ansi:
+        v->data = ivrexa_dame_cadena_ansi(data, i);
+        break;
+    case ivrexa_tipoDato_cadena_unicode:
+        v->data = ivrexa_dame_cadena_unicode(data, i);
+        break;
+    case ivrexa_tipoDato_arr_cadenas_ansi:
+        v->data = ivrexa_dame_arr_cadenas_ansi(data, i, &v->size);
+        break;
+    default: // an array of wide texts does not come back
+        break;
+    }
+}
+
+// ---- Commands ----------------------------------------------------------------------------------------------------
+
+/// What a command function answers. By session::offer_number() it may answer other numbers too.
+enum class result : std::int32_t {
+    none = ivrexa_resultado_NINGUNO,        ///< no answer
+    ok = ivrexa_resultado_OK,               ///< carried out; the only one with which texts and data arrive
+    cancelled = ivrexa_resultado_CANCELADO, ///< the server, or its user, did not want to
+    error = ivrexa_resultado_ERROR          ///< the server refuses it, or it went wrong
+};
+
+/// What became of a command, as far as a client can know. The codes 0 and 3 are told apart by asking whether the
+/// service is offered; that is asked behind the command, and things go on meanwhile.
+enum class outcome {
+    ok,           ///< carried out
+    cancelled,    ///< the server said so
+    server_error, ///< the server said ERROR and is still there
+    /// 0 came, and the service counts as offered: the server answered 0, or it has a window and has died without ending
+    /// its session. The command may have been carried out.
+    no_answer,
+    other,           ///< the server answered a number of its own: answer::code
+    no_such_service, ///< nobody offers it; the command was not sent
+    server_gone,     ///< somebody did, and does not any more. The command may have been carried out
+    /// This program is not registered for the service: the session has ended, or C calls had filled the table. The
+    /// command was not carried out.
+    not_a_client,
+    late,    ///< the deadline has passed with the command under way: it goes on, and its answer will be dropped
+    not_sent ///< the deadline has passed, or the session has ended, before it was sent: it never will be
+};
+
+/// The outcome's name, as it stands above.
+inline const char *to_string(outcome o)
+{
+    constexpr const char *names[] = {"ok",    "cancelled",       "server_error", "no_answer",
+                                     "other", "no_such_service", "server_gone",  "not_a_client",
+                                     "late",  "not_sent"};
+    return names[static_cast<std::size_t>(o)];
+}
+
+/// What a command brought. Moved, not copied. Read it, or let it go, before the session ends.
+struct answer {
+    outcome what = outcome::not_sent; ///< what became of the command
+    std::uint32_t code = 0; ///< the result as the C function gave it; 0 where the command was not sent, or is late
+    ivrexa::texts texts;    ///< the server's texts; empty unless ok
+    reader data;            ///< the output; no values unless ok
+
+    /// Whether the command was carried out.
+    explicit operator bool() const { return what == outcome::ok; }
+};
+
+/// A command to run, made by client::request(). Running it uses it up: it is moved, not copied.
+class request {
+public:
+    /// Appends a value to the input, as writer::add().
+    template <typename T>
+    request &add(std::string_view name, T &&value)
+    {
+        m_input.add(name, std::forward<T>(value));
+        return *this;
+    }
+    /// The input, for what add() does not offer.
+    writer &input() { return m_input; }
+    /// Sets the three texts. Throws fault::text where one does not fit.
+    request &text(texts t)
+    {
+        t.check();
+        m_texts = std::move(t);
+        return *this;
+    }
+    /// Brings the server's window to the foreground when the command is sent.
+    request &server_to_front()
+    {
+        m_window |= ivrexa_ventana_TRAE_SERVIDOR;
+        return *this;
+    }
+    /// Gives the foreground back, once the command ends, to the window that was active before.
+    request &focus_back()
+    {
+        m_window |= ivrexa_ventana_DEVUELVE_FOCO;
+        return *this;
+    }
+
+private:
+    friend class client;
+    request(std::uint32_t id, const std::string &service) : m_id(id), m_input(writer::input(service)) {}
+
+    std::uint32_t m_id;
+    writer m_input;
+    texts m_texts;
+    std::uint16_t m_window = 0;
+};
+
+// ---- Server ------------------------------------------------------------------------------------------------------
+
+/// The command that a command function answers. It lives for that call, and so does what input() gives.
+class command {
+public:
+    command(const command &) = delete;
+    command &operator=(const command &) = delete;
+
+    /// The service on which it was run.
+    const std::string &service() const { return m_service; }
+    /// Its number.
+    std::uint32_t id() const { return m_id; }
+    /// Its input; no values where the client sent none, or died meanwhile.
+    const reader &input() const { return m_input; }
+    /// The client's texts.
+    const ivrexa::texts &texts() const { return m_texts; }
+    /// The client's main window, as a number; 0 without one. Another program wrote it: do not trust it.
+    std::uint64_t client_window() const { return m_context->hwnd_cliente; }
+    /// The server's main window, or null. Another program may have written it.
+    ivrexa_hwnd server_window() const { return m_context->hwnd_servidor; }
+
+    /// Where the answer's values are written. They reach the client with result::ok only.
+    writer &output()
+    {
+        if (!m_output)
+            m_output = writer::output(m_service);
+        return *m_output;
+    }
+    /// Sets the answer's texts; without, they are empty. Throws fault::text where one does not fit.
+    void answer_texts(ivrexa::texts t)
+    {
+        t.check();
+        m_answer = std::move(t);
+    }
+
+private:
+    friend class session;
+    command(const char *service, std::uint32_t id, comando *context) : m_service(service), m_id(id), m_context(context)
+    {
+    }
+
+    // A client that runs a command out of its turn can leave none behind this call.
+    bool fetch()
+    {
+        wchar_t first[max_short_text + 1], second[max_long_text + 1], third[max_long_text + 1];
+        if (m_id == 0 ||
+            ivrexa_get_datos_entrada_comando(m_service.c_str(), m_id, nullptr, first, second, third) != CIERTO)
+            return false;
+        m_texts = {first, second, third};
+        m_input = reader::borrow(m_context->datos_entrada);
+        return true;
+    }
+
+    // Answers also where there is nothing to say: what the command before it answered must not stay.
+    bool send(std::int32_t code)
+    {
+        std::uint32_t block = m_output && code == ivrexa_resultado_OK ? m_output->store_in_channel() : 0;
+        if (ivrexa_set_datos_salida_comando(m_service.c_str(), m_id, block, m_answer.first.c_str(),
+                                            m_answer.second.c_str(), m_answer.third.c_str()) != CIERTO)
+            return false;
+        if (block != 0)
+            m_context->datos_salida = m_output->release(); // the library keeps it until the next command
+        return true;
+    }
+
+    std::string m_service;
+    std::uint32_t m_id;
+    comando *m_context;
+    reader m_input;
+    ivrexa::texts m_texts, m_answer;
+    std::optional<writer> m_output;
+};
+
+/// What a server tells one client.
+struct notification {
+    std::string service;         ///< the service whose server tells it
+    std::uint32_t client_id = 0; ///< this client's id for the service: document::client_id()
+    std::uint32_t datum = 0;     ///< the server's number
+    reader data;                 ///< what goes with it; no values without
+};
+
+/// Where a notification's function runs. The library tells a client twice: on a thread of its own, then on the
+/// window's.
+enum class where {
+    library_thread, ///< the server waits until the function returns; run no command on that service in it
+    window_thread   ///< the server waits until the data has been taken; then the function may touch windows
+};
+
+namespace detail {
+struct core;
+struct client_state;
+struct offered_service;
+} // namespace detail
+
+// ---- Session -----------------------------------------------------------------------------------------------------
+
+/// This program's registration. There is one at a time, and all that is registered ends with it.
+///
+/// Its end waits for the commands and notifications that are under way on threads of the layer, the late ones among
+/// them: the library cannot cancel a command. A command on a server that hangs holds it up until that server ends. Do
+/// not end it inside a function of yours that the layer has called, and not while one waits for the thread that ends
+/// it.
+class session {
+public:
+    /// A command function that answers one of the four results.
+    using handler = std::function<result(command &)>;
+    /// A command function that answers with numbers of its own, too; they reach the client as they are.
+    using number_handler = std::function<std::int32_t(command &)>;
+    /// Told of what escaped from a function of yours for that service: from a command function, whose client gets
+    /// ERROR, or from a notification's. It runs on the thread on which that happened; what escapes from itself is
+    /// dropped.
+    using failure_handler = std::function<void(const std::string &service, std::exception_ptr)>;
+
+    /// Begins it; nothing is registered before something is offered or used.
+    ///
+    /// path     of the executable, 1 to 255 characters: argv[0] for one. The program's name on the desktop.
+    /// window   commands arrive in its message loop, and it is subclassed; without one a thread for each service polls.
+    /// Throws fault::path, or fault::usage while there is another session.
+    explicit session(std::string path, ivrexa_hwnd window = nullptr);
+    /// Ends it: what waits in queues is never sent, what is under way is waited for, and all is withdrawn.
+    ~session();
+    session(const session &) = delete;
+    session &operator=(const session &) = delete;
+
+    /// The window that it was given, or null.
+    ivrexa_hwnd window() const;
+
+    /// Offers a service, until the session ends; publish() makes it known.
+    ///
+    /// service   1 to 63 characters without a backslash.
+    /// f         the command function. It runs on the window's thread, or on the service's own. An exception that
+    ///           escapes is result::error for the client.
+    /// version   yours: clients ask for it by offered().
+    /// Throws fault::service_name, too_many, or usage for one offered already or an empty function.
+    void offer(const std::string &service, handler f, std::uint16_t version = 0);
+    /// The same, with a function that answers with numbers of its own.
+    void offer_number(const std::string &service, number_handler f, std::uint16_t version = 0);
+    /// Sets the function that is told of failures; it may be empty.
+    void on_failure(failure_handler f);
+    /// Makes the services offered so far known, and begins to receive commands. Throws fault::usage without any.
+    void publish();
+    /// In a server without a window: waits until all its services were told to end. In another program not at all.
+    void wait_for_end() { ivrexa_espera_comando_terminar_servidor(); }
+
+    /// Tells one client of a service of ours, and waits until it has handled that, or until the service ends: without
+    /// any other time-out. Call it on a thread of its own.
+    ///
+    /// client_id   the client's document::client_id(), which it has sent by a command.
+    /// datum       yours.
+    /// Throws fault::service_name, or usage for a service that is not published.
+    void notify(const std::string &service, std::uint32_t client_id, std::uint32_t datum);
+    /// The same with data, made by writer::output() for the service. It is stored here; keep it to yourself meanwhile.
+    void notify(writer &data, std::uint32_t client_id, std::uint32_t datum);
+
+private:
+    friend class client;
+
+    static std::int32_t run(const char *service, std::uint32_t id, comando *context, void *offered);
+
+    std::shared_ptr<detail::core> m_core;
+};
+
+// ---- Client ------------------------------------------------------------------------------------------------------
+
+/// A service that this program uses. Copies are the same client, and so is another one for that service.
+///
+/// Commands of one service run one after the other, also those of several threads. With clients in other programs take
+/// turns by a named mutex of yours, from execute() until the answer is there.
+///
+/// The first command of a program waits until 2.5 s have passed since the session's first registration, because a
+/// server without a window may take a younger client for dead, and end. See server_has_window().
+class client {
+public:
+    /// Registers this program as a client of the service. It need not be offered yet.
+    /// Throws fault::service_name, or too_many for a seventeenth.
+    client(session &s, const std::string &service);
+    /// The same, to be notified too, once for each notification: `told` runs where `place` says. The session needs a
+    /// window. Register when the server is there, and anew, in another session, when it has come back.
+    /// Throws also fault::usage without a window, with an empty function, and where this program is a client already.
+    client(session &s, const std::string &service, std::function<void(notification &)> told,
+           where place = where::window_thread);
+
+    /// The service.
+    const std::string &service() const;
+    /// Says that the server has a window, so that no command waits for the 2.5 s. Where that is not so, a command may
+    /// end the server.
+    client &server_has_window();
+    /// A command to run by this client. id: 100 and up, or fault::usage is thrown.
+    ivrexa::request request(std::uint32_t id) const;
+
+    /// Runs a command and waits for its end, on this thread and without a deadline; it uses the request up.
+    ///
+    /// With a server that has a window, messages sent to this thread's windows are delivered while the command runs,
+    /// but not while it waits for its turn or for the 2.5 s. Throws fault::usage for a request that has been run or is
+    /// another service's, and where a command on the service is under way on this thread, which would wait for itself.
+    /// Throws fault::no_block for input that the system has no block for, then nothing was sent, and for output that
+    /// has gone, then the command was carried out.
+    answer execute(ivrexa::request &r);
+    /// @copydoc execute
+    answer execute(ivrexa::request &&r) { return execute(r); }
+    /// Runs a command without input and texts.
+    answer execute(std::uint32_t id) { return execute(request(id)); }
+
+    /// Runs a command on a thread of the layer, behind those asked for before; it uses the request up.
+    ///
+    /// deadline   from now; a year at most. Once it has passed the future tells outcome::not_sent, and then the server
+    ///            never gets the command, or outcome::late: then the server has it, goes on with it, and may do all
+    ///            that it was asked for. Its answer is dropped, and the next command waits for its end.
+    /// Returns a future that is always told something, at the session's end at the latest, and waits for nothing when
+    /// it is destroyed. What execute() throws comes out of it, but for a request that has been run or is another
+    /// service's.
+    std::future<answer> execute_async(ivrexa::request &r, std::chrono::milliseconds deadline);
+    /// @copydoc execute_async
+    std::future<answer> execute_async(ivrexa::request &&r, std::chrono::milliseconds deadline)
+    {
+        return execute_async(r, deadline);
+    }
+    /// The same without a deadline.
+    std::future<answer> execute_async(ivrexa::request &r);
+    /// The same without a deadline.
+    std::future<answer> execute_async(ivrexa::request &&r) { return execute_async(r); }
+
+private:
+    friend class document;
+    using may_send = std::function<bool()>;
+
+    ivrexa::request take(ivrexa::request &r) const;
+    std::future<answer> send_off(ivrexa::request &r, std::optional<std::chrono::steady_clock::time_point> deadline);
+    static answer run(detail::core &c, detail::client_state &s, ivrexa::request &r, const may_send &may);
+    static answer send(detail::client_state &s, ivrexa::request &r);
+    static void work(detail::core &c, detail::client_state &s);
+    static void notified(const char *service, std::uint32_t client_id, std::uint32_t datum);
+
+    std::shared_ptr<detail::core> m_core;
+    std::shared_ptr<detail::client_state> m_state;
+};
+
+/// A document that this program has open for a service, from its construction to its end; at most 32. No other program
+/// hears of it: send client_id() to the server by a command, and the server notifies that id.
+class document {
+public:
+    /// id: yours, not 0; an id that is open for another service has the same path.
+    /// Throws fault::path for a NUL, usage for such an id or once the session has ended, and too_many.
+    document(const client &c, std::wstring path, std::uint32_t id);
+    /// Closes it, with the last document of that id; nothing once the session has ended.
+    ~document();
+    /// Moves it; the other one is none any more.
+    document(document &&) noexcept = default;
+    document(const document &) = delete;
+    document &operator=(const document &) = delete;
+    document &operator=(document &&) = delete;
+    /// This client's id for the service, from 200 up: the same for every document.
+    std::uint32_t client_id() const { return m_client_id; }
+    /// The document's id.
+    std::uint32_t id() const { return m_id; }
+
+private:
+    std::shared_ptr<detail::core> m_core;
+    std::uint32_t m_id, m_client_id = 0;
+};
+
+// ---- How it is done: a command that somebody waits for by a future -------------------------------------------------
+
+namespace detail {
+
+using steady = std::chrono::steady_clock;
+
+// A server without a window that looks at a client's heartbeat before it has begun may take the client for dead, and
+// end.
+constexpr std::chrono::milliseconds heartbeat_begins{2500};
+
+inline answer only(outcome what)
+{
+    answer a;
+    a.what = what;
+    return a;
+}
+
+// Its future is told once: by whoever comes first of the worker, the deadline and the session's end.
+class errand {
+public:
+    errand(request &&r, std::optional<steady::time_point> until) : what(std::move(r)), deadline(until) {}
+
+    request what;
+    const std::optional<steady::time_point> deadline;
+
+    std::future<answer> future() { return m_promise.get_future(); }
+
+    // Whether the command may go to the server. Never once its deadline has passed.
+    bool send()
+    {
+        std::lock_guard<std::mutex> lock(m_guard);
+        if (m_step != step::queued || (deadline && steady::now() >= *deadline))
+            return false;
+        m_step = step::sent;
+        return true;
+    }
+    void tell(answer &&a)
+    {
+        std::lock_guard<std::mutex> lock(m_guard);
+        if (m_step != step::told)
+            m_promise.set_value(std::move(a));
+        m_step = step::told;
+    }
+    void tell(std::exception_ptr e)
+    {
+        std::lock_guard<std::mutex> lock(m_guard);
+        if (m_step != step::told)
+            m_promise.set_exception(std::move(e));
+        m_step = step::told;
+    }
+    void give_up()
+    {
+        std::lock_guard<std::mutex> lock(m_guard);
+        if (m_step != step::told)
+            m_promise.set_value(only(m_step == step::sent ? outcome::late : outcome::not_sent));
+        m_step = step::told;
+    }
+
+private:
+    enum class step { queued, sent, told };
+
+    std::promise<answer> m_promise;
+    std::mutex m_guard;
+    step m_step = step::queued;
+};
+
+// Gives up errands whose deadline has come, on a thread that begins with the first of them.
+class deadlines {
+public:
+    ~deadlines() { stop(); }
+    // Nothing is watched any more.
+    void stop()
+    {
+        {
+            std::lock_guard<std::mutex> lock(m_guard);
+            m_ends = true;
+        }
+        m_changed.notify_all();
+        if (m_thread.joinable())
+            m_thread.join();
+        m_errands.clear();
+    }
+    void watch(const std::shared_ptr<errand> &e)
+    {
+        if (!e->deadline)
+            return;
+        std::lock_guard<std::mutex> lock(m_guard);
+        m_errands.emplace(*e->deadline, e);
+        if (!m_thread.joinable())
+            m_thread = std::thread(&deadlines::live, this);
+        m_changed.notify_all();
+    }
+    void forget(const std::shared_ptr<errand> &e)
+    {
+        if (!e->deadline)
+            return;
+        std::lock_guard<std::mutex> lock(m_guard);
+        auto at = m_errands.equal_range(*e->deadline);
+        for (auto i = at.first; i != at.second; ++i)
+            if (i->second == e) {
+                m_errands.erase(i);
+                return;
+            }
+    }
+
+private:
+    void live()
+    {
+        std::unique_lock<std::mutex> lock(m_guard);
+        while (!m_ends) {
+            auto first = m_errands.begin();
+            if (first == m_errands.end()) {
+                m_changed.wait(lock);
+            } else if (steady::time_point next = first->first; next > steady::now()) {
+                m_changed.wait_until(lock, next);
+            } else {
+                first->second->give_up();
+                m_errands.erase(first);
+            }
+        }
+    }
+
+    std::mutex m_guard;
+    std::condition_variable m_changed;
+    std::multimap<steady::time_point, std::shared_ptr<errand>> m_errands;
+    bool m_ends = false;
+    std::thread m_thread;
+};
+
+// ---- How it is done: what a session and its clients share ----------------------------------------------------------
+
+// A service that this program offers.
+struct offered_service {
+    core &owner;
+    const std::string name;
+    const session::number_handler function;
+    const std::uint16_t version;
+    std::atomic<std::thread::id> serving{}; // the thread inside the function
+    bool published = false;                 // under core::guard
+
+    offered_service(core &c, const std::string &service, session::number_handler f, std::uint16_t number)
+        : owner(c), name(service), function(std::move(f)), version(number)
+    {
+    }
+};
+
+// Marks a call of a command function.
+class now_serving {
+public:
+    explicit now_serving(offered_service &o) : m_service(o), m_before(o.serving.exchange(std::this_thread::get_id())) {}
+    ~now_serving() { m_service.serving = m_before; }
+    now_serving(const now_serving &) = delete;
+    now_serving &operator=(const now_serving &) = delete;
+
+private:
+    offered_service &m_service;
+    std::thread::id m_before;
+};
+
+// What the clients of one service in this program share.
+struct client_state {
+    const std::string service;
+    const std::function<void(notification &)> told; // empty without notifications
+    const where place;
+
+    std::mutex turn;                       // one command at a time
+    std::atomic<std::thread::id> holder{}; // whose turn it is
+    bool open = true;                      // under turn
+    bool seen = false;                     // a server was there the last time that we looked; under turn
+    std::atomic<bool> has_window{false};   // the server, as the host says
+
+    std::mutex guard; // of what follows
+    std::condition_variable changed;
+    std::deque<std::shared_ptr<errand>> errands;
+    std::deque<notification> notifications; // taken, for the window's thread
+    std::thread worker;
+    bool ends = false;
+
+    client_state(const std::string &name, std::function<void(notification &)> f, where runs)
+        : service(name), told(std::move(f)), place(runs)
+    {
+    }
+
+    // Each question leaves a handle open: while commands succeed nobody asks again.
+    bool has_server()
+    {
+        seen = seen || is_offered(service);
+        return seen;
+    }
+    bool still_has_server()
+    {
+        seen = is_offered(service);
+        return seen;
+    }
+    // False where the session ends meanwhile.
+    bool waits_until(steady::time_point t)
+    {
+        std::unique_lock<std::mutex> lock(guard);
+        changed.wait_until(lock, t, [this] { return ends; });
+        return !ends;
+    }
+    void end()
+    {
+        std::deque<std::shared_ptr<errand>> left;
+        {
+            std::lock_guard<std::mutex> lock(guard);
+            ends = true;
+            left.swap(errands);
+        }
+        changed.notify_all();
+        for (const std::shared_ptr<errand> &e : left)
+            e->give_up();
+    }
+    void wait_for_commands()
+    {
+        if (worker.joinable())
+            worker.join();
+        std::lock_guard<std::mutex> lock(turn);
+        open = false;
+    }
+};
+
+class my_turn {
+public:
+    explicit my_turn(client_state &s) : m_state(s)
+    {
+        if (s.holder.load() == std::this_thread::get_id())
+            throw error(fault::usage, "a command on \"" + s.service +
+                                          "\" is under way on this thread: another one would "
+                                          "wait for itself");
+        s.turn.lock();
+        s.holder = std::this_thread::get_id();
+    }
+    ~my_turn()
+    {
+        m_state.holder = std::thread::id();
+        m_state.turn.unlock();
+    }
+    my_turn(const my_turn &) = delete;
+    my_turn &operator=(const my_turn &) = delete;
+
+private:
+    client_state &m_state;
+};
+
+// What a session is. Clients and documents keep it, and find by it that the session has ended.
+struct core {
+    struct open_document {
+        std::wstring path;
+        std::size_t uses = 0;
+    };
+
+    const std::string path;
+    const ivrexa_hwnd window;
+    const std::thread::id thread = std::this_thread::get_id();
+    deadlines clock;
+
+    std::recursive_mutex registering; // one registration at a time; the library's boxes dispatch messages
+    bool registered = false;          // and what follows, under registering
+    bool ended = false;
+    std::atomic<steady::time_point> since{}; // when the first registration was made
+    std::map<std::uint32_t, open_document> documents;
+
+    std::mutex guard; // of what follows; never held in a call of the library or of the host
+    session::failure_handler failed;
+    std::vector<std::unique_ptr<offered_service>> offered;
+    std::map<std::string, std::shared_ptr<client_state>> clients;
+    std::size_t being_told = 0; // notifications on the library's threads
+    std::condition_variable quiet;
+    bool ends = false;
+
+    core(std::string p, ivrexa_hwnd w) : path(std::move(p)), window(w) {}
+
+    // That of the session there is.
+    static std::atomic<core *> &current()
+    {
+        static std::atomic<core *> c{nullptr};
+        return c;
+    }
+
+    void check_thread() const
+    {
+        if (window != nullptr && std::this_thread::get_id() != thread)
+            throw error(fault::usage, "a session with a window registers on the thread that began it: the window's");
+    }
+    // Around each registration.
+    void has_registered()
+    {
+        if (!registered)
+            since = steady::now();
+        registered = true;
+    }
+    offered_service *find_offered(const std::string &service)
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        for (const std::unique_ptr<offered_service> &o : offered)
+            if (o->name == service)
+                return o.get();
+        return nullptr;
+    }
+    std::shared_ptr<client_state> find_client(const std::string &service)
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        auto named = clients.find(service);
+        return named != clients.end() ? named->second : nullptr;
+    }
+    // A service's own function would wait for itself for ever.
+    void check_not_serving(const std::string &service)
+    {
+        offered_service *o = find_offered(service);
+        if (o != nullptr && o->serving.load() == std::this_thread::get_id())
+            throw error(fault::usage, "the command function of \"" + service + "\" cannot run a command on it");
+    }
+    void check_published(const std::string &service)
+    {
+        check_service(service);
+        offered_service *o = find_offered(service);
+        std::lock_guard<std::mutex> lock(guard);
+        if (o == nullptr || !o->published)
+            throw error(fault::usage, "this program has not published \"" + service + "\": it notifies nobody there");
+    }
+    // Tells the host of the exception that is being handled.
+    void fail(const char *service) noexcept
+    {
+        try {
+            std::unique_lock<std::mutex> lock(guard);
+            session::failure_handler f = failed;
+            lock.unlock();
+            if (f)
+                f(service, std::current_exception());
+        } catch (...) { // there is nobody else to tell
+        }
+    }
+    // False once the session ends.
+    bool begins_telling()
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        being_told += ends ? 0 : 1;
+        return !ends;
+    }
+    void ends_telling()
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        being_told--;
+        quiet.notify_all();
+    }
+    std::map<std::string, std::shared_ptr<client_state>> all_clients()
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        return clients;
+    }
+    void end()
+    {
+        {
+            std::unique_lock<std::mutex> lock(guard);
+            ends = true;
+            quiet.wait(lock, [this] { return being_told == 0; });
+        }
+        for (auto &named : all_clients())
+            named.second->end();
+        for (auto &named : all_clients())
+            named.second->wait_for_commands();
+        clock.stop();
+        std::lock_guard<std::recursive_mutex> lock(registering);
+        ended = true;
+    }
+};
+
+} // namespace detail
+
+// ---- How it is done: the session -----------------------------------------------------------------------------------
+
+inline session::session(std::string path, ivrexa_hwnd window)
+{
+    detail::check_path(path);
+    m_core = std::make_shared<detail::core>(std::move(path), window);
+    detail::core *none = nullptr;
+    if (!detail::core::current().compare_exchange_strong(none, m_core.get()))
+        throw error(fault::usage, "a program has one session at a time");
+}
+
+inline session::~session()
+{
+    m_core->end();
+    ivrexa_cierra_sesion();
+    detail::sessions_ended()++;
+    detail::core::current() = nullptr;
+}
+
+inline ivrexa_hwnd session::window() const
+{
+    return m_core->window;
+}
+
+inline void session::offer(const std::string &service, handler f, std::uint16_t version)
+{
+    number_handler number;
+    if (f)
+        number = [f = std::move(f)](command &c) { return static_cast<std::int32_t>(f(c)); };
+    offer_number(service, std::move(number), version);
+}
+
+inline void session::offer_number(const std::string &service, number_handler f, std::uint16_t version)
+{
+    detail::check_service(service);
+    if (!f)
+        throw error(fault::usage, "service \"" + service + "\" needs a command function");
+    detail::core &c = *m_core;
+    c.check_thread();
+    std::lock_guard<std::recursive_mutex> lock(c.registering);
+    if (c.find_offered(service) != nullptr)
+        throw error(fault::usage, "this program offers \"" + service + "\" already");
+    if (c.offered.size() == max_services)
+        throw error(fault::too_many, "a program offers at most 16 services: \"" + service + "\" is one too many");
+    auto made = std::make_unique<detail::offered_service>(c, service, std::move(f), version);
+    std::lock_guard<std::mutex> guarded(c.guard);
+    c.offered.push_back(std::move(made));
+}
+
+inline void session::on_failure(failure_handler f)
+{
+    std::lock_guard<std::mutex> lock(m_core->guard);
+    m_core->failed = std::move(f);
+}
+
+// The library hears of a service only here: at the end of a session it reports one that was registered and never made
+// known. Each is registered as a server's first: the function for a further one loses the command function in a program
+// that began as a client.
+inline void session::publish()
+{
+    detail::core &c = *m_core;
+    c.check_thread();
+    std::lock_guard<std::recursive_mutex> lock(c.registering);
+    if (c.offered.empty())
+        throw error(fault::usage, "there is nothing to publish: no service is offered");
+    for (const std::unique_ptr<detail::offered_service> &o : c.offered)
+        if (!o->published) {
+            ivrexa_registra_servidor(c.path.c_str(), c.window, o->name.c_str(), o->version, o.get(), run);
+            c.has_registered();
+        }
+    {
+        std::lock_guard<std::mutex> guarded(c.guard);
+        for (const std::unique_ptr<detail::offered_service> &o : c.offered)
+            o->published = true; // its function may notify as soon as the library knows it
+    }
+    ivrexa_terminado_registro();
+}
+
+inline void session::notify(const std::string &service, std::uint32_t client_id, std::uint32_t datum)
+{
+    m_core->check_published(service);
+    ivrexa_notifica_a_cliente(service.c_str(), client_id, datum, 0);
+}
+
+// The session's end makes the call return, and takes the data with it.
+inline void session::notify(writer &data, std::uint32_t client_id, std::uint32_t datum)
+{
+    std::shared_ptr<detail::core> c = m_core;
+    c->check_published(data.service());
+    ivrexa_notifica_a_cliente(data.service().c_str(), client_id, datum, data.store_in_channel());
+    std::lock_guard<std::mutex> lock(c->guard);
+    if (c->ends)
+        data.release();
+}
+
+// No exception leaves it: in a server with a window that would be the host's end.
+inline std::int32_t session::run(const char *service, std::uint32_t id, comando *context, void *offered)
+{
+    detail::offered_service &o = *static_cast<detail::offered_service *>(offered);
+    detail::now_serving serving(o);
+    try {
+        command c(service, id, context);
+        if (!c.fetch())
+            return ivrexa_resultado_ERROR;
+        std::int32_t code = o.function(c);
+        return c.send(code) ? code : ivrexa_resultado_ERROR;
+    } catch (...) {
+        o.owner.fail(service);
+        return ivrexa_resultado_ERROR;
+    }
+}
+
+// ---- How it is done: the client ------------------------------------------------------------------------------------
+
+namespace detail {
+
+// A client of this program for the service, registered if there was none.
+inline std::shared_ptr<client_state> registers_client(core &c, const std::shared_ptr<client_state> &made,
+                                                      ivrexa_funcion_notificacion notified)
+{
+    c.check_thread();
+    std::lock_guard<std::recursive_mutex> lock(c.registering);
+    {
+        std::lock_guard<std::mutex> guarded(c.guard);
+        auto named = c.clients.find(made->service);
+        if (named != c.clients.end() && !made->told)
+            return named->second;
+        if (named != c.clients.end())
+            throw error(fault::usage,
+                        "this program is a client of \"" + made->service + "\" already: that stays as it is");
+        if (c.clients.size() == max_services)
+            throw error(fault::too_many,
+                        "a program uses at most 16 services: \"" + made->service + "\" is one too many");
+        c.clients[made->service] = made;
+    }
+    if (made->told)
+        ivrexa_registra_cliente_notificaciones_servicio(c.path.c_str(), c.window, made->service.c_str(), notified);
+    else
+        ivrexa_registra_cliente_de_servicio(c.path.c_str(), c.window, made->service.c_str());
+    c.has_registered();
+    return made;
+}
+
+// What the code of a command means.
+inline outcome meaning(client_state &s, std::uint32_t code)
+{
+    switch (code) {
+    case ivrexa_resultado_OK:
+        return outcome::ok;
+    case ivrexa_resultado_CANCELADO:
+        return outcome::cancelled;
+    case ivrexa_resultado_NINGUNO:
+        return s.still_has_server() ? outcome::no_answer : outcome::server_gone;
+    case ivrexa_resultado_ERROR:
+        if (ivrexa_dame_id_MSG_servicio(s.service.c_str()) == 0)
+            return outcome::not_a_client;
+        return s.still_has_server() ? outcome::server_error : outcome::server_gone;
+    default:
+        return outcome::other;
+    }
+}
+
+inline notification takes_notification(const char *service, std::uint32_t client_id, std::uint32_t datum)
+{
+    notification n{service, client_id, datum, {}};
+    n.data = reader::open_output(n.service, ivrexa_obtener_id_datos_notificacion(service, client_id, datum));
+    return n;
+}
+
+inline void notified_on_library_thread(client_state &s, notification &&n)
+{
+    if (s.place == where::library_thread) {
+        s.told(n);
+        return;
+    }
+    std::lock_guard<std::mutex> lock(s.guard);
+    s.notifications.push_back(std::move(n));
+}
+
+// All there are: the message of one may have found no room.
+inline void notified_on_window_thread(client_state &s)
+{
+    for (;;) {
+        std::unique_lock<std::mutex> lock(s.guard);
+        if (s.notifications.empty())
+            return;
+        notification n = std::move(s.notifications.front());
+        s.notifications.pop_front();
+        lock.unlock();
+        s.told(n);
+    }
+}
+
+} // namespace detail
+
+inline client::client(session &s, const std::string &service) : m_core(s.m_core)
+{
+    detail::check_service(service);
+    auto made = std::make_shared<detail::client_state>(service, nullptr, where::library_thread);
+    m_state = detail::registers_client(*m_core, made, nullptr);
+}
+
+inline client::client(session &s, const std::string &service, std::function<void(notification &)> told, where place)
+    : m_core(s.m_core)
+{
+    detail::check_service(service);
+    if (!told)
+        throw error(fault::usage, "a client that is notified needs a function");
+    if (m_core->window == nullptr)
+        throw error(fault::usage, "a client is notified through its window, and this session has none");
+    auto made = std::make_shared<detail::client_state>(service, std::move(told), place);
+    m_state = detail::registers_client(*m_core, made, notified);
+}
+
+inline const std::string &client::service() const
+{
+    return m_state->service;
+}
+
+inline client &client::server_has_window()
+{
+    m_state->has_window = true;
+    return *this;
+}
+
+inline ivrexa::request client::request(std::uint32_t id) const
+{
+    if (id < ivrexa_comando_PRIMERO_PROPIO)
+        throw error(fault::usage, "command " + std::to_string(id) + " is the library's: yours are 100 and up");
+    return ivrexa::request(id, service());
+}
+
+inline ivrexa::request client::take(ivrexa::request &r) const
+{
+    if (r.m_input.get() == nullptr)
+        throw error(fault::usage, "a request is run once");
+    if (r.m_input.service() != service())
+        throw error(fault::usage, "a request for \"" + r.m_input.service() + "\" is not one for \"" + service() + "\"");
+    return std::move(r);
+}
+
+inline answer client::execute(ivrexa::request &r)
+{
+    ivrexa::request taken = take(r);
+    return run(*m_core, *m_state, taken, [] { return true; });
+}
+
+inline std::future<answer> client::execute_async(ivrexa::request &r, std::chrono::milliseconds deadline)
+{
+    constexpr std::chrono::milliseconds year = std::chrono::hours(365 * 24);
+    return send_off(r, detail::steady::now() + (deadline < year ? deadline : year));
+}
+
+inline std::future<answer> client::execute_async(ivrexa::request &r)
+{
+    return send_off(r, std::nullopt);
+}
+
+inline std::future<answer> client::send_off(ivrexa::request &r, std::optional<detail::steady::time_point> deadline)
+{
+    auto e = std::make_shared<detail::errand>(take(r), deadline);
+    std::future<answer> told = e->future();
+    detail::client_state &s = *m_state;
+    std::lock_guard<std::mutex> lock(s.guard);
+    if (s.ends) {
+        e->give_up();
+        return told;
+    }
+    if (!s.worker.joinable())
+        s.worker = std::thread(work, std::ref(*m_core), std::ref(s));
+    s.errands.push_back(e);
+    m_core->clock.watch(e);
+    s.changed.notify_all();
+    return told;
+}
+
+// The thread of a service's errands.
+inline void client::work(detail::core &c, detail::client_state &s)
+{
+    for (;;) {
+        std::unique_lock<std::mutex> lock(s.guard);
+        s.changed.wait(lock, [&s] { return s.ends || !s.errands.empty(); });
+        if (s.errands.empty())
+            return;
+        std::shared_ptr<detail::errand> e = std::move(s.errands.front());
+        s.errands.pop_front();
+        lock.unlock();
+        try {
+            e->tell(run(c, s, e->what, [&e] { return e->send(); }));
+        } catch (...) {
+            e->tell(std::current_exception());
+        }
+        c.clock.forget(e);
+    }
+}
+
+inline answer client::run(detail::core &c, detail::client_state &s, ivrexa::request &r, const may_send &may)
+{
+    c.check_not_serving(s.service);
+    detail::my_turn turn(s);
+    if (!s.open)
+        return detail::only(outcome::not_a_client);
+    if (!s.has_server())
+        return detail::only(outcome::no_such_service);
+    if (!s.has_window && !s.waits_until(c.since.load() + detail::heartbeat_begins))
+        return detail::only(outcome::not_sent);
+    if (!may())
+        return detail::only(outcome::not_sent);
+    return send(s, r);
+}
+
+inline answer client::send(detail::client_state &s, ivrexa::request &r)
+{
+    wchar_t first[max_short_text + 1], second[max_long_text + 1], third[max_long_text + 1];
+    std::uint32_t input = r.m_input.store_in_channel(), output = 0;
+    answer a;
+    a.code = ivrexa_ejecuta_comando(s.service.c_str(), r.m_id, r.m_window, input, r.m_texts.first.c_str(),
+                                    r.m_texts.second.c_str(), r.m_texts.third.c_str(), &output, first, second, third);
+    a.what = detail::meaning(s, a.code);
+    if (a.what != outcome::ok)
+        return a;
+    a.texts = {first, second, third};
+    a.data = reader::open_output(s.service, output);
+    return a;
+}
+
+// The library calls it twice for each notification. The call on its own thread takes the data and answers the server;
+// the one on the window's thread brings a number of no use. No exception leaves it.
+inline void client::notified(const char *service, std::uint32_t client_id, std::uint32_t datum)
+{
+    detail::core *c = detail::core::current();
+    if (c == nullptr)
+        return;
+    const bool on_window_thread = std::this_thread::get_id() == c->thread;
+    const bool counted = !on_window_thread && c->begins_telling();
+    try {
+        std::shared_ptr<detail::client_state> s = c->find_client(service);
+        if (s != nullptr && counted)
+            detail::notified_on_library_thread(*s, detail::takes_notification(service, client_id, datum));
+        else if (s != nullptr && on_window_thread && s->place == where::window_thread)
+            detail::notified_on_window_thread(*s);
+    } catch (...) {
+        c->fail(service);
+    }
+    if (!on_window_thread)
+        ivrexa_procesada_notificacion(service);
+    if (counted)
+        c->ends_telling();
+}
+
+// ---- How it is done: documents -------------------------------------------------------------------------------------
+
+inline document::document(const client &c, std::wstring path, std::uint32_t id) : m_core(c.m_core), m_id(id)
+{
+    if (id == 0)
+        throw error(fault::usage, "a document's id is not 0");
+    if (detail::has_nul(std::wstring_view(path)))
+        throw error(fault::path, "a document's path holds no NUL");
+    m_core->check_thread();
+    std::lock_guard<std::recursive_mutex> lock(m_core->registering);
+    if (m_core->ended)
+        throw error(fault::usage, "the session of this client has ended");
+    auto known = m_core->documents.find(id);
+    if (known == m_core->documents.end() && m_core->documents.size() == max_documents)
+        throw error(fault::too_many, "a program has at most 32 documents open");
+    if (known != m_core->documents.end() && known->second.path != path)
+        throw error(fault::usage, "document " + std::to_string(id) + " is open under another path");
+    m_client_id = ivrexa_abierto_documento_de_cliente(c.service().c_str(), path.c_str(), id);
+    if (m_client_id == 0)
+        throw error(fault::usage, "\"" + c.service() + "\" gives this program no id");
+    detail::core::open_document &open = m_core->documents[id];
+    open.path = std::move(path);
+    open.uses++;
+}
+
+inline document::~document()
+{
+    if (m_core == nullptr)
+        return;
+    std::lock_guard<std::recursive_mutex> lock(m_core->registering);
+    auto open = m_core->documents.find(m_id);
+    if (m_core->ended || --open->second.uses != 0)
+        return;
+    ivrexa_cerrado_documento_de_cliente(open->second.path.c_str(), m_id);
+    m_core->documents.erase(open);
+}
+
+// ---- Questions ---------------------------------------------------------------------------------------------------
+
+/// The version of a service that somebody offers; none where nobody does. A server that has died counts until a client
+/// has found it dead, or until nobody uses the service. Each question for a service that there is leaves a handle open.
+/// Throws fault::service_name.
+inline std::optional<std::uint16_t> offered(const std::string &service)
+{
+    detail::check_service(service);
+    std::uint16_t version = 0;
+    return detail::is_offered(service, &version) ? std::optional<std::uint16_t>(version) : std::nullopt;
+}
+
+/// A service that was found by the beginning of its name.
+struct found_service {
+    std::string name;          ///< the whole name
+    std::uint16_t version = 0; ///< the version that its server gave
+};
+
+/// The first service of the desktop whose name begins so, "" being the first of all; none without one, and where that
+/// first one is not offered any more. Throws fault::service_name for what no name can begin with.
+inline std::optional<found_service> find_service(const std::string &prefix)
+{
+    if (!prefix.empty())
+        detail::check_service(prefix);
+    char name[max_service_name + 1] = "";
+    found_service found;
+    if (ivrexa_hay_servicio_registrado_empiece_por(prefix.c_str(), name, &found.version) != CIERTO)
+        return std::nullopt;
+    found.name = name;
+    return found;
+}
+
+/// Asks the server of a service to end, behind this program's commands on it. With a window it ends when it comes to
+/// it; one without a window has ended when this returns, and hears it only from a program that is its client. Throws
+/// fault::service_name, or usage where a command on the service is under way on this thread.
+inline void end_server(const std::string &service)
+{
+    detail::check_service(service);
+    detail::core *c = detail::core::current();
+    std::shared_ptr<detail::client_state> s = c != nullptr ? c->find_client(service) : nullptr;
+    std::optional<detail::my_turn> turn;
+    if (s != nullptr)
+        turn.emplace(*s);
+    ivrexa_terminar_servidor(service.c_str());
+}
+
+} // namespace ivrexa
+
+#endif // IVREXA_HPP

@@ -1,0 +1,337 @@
+// The session and what it offers: one at a time, services, limits, their end; and what reaches a command function.
+#include "hpp_apoyo.h"
+
+#include <atomic>
+
+#include "comun/hilo.h"
+
+using ivrexa::client;
+using ivrexa::command;
+using ivrexa::outcome;
+using ivrexa::result;
+using ivrexa::session;
+
+// Without anything registered.
+class hpp_sesion : public ::testing::Test {
+protected:
+    void SetUp() override { vacia_registro(); }
+    void TearDown() override { destruye_ventana(&m_hwnd); }
+
+    ivrexa_hwnd ventana()
+    {
+        if (m_hwnd == nullptr)
+            m_hwnd = crea_ventana();
+        return hwnd_capa(m_hwnd);
+    }
+
+    const std::string servicio = nombre_unico("sesion");
+
+private:
+    HWND m_hwnd = nullptr;
+};
+
+static result bien(command &)
+{
+    return result::ok;
+}
+
+TEST_F(hpp_sesion, hay_una_a_la_vez)
+{
+    {
+        session s("hpp");
+        EXPECT_RECHAZO(usage, session("otra"));
+    }
+    session s("hpp");
+    EXPECT_EQ(s.window(), nullptr);
+}
+
+TEST_F(hpp_sesion, rechaza_rutas_vacias_de_256_y_con_nulo_y_despues_puede_haber_una)
+{
+    EXPECT_RECHAZO(path, session(""));
+    EXPECT_RECHAZO(path, session(std::string(256, 'r')));
+    EXPECT_RECHAZO(path, session(std::string("a\0b", 3)));
+    std::string ruta(255, 'r');
+    session s(ruta, ventana());
+    EXPECT_EQ(s.window(), ventana());
+    client c(s, servicio);
+    bloque_crudo registro("Ivrexa_MCB");
+    EXPECT_NE(despl_programa(registro, ruta), 0u);
+}
+
+TEST_F(hpp_sesion, no_registra_nada_hasta_que_se_ofrece_o_se_usa_algo)
+{
+    session s("hpp_nada");
+    EXPECT_FALSE(existe_bloque("Ivrexa_MCB") && despl_programa(bloque_crudo("Ivrexa_MCB"), "hpp_nada") != 0);
+}
+
+TEST_F(hpp_sesion, un_servicio_se_conoce_con_su_version_desde_que_se_publica_hasta_que_acaba)
+{
+    {
+        session s("hpp", ventana());
+        s.offer(servicio, bien, 321);
+        s.offer(servicio + "_2", bien);
+        EXPECT_EQ(ivrexa::offered(servicio), std::nullopt);
+        s.publish();
+        EXPECT_EQ(ivrexa::offered(servicio), 321);
+        EXPECT_EQ(ivrexa::offered(servicio + "_2"), 0);
+        EXPECT_EQ(ivrexa::offered(servicio + "_3"), std::nullopt);
+        s.offer(servicio + "_3", bien, 0xffff);
+        EXPECT_EQ(ivrexa::offered(servicio + "_3"), std::nullopt);
+        s.publish();
+        EXPECT_EQ(ivrexa::offered(servicio + "_3"), 0xffff);
+    }
+    for (const char *cola : {"", "_2", "_3"})
+        EXPECT_EQ(ivrexa::offered(servicio + cola), std::nullopt);
+}
+
+TEST_F(hpp_sesion, se_encuentra_un_servicio_por_el_principio_de_su_nombre)
+{
+    EXPECT_EQ(ivrexa::find_service(servicio), std::nullopt);
+    session s("hpp", ventana());
+    s.offer(servicio + "_uno", bien, 7);
+    s.publish();
+    for (const std::string &prefijo : {servicio, servicio + "_uno", std::string()}) {
+        std::optional<ivrexa::found_service> hallado = ivrexa::find_service(prefijo);
+        ASSERT_TRUE(hallado) << prefijo;
+        EXPECT_EQ(hallado->name, servicio + "_uno");
+        EXPECT_EQ(hallado->version, 7);
+    }
+    EXPECT_FALSE(ivrexa::find_service(servicio + "_unos"));
+    EXPECT_RECHAZO(service_name, ivrexa::find_service(std::string(64, 'x')));
+    EXPECT_RECHAZO(service_name, ivrexa::find_service(std::string("a\0b", 3)));
+}
+
+TEST_F(hpp_sesion, nombres_que_se_rechazan_en_cada_funcion)
+{
+    session s("hpp", ventana());
+    for (const std::string &mal : {std::string(), std::string(64, 'x'), std::string("a\\b"), std::string("a\0b", 3)}) {
+        EXPECT_RECHAZO(service_name, s.offer(mal, bien));
+        EXPECT_RECHAZO(service_name, s.offer_number(mal, [](command &) { return 1; }));
+        EXPECT_RECHAZO(service_name, s.notify(mal, 200, 1));
+        EXPECT_RECHAZO(service_name, ivrexa::offered(mal));
+        EXPECT_RECHAZO(service_name, ivrexa::end_server(mal));
+        EXPECT_RECHAZO(service_name, client(s, mal));
+    }
+    std::string de_63 = servicio + std::string(63 - servicio.size(), 'x');
+    s.offer(de_63, bien, 5);
+    s.publish();
+    EXPECT_EQ(ivrexa::offered(de_63), 5);
+}
+
+TEST_F(hpp_sesion, usos_que_no_pueden_valer_se_rechazan)
+{
+    session s("hpp", ventana());
+    EXPECT_RECHAZO(usage, s.publish());
+    EXPECT_RECHAZO(usage, s.offer(servicio, session::handler()));
+    EXPECT_RECHAZO(usage, s.offer_number(servicio, session::number_handler()));
+    EXPECT_RECHAZO(usage, s.publish());
+    s.offer(servicio, bien);
+    EXPECT_RECHAZO(usage, s.offer(servicio, bien));
+    EXPECT_RECHAZO(usage, s.notify(servicio, 200, 1));
+    ivrexa::writer w = ivrexa::writer::output(servicio);
+    w.add("x", 1u);
+    EXPECT_RECHAZO(usage, s.notify(w, 200, 1));
+    hilo aparte([&] {
+        EXPECT_RECHAZO(usage, s.offer(servicio + "_2", bien));
+        EXPECT_RECHAZO(usage, s.publish());
+        EXPECT_RECHAZO(usage, client(s, servicio + "_3"));
+    });
+    EXPECT_TRUE(aparte.acaba(PLAZO_MS));
+    s.publish();
+}
+
+// The C functions would report it at the end.
+TEST_F(hpp_sesion, un_servicio_que_no_se_publico_acaba_sin_una_palabra)
+{
+    {
+        session s("hpp", ventana());
+        s.offer(servicio, bien);
+    }
+    EXPECT_SIN_INFORMES();
+}
+
+TEST_F(hpp_sesion, el_decimoseptimo_servicio_se_rechaza)
+{
+    session s("hpp", ventana());
+    for (uint16_t i = 0; i < 16; i++)
+        s.offer(servicio + "_" + std::to_string(i), bien, i);
+    EXPECT_RECHAZO(too_many, s.offer(servicio + "_16", bien));
+    s.publish();
+    for (uint16_t i = 0; i < 16; i++)
+        EXPECT_EQ(ivrexa::offered(servicio + "_" + std::to_string(i)), i);
+    EXPECT_EQ(ivrexa::offered(servicio + "_16"), std::nullopt);
+}
+
+TEST_F(hpp_sesion, un_cliente_avisado_pide_ventana_funcion_y_ser_el_primero)
+{
+    auto nada = [](ivrexa::notification &) {};
+    {
+        session s("hpp");
+        EXPECT_RECHAZO(usage, client(s, servicio, nada));
+    }
+    session s("hpp", ventana());
+    EXPECT_RECHAZO(usage, client(s, servicio, nullptr));
+    client c(s, servicio, nada);
+    EXPECT_RECHAZO(usage, client(s, servicio, nada));
+    client mismo(s, servicio);
+    EXPECT_EQ(mismo.service(), servicio);
+}
+
+TEST_F(hpp_sesion, quien_empezo_de_cliente_ofrece_despues)
+{
+    session s("hpp", ventana());
+    client c(s, nombre_unico("nadie"));
+    s.offer(servicio, [](command &orden) {
+        orden.answer_texts({L"aqui", L"", L""});
+        return result::ok;
+    });
+    s.publish();
+    client mio(s, servicio);
+    mio.server_has_window();
+    hilo aparte([&] {
+        ivrexa::answer a = mio.execute(100);
+        EXPECT_EQ(a.what, outcome::ok);
+        EXPECT_EQ(a.texts.first, L"aqui");
+    });
+    EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
+}
+
+// ---- Command functions
+
+TEST_F(hpp_sesion, la_funcion_corre_en_el_hilo_de_la_ventana)
+{
+    session s("hpp", ventana());
+    std::thread::id aqui = std::this_thread::get_id(), alli;
+    s.offer(servicio, [&](command &) {
+        alli = std::this_thread::get_id();
+        return result::cancelled;
+    });
+    s.publish();
+    client c(s, servicio);
+    c.server_has_window();
+    ivrexa::answer a;
+    hilo aparte([&] { a = c.execute(100); });
+    EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
+    EXPECT_EQ(a.what, outcome::cancelled);
+    EXPECT_EQ(alli, aqui);
+}
+
+TEST_F(hpp_sesion, sin_ventana_la_funcion_corre_en_el_hilo_del_servicio_y_wait_for_end_espera_a_su_fin)
+{
+    session s("hpp");
+    std::atomic<std::thread::id> uno{}, otro{};
+    s.offer(servicio, [&](command &) {
+        uno = std::this_thread::get_id();
+        return result::ok;
+    });
+    s.offer(servicio + "_2", [&](command &) {
+        otro = std::this_thread::get_id();
+        return result::ok;
+    });
+    s.publish();
+    client c(s, servicio), d(s, servicio + "_2");
+    EXPECT_EQ(c.execute(100).what, outcome::ok);
+    EXPECT_EQ(d.execute(100).what, outcome::ok);
+    EXPECT_NE(uno.load(), std::this_thread::get_id());
+    EXPECT_NE(uno.load(), otro.load());
+    std::atomic<bool> acabado{false};
+    hilo aparte([&] {
+        ivrexa::end_server(servicio);
+        EXPECT_EQ(ivrexa::offered(servicio), std::nullopt) << "it has ended when end_server returns";
+        EXPECT_TRUE(ivrexa::offered(servicio + "_2"));
+        acabado = true;
+        ivrexa::end_server(servicio + "_2");
+    });
+    s.wait_for_end();
+    EXPECT_TRUE(acabado);
+    EXPECT_TRUE(aparte.acaba(PLAZO_MS));
+}
+
+TEST_F(hpp_sesion, en_un_cliente_wait_for_end_no_espera)
+{
+    session s("hpp");
+    client c(s, servicio);
+    s.wait_for_end();
+    EXPECT_EQ(c.execute(100).what, outcome::no_such_service);
+}
+
+TEST_F(hpp_sesion, pedir_el_fin_a_un_servidor_con_ventana_le_manda_el_quit)
+{
+    papel servidor = arranca_capa("ventana", servicio);
+    ivrexa::end_server(servicio);
+    EXPECT_EQ(servidor.espera_fin(PLAZO_MS), 0u);
+    ivrexa::end_server(servicio);
+}
+
+// A second message of the library's in the middle of a command would wait for itself.
+TEST_F(hpp_sesion, la_funcion_de_un_servicio_no_puede_mandarle_ordenes)
+{
+    session s("hpp", ventana());
+    std::optional<client> c;
+    std::optional<ivrexa::fault> fallo;
+    s.offer(servicio, [&](command &) {
+        fallo = fallo_de([&] { c->execute(101); });
+        return result::cancelled;
+    });
+    s.publish();
+    c.emplace(s, servicio);
+    c->server_has_window();
+    hilo aparte([&] { EXPECT_EQ(c->execute(100).what, outcome::cancelled); });
+    EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
+    EXPECT_EQ(fallo, ivrexa::fault::usage);
+}
+
+TEST_F(hpp_sesion, sin_aviso_de_fallos_una_excepcion_tampoco_sale)
+{
+    session s("hpp", ventana());
+    s.offer(servicio, [](command &) -> result { throw std::runtime_error("nobody hears it"); });
+    s.publish();
+    client c(s, servicio);
+    c.server_has_window();
+    hilo aparte([&] {
+        EXPECT_EQ(c.execute(100).what, outcome::server_error);
+        EXPECT_EQ(c.execute(100).what, outcome::server_error);
+    });
+    EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
+}
+
+// ---- What only another program out of its turn does
+
+TEST_F(hpp_sesion, una_orden_que_ya_no_esta_en_el_canal_es_un_error_y_no_llega_a_la_funcion)
+{
+    session s("hpp", ventana());
+    uint32_t llamadas = 0;
+    s.offer(servicio, [&](command &) {
+        llamadas++;
+        return result::ok;
+    });
+    s.publish();
+    HWND hwnd = reinterpret_cast<HWND>(s.window());
+    uint32_t msg = ivrexa_dame_id_MSG_servicio(servicio.c_str());
+    ASSERT_NE(msg, 0u);
+    EXPECT_EQ(SendMessageW(hwnd, msg, 555, 0), 3);
+    EXPECT_EQ(llamadas, 0u);
+}
+
+// The channel has another command by the time of the answer: nothing can be answered, and what the one before it
+// answered must not pass for it.
+TEST_F(hpp_sesion, una_respuesta_que_la_biblioteca_rehusa_es_un_error)
+{
+    session s("hpp", ventana());
+    s.offer(servicio, [&](command &orden) {
+        orden.answer_texts({L"texto", L"", L""});
+        if (orden.id() == 101)
+            bloque_crudo(nombre_canal(servicio).c_str()).pon_u32(1202, 999);
+        return result::ok;
+    });
+    s.publish();
+    client c(s, servicio);
+    c.server_has_window();
+    hilo aparte([&] {
+        EXPECT_EQ(c.execute(100).texts.first, L"texto");
+        ivrexa::answer a = c.execute(101);
+        EXPECT_EQ(a.what, outcome::server_error);
+        EXPECT_EQ(a.texts.first, L"");
+    });
+    EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
+}
