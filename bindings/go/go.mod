@@ -1,0 +1,3 @@
+module ivrexa
+
+go 1.19
