@@ -14,7 +14,7 @@ if(MINGW)
     # Debug information goes into a .pdb beside each binary, which names it without its folder. No time stamps: a
     # second build in the same place gives the same bytes.
     add_compile_options($<$<AND:$<COMPILE_LANGUAGE:C,CXX>,$<CONFIG:Debug,RelWithDebInfo>>:-gcodeview>)
-    add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=>)
+    add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:-fmacro-prefix-map=${ivrexa_SOURCE_DIR}/=>)
     add_link_options(LINKER:--no-insert-timestamp
         "$<$<CONFIG:Debug,RelWithDebInfo>:LINKER:--pdb=;LINKER:-Xlink=-pdbaltpath:%_PDB%>")
 elseif(MSVC)
@@ -54,7 +54,7 @@ function(ivrexa_opciones_biblioteca objetivo)
     set(optimizada $<NOT:$<CONFIG:Debug>>)
     target_compile_options(${objetivo} PRIVATE "$<$<COMPILE_LANGUAGE:CXX>:${opciones}>"
         $<$<AND:$<COMPILE_LANGUAGE:CXX>,${optimizada}>:${breve}>)
-    list(TRANSFORM IVREXA_MODULOS_VELOCES PREPEND ${CMAKE_SOURCE_DIR}/ OUTPUT_VARIABLE veloces)
+    list(TRANSFORM IVREXA_MODULOS_VELOCES PREPEND ${ivrexa_SOURCE_DIR}/ OUTPUT_VARIABLE veloces)
     set_source_files_properties(${veloces} PROPERTIES COMPILE_OPTIONS "$<${optimizada}:${veloz}>")
 endfunction()
 
@@ -65,7 +65,7 @@ function(ivrexa_alinea_codigo objetivo)
         message(STATUS "Python 3 is missing: Wine will take longer to load ${objetivo}.")
         return()
     endif()
-    set(programa ${CMAKE_SOURCE_DIR}/cmake/alinea_codigo.py)
+    set(programa ${ivrexa_SOURCE_DIR}/cmake/alinea_codigo.py)
     add_custom_command(TARGET ${objetivo} POST_BUILD
         COMMAND Python3::Interpreter ${programa} $<TARGET_FILE:${objetivo}>)
     set_property(TARGET ${objetivo} APPEND PROPERTY LINK_DEPENDS ${programa})
@@ -80,7 +80,7 @@ function(ivrexa_enlaza_sin_runtime objetivo)
         target_link_libraries(${objetivo} PRIVATE kernel32 libvcruntime)
     else()
         # A compiler may turn the loops of memcpy and memset into calls of themselves, unless told not to.
-        set_source_files_properties(${CMAKE_SOURCE_DIR}/src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
+        set_source_files_properties(${ivrexa_SOURCE_DIR}/src/iv_entrada.cpp PROPERTIES COMPILE_OPTIONS -fno-builtin)
         # Loading maps each section by itself: what is only read is one.
         target_link_options(${objetivo} PRIVATE -nostdlib LINKER:--entry=DllMain
             LINKER:-Xlink=-merge:.buildid=.rdata LINKER:-Xlink=-merge:.pdata=.rdata)
