@@ -57,10 +57,10 @@ extern "C" {
 /* ---- Types ------------------------------------------------------------------------------------------------- */
 
 #ifndef CIERTO
-#define CIERTO ((int16_t)1)
+#define CIERTO ((int16_t)1) /* true */
 #endif
 #ifndef FALSO
-#define FALSO ((int16_t)0)
+#define FALSO ((int16_t)0) /* false */
 #endif
 
 /* A window handle: the HWND of <windows.h>, without it. */
@@ -195,7 +195,7 @@ IVREXA_API void ivrexa_graba_arr_cadenas_unicode(comdat *comdat, const char *nom
                                                  const wchar_t *const *cadenas, uint32_t num_valores);
 
 /** Destroys a container and what its readers returned, and closes the shared block it keeps open. A block that this
- *  process opened to read stays in being until the process ends (see README, Limits).
+ *  process opened to read stays in being until the process ends (see docs/limits.md).
  *  NULL reports "(comdat) != 0" and does nothing. */
 IVREXA_API void ivrexa_destruye_datos_comando(comdat *comdat);
 
@@ -394,7 +394,7 @@ IVREXA_API void ivrexa_registra_cliente_notificaciones_servicio(
 
 /** Runs a command on a service and waits for its end. With a server that has a window it is a SendMessage: messages
  *  sent to this thread's windows are delivered meanwhile. With one that has none it polls in rounds of 100 ms: this
- *  thread's windows stand still. Each call leaves two handles open (see README, Limits).
+ *  thread's windows stand still. Each call leaves two handles open (see docs/limits.md).
  *
  *  nombre_servicio          one that this program registered for as a client.
  *  id_comando               100 and up.

@@ -73,6 +73,7 @@ typedef struct datServ {
     uint32_t bucle_cliente_vivo_servidor;   /* 92  the server's heartbeat when the state was entered */
 } datServ;
 
+/* The registry, 8886 bytes. */
 typedef struct iv_mcbase_t {
     uint16_t tam_bloque;                    /*    0  8886 once a monitor has initialised the block */
     uint16_t version;                       /*    2  256 likewise */
