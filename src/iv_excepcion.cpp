@@ -47,6 +47,7 @@ static void prepara_pila(void)
     if (VirtualQuery(&zona, &zona, sizeof zona) == 0)
         return;
     const char *aqui = reinterpret_cast<const char *>(&zona);
+    // NOLINTNEXTLINE(clang-analyzer-core.uninitialized.Assign): the system has filled it
     char *fondo = static_cast<char *>(zona.AllocationBase);
     if (VirtualQuery(fondo, &zona, sizeof zona) == 0 || zona.RegionSize != TAM_PAGINA)
         return;

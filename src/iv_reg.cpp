@@ -541,6 +541,7 @@ static __declspec(noinline) uint32_t
     despacha_protegido(iv_reg_servicio_prestado *servicio, uint32_t id_comando, uint32_t id_bloque_entrada)
 {
     uint32_t resultado;
+    // NOLINTNEXTLINE(clang-analyzer-deadcode.DeadStores): the handler reads it
     int32_t nivel = servicio->mutex_MCServ->nivel_bloqueo;
     iv_excepcion_guarda guarda;
     iv_excepcion_prepara(&guarda);

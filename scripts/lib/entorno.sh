@@ -27,7 +27,8 @@ FIN_DE_SALIDA='<ivrexa: end of output>'
 LIMITE_PREFIJO_NUEVO_S=180
 LIMITE_ARRANQUE_S=60
 
-# What must be there, and the Debian package that brings it. Commands are looked up, files are named in full.
+# What must be there, and the Debian package that brings it. Commands are looked up, files are named in full. This much the
+# library, the examples and a prefix need.
 REQUISITOS='
 clang                                                       clang
 clang++                                                     clang
@@ -35,6 +36,7 @@ ld.lld                                                      lld
 llvm-ar                                                     llvm
 llvm-readobj                                                llvm
 llvm-objdump                                                llvm
+llvm-dlltool                                                llvm
 /usr/bin/python3                                            python3
 cmake                                                       cmake
 ninja                                                       ninja-build
@@ -42,12 +44,6 @@ x86_64-w64-mingw32-g++-posix                                g++-mingw-w64-x86-64
 x86_64-w64-mingw32-gcc                                      gcc-mingw-w64-x86-64-posix
 x86_64-w64-mingw32-windres                                  binutils-mingw-w64-x86-64
 /usr/x86_64-w64-mingw32/include/windows.h                   mingw-w64-x86-64-dev
-/usr/src/googletest/CMakeLists.txt                          googletest
-/usr/include/msgpack.hpp                                    libmsgpack-cxx-dev
-/usr/include/boost/version.hpp                              libboost-dev
-/usr/include/flatbuffers/flexbuffers.h                      libflatbuffers-dev
-/usr/include/nlohmann/json.hpp                              nlohmann-json3-dev
-/usr/include/CLI/CLI.hpp                                    libcli11-dev
 /usr/lib/wine/wine64                                        wine64
 /usr/lib/wine/wineserver                                    libwine
 /usr/lib/x86_64-linux-gnu/wine/x86_64-windows/ntdll.dll     libwine
@@ -55,6 +51,28 @@ Xvfb                                                        xvfb
 flock                                                       util-linux
 setpriv                                                     util-linux
 setarch                                                     util-linux
+'
+
+# And this the tools, the bench and the tests, those of the bindings and of the packages among them.
+REQUISITOS_DE_TODO='
+/usr/src/googletest/CMakeLists.txt                          googletest
+/usr/include/msgpack.hpp                                    libmsgpack-cxx-dev
+/usr/include/boost/version.hpp                              libboost-dev
+/usr/include/flatbuffers/flexbuffers.h                      libflatbuffers-dev
+/usr/include/nlohmann/json.hpp                              nlohmann-json3-dev
+/usr/include/CLI/CLI.hpp                                    libcli11-dev
+llvm-nm                                                     llvm
+llvm-rc                                                     llvm
+x86_64-w64-mingw32-gcc-posix                                gcc-mingw-w64-x86-64-posix
+pkg-config                                                  pkgconf
+doxygen                                                     doxygen
+mcs                                                         mono-mcs
+mono                                                        mono-runtime
+go                                                          golang-go
+gofmt                                                       golang-go
+/usr/bin/rustc                                              rustc
+/usr/bin/rustfmt                                            rustfmt
+/usr/lib/rustlib/x86_64-pc-windows-gnu/lib                  libstd-rust-dev-windows
 '
 
 cerrojos=()         # descriptors of the locks that this run holds
@@ -241,7 +259,7 @@ instala_lo_que_falta()
 
 # ---- Build -------------------------------------------------------------------------------------------------
 
-# configura SOURCES PRESET FOLDER: configures, and keeps the build folder to this run until its end.
+# configura SOURCES PRESET FOLDER [OPTION...]: configures, and keeps the build folder to this run until its end.
 configura()
 {
     local registro=$3/configuracion.txt
@@ -249,7 +267,7 @@ configura()
     espera_cerrojo "$3.cerrojo" "Waiting for another run to be done with $3"
 
     paso "Configuring $3"
-    if ! lanza cmake -S "$1" --preset "$2" -B "$3" >"$registro" 2>&1; then
+    if ! lanza cmake -S "$1" --preset "$2" -B "$3" "${@:4}" >"$registro" 2>&1; then
         cat "$registro" >&2
         muere "cmake could not configure the project"
     fi
@@ -264,10 +282,20 @@ compila()
     lanza env NINJA_STATUS="[%f/%t] " cmake --build "$carpeta" ${1:+--target "$@"} || muere "the build failed"
 }
 
-# Configures and builds these targets of the project, or all.
+# Configures the whole project, or what REQUISITOS is enough for.
+configura_todo()
+{
+    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_PRUEBAS=ON -DIVREXA_HERRAMIENTAS=ON -DIVREXA_BANCO=ON
+}
+configura_lo_basico()
+{
+    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_PRUEBAS=OFF -DIVREXA_HERRAMIENTAS=OFF -DIVREXA_BANCO=OFF
+}
+
+# Configures the whole project and builds these targets of it, or all.
 construye()
 {
-    configura "$RAIZ" mingw "$CONSTRUCCION"
+    configura_todo
     compila "$CONSTRUCCION" "$@"
 }
 

@@ -91,7 +91,7 @@ bool copia_quieta(void *destino, size_t num, const std::function<void(void *)> &
 
 namespace {
 
-const size_t TAM_MAXIMO_OBJETO = 132 * 1024; // a name and a type have 64 KiB at most
+const size_t TAM_MAXIMO_OBJETO = size_t{132} * 1024; // a name and a type have 64 KiB at most
 
 using abre_directorio = NTSTATUS(NTAPI *)(HANDLE *, ACCESS_MASK, OBJECT_ATTRIBUTES *);
 using lee_directorio = NTSTATUS(NTAPI *)(HANDLE, void *, ULONG, BOOLEAN, BOOLEAN, ULONG *, ULONG *);
