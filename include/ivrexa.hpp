@@ -20,6 +20,13 @@
 //     if (a.what == ivrexa::outcome::ok)
 //         printf("%u\n", a.data.get<uint32_t>("total"));
 //
+// CONTENTS  refusals   fault, error, the limits max_...
+//           data       writer, reader, texts, bytes, bytes_view
+//           server     session, command, result
+//           client     session, client, request, answer, outcome, document, notification, where
+//           questions  offered(), find_service(), end_server()
+//           Under "How it is done", in namespace detail and in members of those, stands nothing for hosts.
+//
 // TEXTS     std::string is ANSI, std::wstring is UTF-16, as in ivrexa.h.
 // FAILURES  Yours (a name too long, a value that is not there) throw ivrexa::error; those of a command are its outcome.
 //           What throws has not been done, unless it says otherwise.
@@ -34,6 +41,7 @@
 #ifndef IVREXA_HPP
 #define IVREXA_HPP
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -77,7 +85,16 @@ enum class fault {
     usage         ///< called in an order, on a thread, or with an id that cannot work
 };
 
-/// Thrown by everything here that refuses. Its text names what was refused.
+/// The kind's name, as it stands above.
+inline const char *to_string(fault f)
+{
+    constexpr const char *names[] = {"service_name", "path",       "value_name", "text",     "content",
+                                     "no_value",     "wrong_type", "no_block",   "too_many", "usage"};
+    return names[static_cast<std::size_t>(f)];
+}
+
+/// Thrown by everything here that refuses. Its text names what was refused: 64 characters of it at most, and a NUL in
+/// it as \\0.
 class error : public std::runtime_error {
 public:
     /// Makes one of that kind with that text.
@@ -128,8 +145,12 @@ using bytes = std::vector<std::uint8_t>;
 /// The bytes of a buffer, somebody else's.
 using bytes_view = span<const std::uint8_t>;
 
+// ---- How it is done: checks, and who owns a container --------------------------------------------------------------
+
 /// What the layer itself is made of; not for its users.
 namespace detail {
+
+struct core;
 
 template <typename character>
 bool has_nul(std::basic_string_view<character> text)
@@ -137,18 +158,31 @@ bool has_nul(std::basic_string_view<character> text)
     return text.find(character()) != text.npos;
 }
 
+// The host's text in a text of ours, which would end at a NUL.
+inline std::string quoted(std::string_view text)
+{
+    constexpr std::size_t most = 64;
+    std::string all = "\"";
+    for (char c : text.substr(0, most))
+        if (c != '\0')
+            all += c;
+        else
+            all += "\\0";
+    return all + (text.size() > most ? "...\"" : "\"");
+}
+
 inline void check_service(const std::string &name)
 {
     if (name.empty() || name.size() > max_service_name || has_nul(std::string_view(name)) ||
         name.find('\\') != name.npos)
-        throw error(fault::service_name, "a service's name has 1 to 63 characters, without backslash or NUL: \"" +
-                                             name + "\" has " + std::to_string(name.size()));
+        throw error(fault::service_name, "a service's name has 1 to 63 characters, without backslash or NUL: " +
+                                             quoted(name) + " has " + std::to_string(name.size()));
 }
 
 inline void check_path(const std::string &path)
 {
     if (path.empty() || path.size() > max_path || has_nul(std::string_view(path)))
-        throw error(fault::path, "a program's path has 1 to 255 characters without NUL: \"" + path + "\" has " +
+        throw error(fault::path, "a program's path has 1 to 255 characters without NUL: " + quoted(path) + " has " +
                                      std::to_string(path.size()));
 }
 
@@ -162,32 +196,36 @@ inline void check_text(std::wstring_view text, std::size_t most, const char *whi
 inline void check_value_name(std::string_view name)
 {
     if (name.size() > max_value_name || has_nul(name))
-        throw error(fault::value_name,
-                    "a value's name has up to 254 characters without NUL; this one has " + std::to_string(name.size()));
+        throw error(fault::value_name, "a value's name has up to 254 characters without NUL: " + quoted(name) +
+                                           " has " + std::to_string(name.size()));
 }
 
 template <typename character>
 void check_value_text(std::string_view name, std::basic_string_view<character> value)
 {
     if (has_nul(value))
-        throw error(fault::text, "the text of \"" + std::string(name) + "\" holds a NUL and would end there");
+        throw error(fault::text, "the text of " + quoted(name) + " holds a NUL and would end there");
+}
+
+inline const char *type_name(tipoDato type)
+{
+    constexpr const char *names[] = {"no type",
+                                     "uint8_t",
+                                     "uint16_t",
+                                     "uint32_t",
+                                     "double",
+                                     "bytes",
+                                     "ANSI text",
+                                     "wide text",
+                                     "window",
+                                     "array of ANSI texts",
+                                     "array of wide texts"};
+    return names[static_cast<std::size_t>(type)];
 }
 
 inline bool is_offered(const std::string &service, std::uint16_t *version = nullptr)
 {
     return ivrexa_hay_servicio_registrado(service.c_str(), version) == CIERTO;
-}
-
-// Storing data shows a box where nobody holds the service's channel. The query writes the version wherever there is
-// one.
-inline bool has_channel(const std::string &service)
-{
-    for (std::uint16_t mark : {std::uint16_t{0}, std::uint16_t{1}}) {
-        std::uint16_t version = mark;
-        if (is_offered(service, &version) || version != mark)
-            return true;
-    }
-    return false;
 }
 
 // How many sessions this program has ended. Each end takes the memory of all command data with it.
@@ -209,11 +247,14 @@ struct destroys {
 };
 using owned = std::unique_ptr<comdat, destroys>;
 
-inline void check_alive(const owned &data)
+inline void check_alive(const owned &data, const std::string &service)
 {
     if (data.get_deleter().outlived())
-        throw error(fault::usage, "this command data ended with its session");
+        throw error(fault::usage, "this command data of " + quoted(service) + " ended with its session");
 }
+
+template <typename>
+constexpr bool never = false; // only once a template is used
 
 } // namespace detail
 
@@ -266,25 +307,22 @@ public:
     /// @copydoc add
     writer &add(std::string_view name, const bytes &value) { return add(name, bytes_view(value)); }
     /// @copydoc add
-    writer &add(std::string_view name, std::string_view value) { return text(name, value, ivrexa_graba_cadena_ansi); }
+    writer &add(std::string_view name, std::string_view value) { return text<char>(name, value, nullptr); }
     /// @copydoc add
-    writer &add(std::string_view name, const std::string &value) { return add(name, std::string_view(value)); }
+    writer &add(std::string_view name, const std::string &value) { return text<char>(name, value, value.c_str()); }
     /// @copydoc add
     writer &add(std::string_view name, const char *value)
     {
-        return value != nullptr ? add(name, std::string_view(value)) : add_null_text(name);
+        return value != nullptr ? text<char>(name, value, value) : add_null_text(name);
     }
     /// @copydoc add
-    writer &add(std::string_view name, std::wstring_view value)
-    {
-        return text(name, value, ivrexa_graba_cadena_unicode);
-    }
+    writer &add(std::string_view name, std::wstring_view value) { return text<wchar_t>(name, value, nullptr); }
     /// @copydoc add
-    writer &add(std::string_view name, const std::wstring &value) { return add(name, std::wstring_view(value)); }
+    writer &add(std::string_view name, const std::wstring &value) { return text<wchar_t>(name, value, value.c_str()); }
     /// @copydoc add
     writer &add(std::string_view name, const wchar_t *value)
     {
-        return value != nullptr ? add(name, std::wstring_view(value)) : add_null_wide_text(name);
+        return value != nullptr ? text<wchar_t>(name, value, value) : add_null_wide_text(name);
     }
     /// @copydoc add
     writer &add(std::string_view name, const std::vector<std::string> &value);
@@ -309,12 +347,12 @@ public:
     const std::string &service() const { return m_service; }
 
     /// Stores what was written in a block of its own, once, and returns its id for the C functions; 0 without values.
-    /// The writer keeps the block alive. Before a server has offered the service the id is worthless. Throws
-    /// fault::no_block, also where nobody offers or uses the service.
+    /// The writer keeps the block alive. Throws fault::no_block where nobody offers the service: the data can be stored
+    /// once somebody does; and where the system gives no block, after the library's box: then it is of no more use.
     std::uint32_t store()
     {
-        if (size() != 0 && !detail::has_channel(m_service))
-            throw error(fault::no_block, "nobody offers or uses \"" + m_service + "\": its data has no place yet");
+        if (size() != 0 && !detail::is_offered(m_service))
+            throw error(fault::no_block, "nobody offers " + detail::quoted(m_service) + ": its data has no place yet");
         return store_in_channel();
     }
 
@@ -326,7 +364,7 @@ public:
 private:
     friend class client;
     friend class command;
-    friend class session;
+    friend struct detail::core;
 
     static constexpr std::uint64_t length = sizeof(std::uint32_t);
     static constexpr std::uint64_t most_bytes = (std::uint64_t{1} << 32) - 1025;
@@ -342,45 +380,63 @@ private:
     void check_usable() const
     {
         if (m_data == nullptr)
-            throw error(fault::usage, "command data that was handed over takes no more values");
-        detail::check_alive(m_data);
+            throw error(fault::usage, "the command data of " + detail::quoted(m_service) +
+                                          " was handed over, and takes no more values");
+        detail::check_alive(m_data, m_service);
         if (m_stored)
-            throw error(fault::usage, "command data is stored once, and takes no more values then");
+            throw error(fault::usage, "the command data of " + detail::quoted(m_service) +
+                                          " is stored once, and takes no more values then");
     }
 
-    // size: what the value takes behind its type and its name.
-    template <typename function, typename... values>
-    writer &put(std::string_view name, std::uint64_t size, function appends, values... v)
+    // size: what the value takes behind its type and its name. Returns what all of it takes then.
+    std::uint64_t check_fits(std::string_view name, std::uint64_t size) const
     {
         check_usable();
         detail::check_value_name(name);
-        std::uint64_t all = m_bytes + 2 + name.size() + 1 + size;
+        const std::uint64_t all = m_bytes + 2 + name.size() + 1 + size;
         if (size > most_bytes || all > most_bytes)
-            throw error(fault::content,
-                        "command data holds less than 4 GiB: no room for \"" + std::string(name) + "\"");
+            throw error(fault::content, "command data holds less than 4 GiB: no room for " + detail::quoted(name));
+        return all;
+    }
+
+    template <typename function, typename... values>
+    writer &put(std::string_view name, std::uint64_t size, function appends, values... v)
+    {
+        const std::uint64_t all = check_fits(name, size);
         appends(m_data.get(), std::string(name).c_str(), v...);
         m_bytes = all;
         return *this;
     }
 
-    template <typename character, typename function>
-    writer &text(std::string_view name, std::basic_string_view<character> value, function appends)
+    static auto text_appender(const char *) { return ivrexa_graba_cadena_ansi; }
+    static auto text_appender(const wchar_t *) { return ivrexa_graba_cadena_unicode; }
+
+    // ended: the same text where a NUL is known to follow it, or null. Nothing is read or copied of a text that does
+    // not fit.
+    template <typename character>
+    writer &text(std::string_view name, std::basic_string_view<character> value, const character *ended)
     {
+        const std::uint64_t size =
+            value.size() < most_bytes ? length + (std::uint64_t{value.size()} + 1) * sizeof(character) : value.size();
+        check_fits(name, size);
         detail::check_value_text(name, value);
-        const std::basic_string<character> ended(value);
-        return put(name, length + (std::uint64_t{value.size()} + 1) * sizeof(character), appends, ended.c_str());
+        if (ended != nullptr)
+            return put(name, size, text_appender(ended), ended);
+        return put(name, size, text_appender(ended), std::basic_string<character>(value).c_str());
     }
 
-    // Where the service is known to have a channel.
+    // Where the service is known to have a channel. What was tried in vain holds a block all the same, and may not be
+    // tried again.
     std::uint32_t store_in_channel()
     {
         check_usable();
         if (size() == 0)
             return 0;
+        m_stored = true;
         std::uint32_t id = ivrexa_guarda_datos(m_data.get());
         if (id == 0)
-            throw error(fault::no_block, "the system gives no block for the command data of \"" + m_service + "\"");
-        m_stored = true;
+            throw error(fault::no_block,
+                        "the system gives no block for the command data of " + detail::quoted(m_service));
         return id;
     }
 
@@ -393,7 +449,7 @@ private:
 inline writer &writer::add(std::string_view name, bytes_view value)
 {
     if (value.data() == nullptr && !value.empty())
-        throw error(fault::usage, "the bytes of \"" + std::string(name) + "\" lie nowhere");
+        throw error(fault::usage, "the bytes of " + detail::quoted(name) + " lie nowhere");
     const std::uint64_t size = value.size() < most_bytes ? length + value.size() : value.size();
     return put(name, size, ivrexa_graba_buffer, static_cast<const void *>(value.data()),
                static_cast<std::uint32_t>(value.size()));
@@ -469,7 +525,7 @@ public:
     {
         std::optional<std::size_t> i = position(name);
         if (!i)
-            throw error(fault::no_value, "there is no value \"" + std::string(name) + "\"");
+            throw error(fault::no_value, "there is no value " + detail::quoted(name));
         return get<T>(*i);
     }
     /// The same, or none where there is no value of that name; throws fault::wrong_type all the same.
@@ -498,9 +554,11 @@ private:
         reader r;
         if (id == 0)
             return r;
+        r.m_service = service;
         r.m_owned.reset(ivrexa_lee_datos(service.c_str(), id, is_input));
         if (r.m_owned == nullptr)
-            throw error(fault::no_block, "block " + std::to_string(id) + " of \"" + service + "\" has gone");
+            throw error(fault::no_block,
+                        "block " + std::to_string(id) + " of " + detail::quoted(service) + " has gone");
         r.look(r.m_owned.get());
         return r;
     }
@@ -531,18 +589,25 @@ private:
             throw error(fault::no_value,
                         "there is no value " + std::to_string(i) + ": the data has " + std::to_string(m_values.size()));
         if (m_owned != nullptr)
-            detail::check_alive(m_owned);
+            detail::check_alive(m_owned, m_service);
         return m_values[i];
     }
 
     static const value &expect(const value &v, tipoDato type)
     {
         if (v.type != type)
-            throw error(fault::wrong_type, "value \"" + v.name + "\" is of type " + std::to_string(v.type) + ", not " +
-                                               std::to_string(type));
+            throw error(fault::wrong_type, "the type of value " + detail::quoted(v.name) + " is " +
+                                               detail::type_name(v.type) + ", not " + detail::type_name(type));
         return v;
     }
 
+    template <typename T>
+    static T convert(const value &, as<T>)
+    {
+        static_assert(detail::never<T>, "a value is read as uint8_t, uint16_t, uint32_t, unsigned long, double, "
+                                        "ivrexa_hwnd, std::string, std::wstring, bytes, std::vector<std::string>, "
+                                        "std::string_view or bytes_view");
+    }
     static std::uint8_t convert(const value &v, as<std::uint8_t>)
     {
         return static_cast<std::uint8_t>(expect(v, ivrexa_tipoDato_byte).number);
@@ -582,6 +647,8 @@ private:
     template <typename T>
     static std::optional<T> convert(const value &v, as<std::optional<T>>)
     {
+        static_assert(std::is_same_v<T, std::string> || std::is_same_v<T, std::wstring>,
+                      "of the values only texts can be missing; one that may not be there is read by find()");
         T text = convert(v, as<T>());
         return v.data != nullptr ? std::optional<T>(std::move(text)) : std::nullopt;
     }
@@ -619,6 +686,7 @@ private:
         return text;
     }
 
+    std::string m_service;
     detail::owned m_owned;
     std::vector<value> m_values;
 };
@@ -681,12 +749,14 @@ enum class outcome {
     no_answer,
     other,           ///< the server answered a number of its own: answer::code
     no_such_service, ///< nobody offers it; the command was not sent
-    server_gone,     ///< somebody did, and does not any more. The command may have been carried out
-    /// This program is not registered for the service: the session has ended, or C calls had filled the table. The
-    /// command was not carried out.
+    /// Somebody did, and does not any more. The command may have been carried out. That a server without a window has
+    /// died shows after some 3 s; one that dies within a command may never be found dead, and then no outcome comes.
+    server_gone,
+    /// This program is not registered for the service: the command came after the end of the session, or C calls had
+    /// filled the table. The command was not carried out.
     not_a_client,
     late,    ///< the deadline has passed with the command under way: it goes on, and its answer will be dropped
-    not_sent ///< the deadline has passed, or the session has ended, before it was sent: it never will be
+    not_sent ///< the deadline or the session's end has come while it waited to be sent: it never will be
 };
 
 /// The outcome's name, as it stands above.
@@ -701,9 +771,11 @@ inline const char *to_string(outcome o)
 /// What a command brought. Moved, not copied. Read it, or let it go, before the session ends.
 struct answer {
     outcome what = outcome::not_sent; ///< what became of the command
-    std::uint32_t code = 0; ///< the result as the C function gave it; 0 where the command was not sent, or is late
-    ivrexa::texts texts;    ///< the server's texts; empty unless ok
-    reader data;            ///< the output; no values unless ok
+    /// The result as the C function gave it, an unsigned number: a server's -5 is 0xfffffffb here. 0 where the command
+    /// was not sent, or is late.
+    std::uint32_t code = 0;
+    ivrexa::texts texts; ///< the server's texts; empty unless ok
+    reader data;         ///< the output; no values unless ok
 
     /// Whether the command was carried out.
     explicit operator bool() const { return what == outcome::ok; }
@@ -734,7 +806,8 @@ public:
         m_window |= ivrexa_ventana_TRAE_SERVIDOR;
         return *this;
     }
-    /// Gives the foreground back, once the command ends, to the window that was active before.
+    /// Gives the foreground back, once the command ends, to the window that was active before. For execute() on the
+    /// window's thread only: on any other, and by execute_async(), there is no active window to give it back to.
     request &focus_back()
     {
         m_window |= ivrexa_ventana_DEVUELVE_FOCO;
@@ -850,9 +923,14 @@ struct offered_service;
 /// This program's registration. There is one at a time, and all that is registered ends with it.
 ///
 /// Its end waits for the commands and notifications that are under way on threads of the layer, the late ones among
-/// them: the library cannot cancel a command. A command on a server that hangs holds it up until that server ends. Do
-/// not end it inside a function of yours that the layer has called, and not while one waits for the thread that ends
-/// it.
+/// them: the library cannot cancel a command. A command on a server that hangs holds it up until that server ends, and
+/// one whose server without a window has died within it may hold it up for ever. It dispatches no messages meanwhile.
+/// So do not end it
+///   - inside a function of yours that the layer has called, nor while one waits for the thread that ends it,
+///   - nor while a command is under way that needs this window's thread: one on a service that this session offers, or
+///     on a server that calls this program back. Get its future first.
+///
+/// "One at a time" holds for each executable or DLL with this header in it; a program with several keeps to it itself.
 class session {
 public:
     /// A command function that answers one of the four results.
@@ -864,10 +942,11 @@ public:
     /// dropped.
     using failure_handler = std::function<void(const std::string &service, std::exception_ptr)>;
 
-    /// Begins it; nothing is registered before something is offered or used.
+    /// Begins it; nothing is registered before something is published or used.
     ///
     /// path     of the executable, 1 to 255 characters: argv[0] for one. The program's name on the desktop.
     /// window   commands arrive in its message loop, and it is subclassed; without one a thread for each service polls.
+    ///          Begin the session on the thread of that window: nobody checks it.
     /// Throws fault::path, or fault::usage while there is another session.
     explicit session(std::string path, ivrexa_hwnd window = nullptr);
     /// Ends it: what waits in queues is never sent, what is under way is waited for, and all is withdrawn.
@@ -884,25 +963,34 @@ public:
     /// f         the command function. It runs on the window's thread, or on the service's own. An exception that
     ///           escapes is result::error for the client.
     /// version   yours: clients ask for it by offered().
-    /// Throws fault::service_name, too_many, or usage for one offered already or an empty function.
+    /// Throws fault::service_name, too_many, or usage for one offered already, for an empty function, and in a session
+    /// without a window that has published its services.
     void offer(const std::string &service, handler f, std::uint16_t version = 0);
     /// The same, with a function that answers with numbers of its own.
     void offer_number(const std::string &service, number_handler f, std::uint16_t version = 0);
     /// Sets the function that is told of failures; it may be empty.
     void on_failure(failure_handler f);
-    /// Makes the services offered so far known, and begins to receive commands. Throws fault::usage without any.
+    /// Makes the services offered so far known, and begins to receive commands. With a window it may be called again
+    /// for more of them; without, once for all. Throws fault::usage for a second time there, without any service, and
+    /// inside itself: where it shows a box of the library, that dispatches messages.
     void publish();
-    /// In a server without a window: waits until all its services were told to end. In another program not at all.
+    /// In a server without a window: waits until all its services have ended, without any time-out. One has ended when
+    /// it was told to, and when its client died or was too young within a command. In another program, and before
+    /// publish(), it waits for nothing.
     void wait_for_end() { ivrexa_espera_comando_terminar_servidor(); }
 
     /// Tells one client of a service of ours, and waits until it has handled that, or until the service ends: without
-    /// any other time-out. Call it on a thread of its own.
+    /// any other time-out. Call it on a thread of its own, once publish() has returned or a command has come: while
+    /// publish() is at it, it may be lost.
     ///
     /// client_id   the client's document::client_id(), which it has sent by a command.
     /// datum       yours.
     /// Throws fault::service_name, or usage for a service that is not published.
     void notify(const std::string &service, std::uint32_t client_id, std::uint32_t datum);
     /// The same with data, made by writer::output() for the service. It is stored here; keep it to yourself meanwhile.
+    /// Without a window it waits for a command that is under way on the service before it stores; so that command's
+    /// function must not wait for this thread. Nothing is stored and nobody is told once the session's end has begun.
+    /// Throws also what writer::store() throws.
     void notify(writer &data, std::uint32_t client_id, std::uint32_t datum);
 
 private:
@@ -956,9 +1044,9 @@ public:
 
     /// Runs a command on a thread of the layer, behind those asked for before; it uses the request up.
     ///
-    /// deadline   from now; a year at most. Once it has passed the future tells outcome::not_sent, and then the server
-    ///            never gets the command, or outcome::late: then the server has it, goes on with it, and may do all
-    ///            that it was asked for. Its answer is dropped, and the next command waits for its end.
+    /// deadline   from now, 0 to a year. Once it has passed the future tells outcome::not_sent, and then the server
+    ///            never gets the command, or outcome::late: then the library has it and goes on with it, and the server
+    ///            may do all that it was asked for. Its answer is dropped, and the next command waits for its end.
     /// Returns a future that is always told something, at the session's end at the latest, and waits for nothing when
     /// it is destroyed. What execute() throws comes out of it, but for a request that has been run or is another
     /// service's.
@@ -980,7 +1068,7 @@ private:
     ivrexa::request take(ivrexa::request &r) const;
     std::future<answer> send_off(ivrexa::request &r, std::optional<std::chrono::steady_clock::time_point> deadline);
     static answer run(detail::core &c, detail::client_state &s, ivrexa::request &r, const may_send &may);
-    static answer send(detail::client_state &s, ivrexa::request &r);
+    static answer send(detail::core &c, detail::client_state &s, ivrexa::request &r, std::uint32_t input);
     static void work(detail::core &c, detail::client_state &s);
     static void notified(const char *service, std::uint32_t client_id, std::uint32_t datum);
 
@@ -1099,9 +1187,9 @@ public:
         if (!e->deadline)
             return;
         std::lock_guard<std::mutex> lock(m_guard);
-        m_errands.emplace(*e->deadline, e);
         if (!m_thread.joinable())
             m_thread = std::thread(&deadlines::live, this);
+        m_errands.emplace(*e->deadline, e);
         m_changed.notify_all();
     }
     void forget(const std::shared_ptr<errand> &e)
@@ -1239,8 +1327,8 @@ public:
     explicit my_turn(client_state &s) : m_state(s)
     {
         if (s.holder.load() == std::this_thread::get_id())
-            throw error(fault::usage, "a command on \"" + s.service +
-                                          "\" is under way on this thread: another one would "
+            throw error(fault::usage, "a command on " + quoted(s.service) +
+                                          " is under way on this thread: another one would "
                                           "wait for itself");
         s.turn.lock();
         s.holder = std::this_thread::get_id();
@@ -1257,6 +1345,18 @@ private:
     client_state &m_state;
 };
 
+// Sets a flag for as long as it lives.
+class meanwhile {
+public:
+    explicit meanwhile(bool &flag) : m_flag(flag) { m_flag = true; }
+    ~meanwhile() { m_flag = false; }
+    meanwhile(const meanwhile &) = delete;
+    meanwhile &operator=(const meanwhile &) = delete;
+
+private:
+    bool &m_flag;
+};
+
 // What a session is. Clients and documents keep it, and find by it that the session has ended.
 struct core {
     struct open_document {
@@ -1271,6 +1371,8 @@ struct core {
 
     std::recursive_mutex registering; // one registration at a time; the library's boxes dispatch messages
     bool registered = false;          // and what follows, under registering
+    bool has_published = false;
+    bool publishing = false;
     bool ended = false;
     std::atomic<steady::time_point> since{}; // when the first registration was made
     std::map<std::uint32_t, open_document> documents;
@@ -1318,12 +1420,24 @@ struct core {
         auto named = clients.find(service);
         return named != clients.end() ? named->second : nullptr;
     }
-    // A service's own function would wait for itself for ever.
-    void check_not_serving(const std::string &service)
+    // Whether this thread is inside the service's command function.
+    bool is_serving(const std::string &service)
     {
         offered_service *o = find_offered(service);
-        if (o != nullptr && o->serving.load() == std::this_thread::get_id())
-            throw error(fault::usage, "the command function of \"" + service + "\" cannot run a command on it");
+        return o != nullptr && o->serving.load() == std::this_thread::get_id();
+    }
+    // Without a window: a service that is announced again forgets the command that its thread is at.
+    void check_publishes_still() const
+    {
+        if (window == nullptr && has_published)
+            throw error(fault::usage, "without a window all services are published at once, and they have been");
+    }
+    // False where it has been published; it is so from here on: its function may notify as soon as the library knows
+    // it.
+    bool begins_publishing(offered_service &o)
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        return !std::exchange(o.published, true);
     }
     void check_published(const std::string &service)
     {
@@ -1331,7 +1445,8 @@ struct core {
         offered_service *o = find_offered(service);
         std::lock_guard<std::mutex> lock(guard);
         if (o == nullptr || !o->published)
-            throw error(fault::usage, "this program has not published \"" + service + "\": it notifies nobody there");
+            throw error(fault::usage,
+                        "this program has not published " + quoted(service) + ": it notifies nobody there");
     }
     // Tells the host of the exception that is being handled.
     void fail(const char *service) noexcept
@@ -1357,6 +1472,20 @@ struct core {
         std::lock_guard<std::mutex> lock(guard);
         being_told--;
         quiet.notify_all();
+    }
+    // The block of the data; none once the session ends, which waits for it: its end takes the heap away.
+    std::optional<std::uint32_t> stores(writer &data)
+    {
+        if (!begins_telling())
+            return std::nullopt;
+        try {
+            std::uint32_t id = data.store_in_channel();
+            ends_telling();
+            return id;
+        } catch (...) {
+            ends_telling();
+            throw;
+        }
     }
     std::map<std::string, std::shared_ptr<client_state>> all_clients()
     {
@@ -1418,14 +1547,16 @@ inline void session::offer_number(const std::string &service, number_handler f, 
 {
     detail::check_service(service);
     if (!f)
-        throw error(fault::usage, "service \"" + service + "\" needs a command function");
+        throw error(fault::usage, "service " + detail::quoted(service) + " needs a command function");
     detail::core &c = *m_core;
     c.check_thread();
     std::lock_guard<std::recursive_mutex> lock(c.registering);
+    c.check_publishes_still();
     if (c.find_offered(service) != nullptr)
-        throw error(fault::usage, "this program offers \"" + service + "\" already");
+        throw error(fault::usage, "this program offers " + detail::quoted(service) + " already");
     if (c.offered.size() == max_services)
-        throw error(fault::too_many, "a program offers at most 16 services: \"" + service + "\" is one too many");
+        throw error(fault::too_many,
+                    "a program offers at most 16 services: " + detail::quoted(service) + " is one too many");
     auto made = std::make_unique<detail::offered_service>(c, service, std::move(f), version);
     std::lock_guard<std::mutex> guarded(c.guard);
     c.offered.push_back(std::move(made));
@@ -1445,17 +1576,19 @@ inline void session::publish()
     detail::core &c = *m_core;
     c.check_thread();
     std::lock_guard<std::recursive_mutex> lock(c.registering);
+    c.check_publishes_still();
     if (c.offered.empty())
         throw error(fault::usage, "there is nothing to publish: no service is offered");
-    for (const std::unique_ptr<detail::offered_service> &o : c.offered)
-        if (!o->published) {
-            ivrexa_registra_servidor(c.path.c_str(), c.window, o->name.c_str(), o->version, o.get(), run);
-            c.has_registered();
-        }
-    {
-        std::lock_guard<std::mutex> guarded(c.guard);
-        for (const std::unique_ptr<detail::offered_service> &o : c.offered)
-            o->published = true; // its function may notify as soon as the library knows it
+    if (c.publishing)
+        throw error(fault::usage, "publish() is under way on this thread: what is offered now is published by it");
+    detail::meanwhile under_way(c.publishing);
+    c.has_published = true;
+    for (std::size_t i = 0; i < c.offered.size(); i++) { // a box of the library may let the host offer another one
+        detail::offered_service &o = *c.offered[i];
+        if (!c.begins_publishing(o))
+            continue;
+        ivrexa_registra_servidor(c.path.c_str(), c.window, o.name.c_str(), o.version, &o, run);
+        c.has_registered();
     }
     ivrexa_terminado_registro();
 }
@@ -1471,7 +1604,8 @@ inline void session::notify(writer &data, std::uint32_t client_id, std::uint32_t
 {
     std::shared_ptr<detail::core> c = m_core;
     c->check_published(data.service());
-    ivrexa_notifica_a_cliente(data.service().c_str(), client_id, datum, data.store_in_channel());
+    if (std::optional<std::uint32_t> id = c->stores(data))
+        ivrexa_notifica_a_cliente(data.service().c_str(), client_id, datum, *id);
     std::lock_guard<std::mutex> lock(c->guard);
     if (c->ends)
         data.release();
@@ -1511,10 +1645,10 @@ inline std::shared_ptr<client_state> registers_client(core &c, const std::shared
             return named->second;
         if (named != c.clients.end())
             throw error(fault::usage,
-                        "this program is a client of \"" + made->service + "\" already: that stays as it is");
+                        "this program is a client of " + quoted(made->service) + " already: that stays as it is");
         if (c.clients.size() == max_services)
             throw error(fault::too_many,
-                        "a program uses at most 16 services: \"" + made->service + "\" is one too many");
+                        "a program uses at most 16 services: " + quoted(made->service) + " is one too many");
         c.clients[made->service] = made;
     }
     if (made->told)
@@ -1525,8 +1659,9 @@ inline std::shared_ptr<client_state> registers_client(core &c, const std::shared
     return made;
 }
 
-// What the code of a command means.
-inline outcome meaning(client_state &s, std::uint32_t code)
+// What the code of a command means. The number of the service's message is 0 where this program is no client of it, but
+// also where it offers the service itself without a window.
+inline outcome meaning(core &c, client_state &s, std::uint32_t code)
 {
     switch (code) {
     case ivrexa_resultado_OK:
@@ -1536,7 +1671,8 @@ inline outcome meaning(client_state &s, std::uint32_t code)
     case ivrexa_resultado_NINGUNO:
         return s.still_has_server() ? outcome::no_answer : outcome::server_gone;
     case ivrexa_resultado_ERROR:
-        if (ivrexa_dame_id_MSG_servicio(s.service.c_str()) == 0)
+        if (ivrexa_dame_id_MSG_servicio(s.service.c_str()) == 0 &&
+            (c.window != nullptr || c.find_offered(s.service) == nullptr))
             return outcome::not_a_client;
         return s.still_has_server() ? outcome::server_error : outcome::server_gone;
     default:
@@ -1617,9 +1753,10 @@ inline ivrexa::request client::request(std::uint32_t id) const
 inline ivrexa::request client::take(ivrexa::request &r) const
 {
     if (r.m_input.get() == nullptr)
-        throw error(fault::usage, "a request is run once");
+        throw error(fault::usage, "a request for " + detail::quoted(service()) + " is run once");
     if (r.m_input.service() != service())
-        throw error(fault::usage, "a request for \"" + r.m_input.service() + "\" is not one for \"" + service() + "\"");
+        throw error(fault::usage, "a request for " + detail::quoted(r.m_input.service()) + " is not one for " +
+                                      detail::quoted(service()));
     return std::move(r);
 }
 
@@ -1631,8 +1768,8 @@ inline answer client::execute(ivrexa::request &r)
 
 inline std::future<answer> client::execute_async(ivrexa::request &r, std::chrono::milliseconds deadline)
 {
-    constexpr std::chrono::milliseconds year = std::chrono::hours(365 * 24);
-    return send_off(r, detail::steady::now() + (deadline < year ? deadline : year));
+    constexpr std::chrono::milliseconds none{0}, year = std::chrono::hours(365 * 24);
+    return send_off(r, detail::steady::now() + std::clamp(deadline, none, year)); // more is no point in time
 }
 
 inline std::future<answer> client::execute_async(ivrexa::request &r)
@@ -1647,13 +1784,13 @@ inline std::future<answer> client::send_off(ivrexa::request &r, std::optional<de
     detail::client_state &s = *m_state;
     std::lock_guard<std::mutex> lock(s.guard);
     if (s.ends) {
-        e->give_up();
+        e->tell(detail::only(outcome::not_a_client));
         return told;
     }
     if (!s.worker.joinable())
         s.worker = std::thread(work, std::ref(*m_core), std::ref(s));
-    s.errands.push_back(e);
     m_core->clock.watch(e);
+    s.errands.push_back(e); // the last that may throw: what has thrown is not sent
     s.changed.notify_all();
     return told;
 }
@@ -1680,7 +1817,8 @@ inline void client::work(detail::core &c, detail::client_state &s)
 
 inline answer client::run(detail::core &c, detail::client_state &s, ivrexa::request &r, const may_send &may)
 {
-    c.check_not_serving(s.service);
+    if (c.is_serving(s.service)) // it would wait for itself for ever
+        throw error(fault::usage, "the command function of " + detail::quoted(s.service) + " runs no command on it");
     detail::my_turn turn(s);
     if (!s.open)
         return detail::only(outcome::not_a_client);
@@ -1688,19 +1826,20 @@ inline answer client::run(detail::core &c, detail::client_state &s, ivrexa::requ
         return detail::only(outcome::no_such_service);
     if (!s.has_window && !s.waits_until(c.since.load() + detail::heartbeat_begins))
         return detail::only(outcome::not_sent);
+    const std::uint32_t input = r.m_input.store_in_channel(); // it may wait for a command of somebody else
     if (!may())
         return detail::only(outcome::not_sent);
-    return send(s, r);
+    return send(c, s, r, input);
 }
 
-inline answer client::send(detail::client_state &s, ivrexa::request &r)
+inline answer client::send(detail::core &c, detail::client_state &s, ivrexa::request &r, std::uint32_t input)
 {
     wchar_t first[max_short_text + 1], second[max_long_text + 1], third[max_long_text + 1];
-    std::uint32_t input = r.m_input.store_in_channel(), output = 0;
+    std::uint32_t output = 0;
     answer a;
     a.code = ivrexa_ejecuta_comando(s.service.c_str(), r.m_id, r.m_window, input, r.m_texts.first.c_str(),
                                     r.m_texts.second.c_str(), r.m_texts.third.c_str(), &output, first, second, third);
-    a.what = detail::meaning(s, a.code);
+    a.what = detail::meaning(c, s, a.code);
     if (a.what != outcome::ok)
         return a;
     a.texts = {first, second, third};
@@ -1751,7 +1890,7 @@ inline document::document(const client &c, std::wstring path, std::uint32_t id) 
         throw error(fault::usage, "document " + std::to_string(id) + " is open under another path");
     m_client_id = ivrexa_abierto_documento_de_cliente(c.service().c_str(), path.c_str(), id);
     if (m_client_id == 0)
-        throw error(fault::usage, "\"" + c.service() + "\" gives this program no id");
+        throw error(fault::usage, detail::quoted(c.service()) + " gives this program no id");
     detail::core::open_document &open = m_core->documents[id];
     open.path = std::move(path);
     open.uses++;
@@ -1802,15 +1941,20 @@ inline std::optional<found_service> find_service(const std::string &prefix)
 }
 
 /// Asks the server of a service to end, behind this program's commands on it. With a window it ends when it comes to
-/// it; one without a window has ended when this returns, and hears it only from a program that is its client. Throws
-/// fault::service_name, or usage where a command on the service is under way on this thread.
+/// it; one without a window has ended when this returns, and hears it only from a program that is its client. A server
+/// with a window may end itself so inside its command function: its loop ends behind the command. Throws
+/// fault::service_name, or usage where a command on the service is under way on this thread, and inside the service's
+/// own command function without a window: it would wait for itself.
 inline void end_server(const std::string &service)
 {
     detail::check_service(service);
     detail::core *c = detail::core::current();
+    const bool inside = c != nullptr && c->is_serving(service);
+    if (inside && c->window == nullptr)
+        throw error(fault::usage, "the command function of " + detail::quoted(service) + " cannot end it");
     std::shared_ptr<detail::client_state> s = c != nullptr ? c->find_client(service) : nullptr;
     std::optional<detail::my_turn> turn;
-    if (s != nullptr)
+    if (s != nullptr && !inside) // the turn may be that of the command that we are in
         turn.emplace(*s);
     ivrexa_terminar_servidor(service.c_str());
 }

@@ -204,7 +204,9 @@ TEST_P(hpp_cliente, tras_la_sesion_ya_no_es_cliente)
     cierra();
     EXPECT_EQ(c.execute(capa_NADA).what, outcome::not_a_client);
     std::future<answer> f = c.execute_async(c.request(capa_NADA));
-    EXPECT_EQ(espera_respuesta(f).what, outcome::not_sent);
+    EXPECT_EQ(espera_respuesta(f).what, outcome::not_a_client);
+    f = c.execute_async(c.request(capa_NADA), std::chrono::milliseconds(0));
+    EXPECT_EQ(espera_respuesta(f).what, outcome::not_a_client);
     EXPECT_FALSE(servidor.busca_linea("VIENE", 0));
 }
 
@@ -371,7 +373,8 @@ TEST_P(hpp_cliente, un_plazo_que_pasa_en_la_cola_no_llega_nunca_al_servidor)
     std::future<answer> otra = c.execute_async(c.request(capa_PRIMERO + 1), std::chrono::milliseconds(100000));
     std::future<answer> cero = c.execute_async(c.request(capa_PRIMERO + 2), std::chrono::milliseconds(0));
     std::future<answer> ayer = c.execute_async(c.request(capa_PRIMERO + 3), std::chrono::milliseconds(-1000));
-    for (std::future<answer> *f : {&nunca, &cero, &ayer}) {
+    std::future<answer> antes = c.execute_async(c.request(capa_PRIMERO + 5), std::chrono::milliseconds::min());
+    for (std::future<answer> *f : {&nunca, &cero, &ayer, &antes}) {
         answer a = espera_respuesta(*f);
         EXPECT_EQ(a.what, outcome::not_sent);
         EXPECT_EQ(a.code, 0u);
@@ -382,6 +385,21 @@ TEST_P(hpp_cliente, un_plazo_que_pasa_en_la_cola_no_llega_nunca_al_servidor)
     EXPECT_EQ(c.execute(capa_PRIMERO + 4).what, outcome::ok);
     espera_viene(servidor, capa_PRIMERO + 1);
     espera_viene(servidor, capa_PRIMERO + 4);
+    EXPECT_FALSE(servidor.busca_linea("VIENE", 0));
+}
+
+// Somebody else holds the lock of the service, under which the input is stored.
+TEST_F(hpp_orden, un_plazo_que_pasa_al_guardar_la_entrada_no_llega_nunca_al_servidor)
+{
+    papel servidor = arranca_capa("ventana", servicio);
+    client c = cliente_de("ventana");
+    mutex_crudo cerrojo(("Mutex_Ivrexa_" + servicio).c_str());
+    ASSERT_TRUE(cerrojo.retiene(PLAZO_MS));
+    std::future<answer> f = c.execute_async(c.request(capa_PRIMERO).add("x", 1u), std::chrono::milliseconds(QUIETO_MS));
+    EXPECT_EQ(espera_respuesta(f).what, outcome::not_sent);
+    cerrojo.suelta();
+    EXPECT_EQ(c.execute(capa_PRIMERO + 1).what, outcome::ok);
+    espera_viene(servidor, capa_PRIMERO + 1);
     EXPECT_FALSE(servidor.busca_linea("VIENE", 0));
 }
 
@@ -447,6 +465,41 @@ TEST_P(hpp_cliente, el_fin_de_la_sesion_espera_a_las_ordenes_de_otros_hilos)
     }
     ASSERT_TRUE(aparte.acaba(PLAZO_MS));
     EXPECT_EQ(a.what, outcome::ok);
+}
+
+// The number of the next block of the service's data.
+static uint32_t siguiente_bloque(const std::string &servicio)
+{
+    return bloque_crudo(nombre_canal(servicio).c_str()).u32(12);
+}
+
+// The end has begun when it gives up what waits in a queue, and goes on when the command under way has ended.
+TEST_F(hpp_orden, cuando_la_sesion_acaba_ya_no_se_guardan_datos_de_avisos)
+{
+    std::string mio = servicio + "_mio";
+    papel servidor = arranca_capa("ventana", servicio);
+    HWND hwnd = crea_ventana();
+    std::optional<ivrexa::session> s(std::in_place, "avisa", hwnd_capa(hwnd));
+    s->offer(mio, [](ivrexa::command &) { return ivrexa::result::ok; });
+    s->publish();
+    client c(*s, servicio);
+    c.server_has_window();
+    std::future<answer> dentro = deja_dentro(c, servidor), cola = c.execute_async(c.request(capa_PRIMERO));
+    ivrexa::writer datos = ivrexa::writer::output(mio);
+    datos.add("x", 1u);
+    bloque_crudo canal(nombre_canal(mio).c_str());
+    uint32_t antes = siguiente_bloque(mio);
+    hilo aparte([&] {
+        EXPECT_EQ(espera_respuesta(cola).what, outcome::not_sent);
+        s->notify(datos, 200, 1);
+        EXPECT_EQ(siguiente_bloque(mio), antes) << "it was stored";
+        servidor.di("SIGUE");
+    });
+    s.reset();
+    EXPECT_TRUE(aparte.acaba(PLAZO_MS));
+    EXPECT_EQ(espera_respuesta(dentro).what, outcome::ok);
+    EXPECT_EQ(datos.get(), nullptr) << "the session's end has taken it";
+    destruye_ventana(&hwnd);
 }
 
 // It ends with the session, and the texts stay: they are its own.

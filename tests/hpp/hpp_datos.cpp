@@ -27,6 +27,12 @@ protected:
     }
 
     writer entrada() const { return writer::input(servicio); }
+    ivrexa::client cliente_mio(const std::string &de) { return ivrexa::client(*m_sesion, de); }
+    void ofrece(const std::string &otro)
+    {
+        m_sesion->offer(otro, [](ivrexa::command &) { return ivrexa::result::ok; });
+        m_sesion->publish();
+    }
 
 private:
     HWND m_hwnd = nullptr;
@@ -464,6 +470,11 @@ TEST_F(hpp_rechaza, contenidos_de_4_GiB)
     for (uint64_t tam : {0xffffffffull, 0x100000000ull, 0x100000001ull, 0xffffffffffffffffull})
         EXPECT_EQ(fallo_de([&] { w.add("enorme", bytes_view(&byte, tam)); }, &texto), ivrexa::fault::content) << tam;
     EXPECT_NE(texto.find("\"enorme\""), std::string::npos) << texto;
+    for (uint64_t tam : {0xffffffffull, 0x7fffffffffffffffull}) {
+        EXPECT_RECHAZO(content, w.add("t", std::string_view("", tam)));
+        EXPECT_RECHAZO(content, w.add("w", std::wstring_view(L"", tam)));
+    }
+    EXPECT_RECHAZO(content, w.add("w", std::wstring_view(L"", 0x80000000)));
     EXPECT_EQ(w.size(), 1u);
     EXPECT_EQ(reader::open_input(servicio, w.store()).size(), 1u);
 }
@@ -495,12 +506,76 @@ TEST_F(hpp_rechaza, usar_un_escritor_que_se_movio_o_se_entrego)
     EXPECT_SIN_INFORMES();
 }
 
-TEST_F(hpp_rechaza, guardar_para_un_servicio_que_nadie_ofrece_ni_usa)
+TEST_F(hpp_rechaza, guardar_para_un_servicio_que_nadie_ofrece)
 {
     writer w = writer::input(nombre_unico("nadie"));
     w.add("x", 1u);
     EXPECT_RECHAZO(no_block, w.store());
     EXPECT_SIN_INFORMES();
+}
+
+// A client holds the channel, but no server has given the blocks their first number.
+TEST_F(hpp_rechaza, guardar_para_un_servicio_que_solo_se_usa_y_cuando_se_ofrece_se_guarda)
+{
+    std::string usado = servicio + "_usado", texto;
+    ivrexa::client c = cliente_mio(usado);
+    writer w = writer::input(usado);
+    w.add("x", 1u);
+    for (int vez = 0; vez < 2; vez++) {
+        EXPECT_EQ(fallo_de([&] { w.store(); }, &texto), ivrexa::fault::no_block);
+        EXPECT_NE(texto.find("nobody offers \"" + usado + "\""), std::string::npos) << texto;
+    }
+    EXPECT_SIN_INFORMES();
+    ofrece(usado);
+    EXPECT_EQ(w.store(), 100u);
+}
+
+// The number 0 is none, and the container holds the block with it: the library would report a second try.
+TEST_F(hpp_rechaza, guardar_otra_vez_lo_que_no_se_pudo_guardar)
+{
+    writer w = entrada();
+    w.add("x", 1u);
+    bloque_crudo(nombre_canal(servicio).c_str()).pon_u32(12, 0);
+    EXPECT_RECHAZO(no_block, w.store());
+    EXPECT_RECHAZO(usage, w.store());
+    EXPECT_RECHAZO(usage, w.add("y", 1u));
+    EXPECT_SIN_INFORMES();
+}
+
+// ---- What the refusals say
+
+// A NUL would end the text, and a long name need not be in it whole.
+TEST_F(hpp_rechaza, el_texto_nombra_lo_rechazado)
+{
+    auto dice = [](auto f) {
+        std::string texto;
+        EXPECT_TRUE(fallo_de(f, &texto));
+        return texto;
+    };
+    auto tiene = [](const std::string &texto, const std::string &parte) {
+        return texto.find(parte) != std::string::npos ? ::testing::AssertionSuccess()
+                                                      : ::testing::AssertionFailure() << texto;
+    };
+    writer w = entrada();
+    std::string largo = "largo" + std::string(300, 'n');
+    EXPECT_TRUE(tiene(dice([&] { w.add(largo, 1u); }), '"' + largo.substr(0, 64) + "...\" has 305"));
+    EXPECT_TRUE(tiene(dice([&] { w.add(std::string("a\0b", 3), 1u); }), R"("a\0b" has 3)"));
+    EXPECT_TRUE(tiene(dice([&] { w.add("x", std::string("a\0b", 3)); }), R"("x")"));
+    EXPECT_TRUE(tiene(dice([&] { writer::input(std::string("c\0d", 3)); }), R"("c\0d" has 3)"));
+    EXPECT_TRUE(tiene(dice([&] { writer::input(std::string(64, 's')); }), '"' + std::string(64, 's') + "\" has 64"));
+    EXPECT_TRUE(tiene(dice([&] { ivrexa::session(std::string("e\0f", 3)); }), R"("e\0f" has 3)"));
+    EXPECT_TRUE(tiene(dice([&] { w.add("bytes", bytes_view(nullptr, 1)); }), R"("bytes")"));
+
+    w.add("t", "texto").add("w", L"texto").add("r", std::vector<std::string>());
+    reader r = reader::open_input(servicio, w.store());
+    EXPECT_TRUE(tiene(dice([&] { r.get<uint32_t>("t"); }), R"("t" is ANSI text, not uint32_t)"));
+    EXPECT_TRUE(tiene(dice([&] { r.get<bytes>("w"); }), R"("w" is wide text, not bytes)"));
+    EXPECT_TRUE(tiene(dice([&] { r.get<double>("r"); }), R"("r" is array of ANSI texts, not double)"));
+    EXPECT_TRUE(tiene(dice([&] { r.get<ivrexa_hwnd>("t"); }), "not window"));
+    EXPECT_TRUE(tiene(dice([&] { r.get<double>(std::string("g\0h", 3)); }), R"("g\0h")"));
+    EXPECT_TRUE(tiene(dice([&] { w.store(); }), '"' + servicio + '"'));
+    TearDown();
+    EXPECT_TRUE(tiene(dice([&] { r.get<double>("t"); }), '"' + servicio + '"'));
 }
 
 TEST_F(hpp_rechaza, bytes_que_no_estan_en_ningun_sitio)

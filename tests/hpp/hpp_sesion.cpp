@@ -5,6 +5,7 @@
 
 #include "comun/hilo.h"
 
+using ivrexa::answer;
 using ivrexa::client;
 using ivrexa::command;
 using ivrexa::outcome;
@@ -58,10 +59,17 @@ TEST_F(hpp_sesion, rechaza_rutas_vacias_de_256_y_con_nulo_y_despues_puede_haber_
     EXPECT_NE(despl_programa(registro, ruta), 0u);
 }
 
-TEST_F(hpp_sesion, no_registra_nada_hasta_que_se_ofrece_o_se_usa_algo)
+TEST_F(hpp_sesion, no_registra_nada_hasta_que_se_publica_o_se_usa_algo)
 {
-    session s("hpp_nada");
-    EXPECT_FALSE(existe_bloque("Ivrexa_MCB") && despl_programa(bloque_crudo("Ivrexa_MCB"), "hpp_nada") != 0);
+    auto registrado = [] {
+        return existe_bloque("Ivrexa_MCB") && despl_programa(bloque_crudo("Ivrexa_MCB"), "hpp_nada") != 0;
+    };
+    session s("hpp_nada", ventana());
+    EXPECT_FALSE(registrado());
+    s.offer(servicio, bien);
+    EXPECT_FALSE(registrado());
+    s.publish();
+    EXPECT_TRUE(registrado());
 }
 
 TEST_F(hpp_sesion, un_servicio_se_conoce_con_su_version_desde_que_se_publica_hasta_que_acaba)
@@ -138,6 +146,66 @@ TEST_F(hpp_sesion, usos_que_no_pueden_valer_se_rechazan)
     });
     EXPECT_TRUE(aparte.acaba(PLAZO_MS));
     s.publish();
+}
+
+// The loop of a service that is announced again would forget the command that it is at.
+TEST_F(hpp_sesion, sin_ventana_se_publica_una_vez_y_entonces_no_se_ofrece_mas)
+{
+    session s("hpp");
+    std::optional<ivrexa::fault> al_ofrecer, al_publicar;
+    s.offer(servicio, [&](command &) {
+        al_ofrecer = fallo_de([&] { s.offer(servicio + "_dentro", bien); });
+        al_publicar = fallo_de([&] { s.publish(); });
+        return result::ok;
+    });
+    s.publish();
+    std::string texto;
+    EXPECT_EQ(fallo_de([&] { s.publish(); }, &texto), ivrexa::fault::usage);
+    EXPECT_NE(texto.find("at once"), std::string::npos) << texto;
+    EXPECT_RECHAZO(usage, s.offer(servicio + "_2", bien));
+    client c(s, servicio);
+    EXPECT_EQ(c.execute(100).what, outcome::ok);
+    EXPECT_EQ(al_ofrecer, ivrexa::fault::usage);
+    EXPECT_EQ(al_publicar, ivrexa::fault::usage);
+}
+
+// What a window of ours does at WM_APP.
+static std::function<void()> s_al_mandarle;
+
+static LRESULT CALLBACK obediente(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lparam)
+{
+    if (msg == WM_APP)
+        s_al_mandarle();
+    return DefWindowProcW(hwnd, msg, wparam, lparam);
+}
+
+// The library's box for a desktop without a place for another program dispatches messages.
+TEST_F(hpp_sesion, lo_que_se_ofrece_bajo_una_caja_de_la_biblioteca_se_publica_con_lo_demas)
+{
+    HWND otra = crea_ventana(obediente);
+    bloque_crudo registro("Ivrexa_MCB", 8886);
+    for (size_t i = 0; i < 16; i++)
+        registro.pon_texto(1430 + i * 274, "lleno_" + std::to_string(i));
+    std::optional<session> s(std::in_place, "hpp", ventana());
+    std::optional<ivrexa::fault> fallo;
+    s_al_mandarle = [&] {
+        for (int i = 1; i < 10; i++)
+            s->offer(servicio + "_" + std::to_string(i), bien);
+        fallo = fallo_de([&] { s->publish(); });
+    };
+    s->offer(servicio + "_0", bien);
+    {
+        hilo aparte([&] { EXPECT_TRUE(SendNotifyMessageW(otra, WM_APP, 0, 0)); }); // waits for the box
+    }
+    s->publish();
+    EXPECT_INFORME("iv_mcbase", "id_programa < iv_mcbase_NUM_MAX_PROGRAMAS");
+    EXPECT_EQ(fallo, ivrexa::fault::usage);
+    for (int i = 0; i < 10; i++)
+        EXPECT_TRUE(ivrexa::offered(servicio + "_" + std::to_string(i))) << i;
+    s.reset();
+    s_al_mandarle = nullptr;
+    destruye_ventana(&otra);
+    registro.pon_bytes(0, std::vector<uint8_t>(8886, 0));
 }
 
 // The C functions would report it at the end.
@@ -279,6 +347,52 @@ TEST_F(hpp_sesion, la_funcion_de_un_servicio_no_puede_mandarle_ordenes)
     hilo aparte([&] { EXPECT_EQ(c->execute(100).what, outcome::cancelled); });
     EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
     EXPECT_EQ(fallo, ivrexa::fault::usage);
+}
+
+// It would be a command to itself, for which it would wait for ever.
+TEST_F(hpp_sesion, sin_ventana_la_funcion_de_un_servicio_no_puede_acabarlo)
+{
+    session s("hpp");
+    std::optional<ivrexa::fault> fallo;
+    s.offer(servicio, [&](command &) {
+        fallo = fallo_de([&] { ivrexa::end_server(servicio); });
+        return result::cancelled;
+    });
+    s.publish();
+    client c(s, servicio);
+    EXPECT_EQ(c.execute(100).what, outcome::cancelled);
+    EXPECT_EQ(fallo, ivrexa::fault::usage);
+    EXPECT_TRUE(ivrexa::offered(servicio));
+}
+
+// Also where the command is this program's own, which then has the turn of the service.
+TEST_F(hpp_sesion, con_ventana_la_funcion_de_un_servicio_puede_acabarlo)
+{
+    session s("hpp", ventana());
+    s.offer(servicio, [&](command &) {
+        ivrexa::end_server(servicio);
+        return result::ok;
+    });
+    s.publish();
+    client c(s, servicio);
+    c.server_has_window();
+    answer a;
+    hilo aparte([&] { a = c.execute(100); });
+    EXPECT_EQ(bombea_hasta_quit(PLAZO_MS), bombeo::quit);
+    EXPECT_TRUE(aparte.acaba(PLAZO_MS));
+    EXPECT_EQ(a.what, outcome::ok);
+}
+
+// The number of its message is 0 there, as where there is no client.
+TEST_F(hpp_sesion, de_su_propio_servicio_sin_ventana_un_error_es_del_servidor)
+{
+    session s("hpp");
+    s.offer(servicio, [](command &) { return result::error; });
+    s.publish();
+    client c(s, servicio);
+    answer a = c.execute(100);
+    EXPECT_EQ(a.what, outcome::server_error);
+    EXPECT_EQ(a.code, 3u);
 }
 
 TEST_F(hpp_sesion, sin_aviso_de_fallos_una_excepcion_tampoco_sale)

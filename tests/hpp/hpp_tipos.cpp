@@ -215,6 +215,20 @@ TEST(hpp_tipos, cada_desenlace_tiene_su_nombre)
         EXPECT_STREQ(ivrexa::to_string(que), nombre);
 }
 
+TEST(hpp_tipos, cada_fallo_tiene_su_nombre)
+{
+    using ivrexa::fault;
+    static const std::pair<fault, const char *> NOMBRES[] = {
+        {fault::service_name, "service_name"}, {fault::path, "path"},
+        {fault::value_name, "value_name"},     {fault::text, "text"},
+        {fault::content, "content"},           {fault::no_value, "no_value"},
+        {fault::wrong_type, "wrong_type"},     {fault::no_block, "no_block"},
+        {fault::too_many, "too_many"},         {fault::usage, "usage"},
+    };
+    for (const auto &[por_que, nombre] : NOMBRES)
+        EXPECT_STREQ(ivrexa::to_string(por_que), nombre);
+}
+
 TEST(hpp_tipos, los_resultados_son_los_numeros_de_la_interfaz_c)
 {
     EXPECT_EQ(static_cast<int32_t>(ivrexa::result::none), 0);
