@@ -17,18 +17,20 @@ set(CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXE
 # linked into programs of another compiler than the one of this build.
 function(ivrexa_biblioteca_importacion fichero programa)
     set(def ${PROJECT_SOURCE_DIR}/src/ivrexa.def)
-    set(salida ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}/${fichero})
-    cmake_path(RELATIVE_PATH salida BASE_DIRECTORY ${CMAKE_BINARY_DIR} OUTPUT_VARIABLE breve)
+    set(salida ${PROJECT_BINARY_DIR}/lib/${fichero})
     add_custom_command(OUTPUT ${salida}
-        COMMAND ${CMAKE_COMMAND} -E make_directory ${CMAKE_ARCHIVE_OUTPUT_DIRECTORY}
+        COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/lib
         COMMAND ${programa} -m i386:x86-64 -d ${def} -D ivrexa.dll -l ${salida}
-        DEPENDS ${def} VERBATIM COMMENT "Making ${breve}")
+        DEPENDS ${def} VERBATIM COMMENT "Making lib/${fichero}")
     add_custom_target(ivrexa_importacion ALL DEPENDS ${salida})
     install(FILES ${salida} DESTINATION lib)
 endfunction()
 
+option(IVREXA_OTRA_IMPORTACION "Install the import library for the other kind of compiler, too" ON)
 find_program(IVREXA_DLLTOOL NAMES llvm-dlltool DOC "Makes the import library for the other compilers")
-if(IVREXA_DLLTOOL AND MINGW)
+if(NOT IVREXA_OTRA_IMPORTACION)
+    message(STATUS "What is installed will serve this kind of compiler alone.")
+elseif(IVREXA_DLLTOOL AND MINGW)
     ivrexa_biblioteca_importacion(ivrexa.lib ${IVREXA_DLLTOOL})
 elseif(IVREXA_DLLTOOL)
     ivrexa_biblioteca_importacion(libivrexa.dll.a ${IVREXA_DLLTOOL})
@@ -61,7 +63,7 @@ endforeach()
 
 # ---- How it is found -----------------------------------------------------------------------------------------
 
-set(carpeta ${CMAKE_BINARY_DIR}/generado/paquete)
+set(carpeta ${PROJECT_BINARY_DIR}/generado/paquete)
 if(PROJECT_VERSION_MAJOR EQUAL 0)
     set(compatible SameMinorVersion)
 else()
@@ -92,7 +94,13 @@ install(FILES cmake/paquete/ejemplos.cmake DESTINATION ${lectura}/examples RENAM
 if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/bindings)
     install(DIRECTORY bindings DESTINATION ${lectura}
         FILES_MATCHING PATTERN "*.md" PATTERN "*.json" PATTERN "*.py" PATTERN "*.cs" PATTERN "*.go" PATTERN "*.mod"
-        PATTERN "*.rs" PATTERN "*.toml" PATTERN "*.lock" PATTERN "target" EXCLUDE)
+        PATTERN "*.rs" PATTERN "*.toml" PATTERN "*.lock" PATTERN "target" EXCLUDE
+        PATTERN "__pycache__" EXCLUDE)
+endif()
+
+# What else a parent project installs is not ours to list or to pack.
+if(NOT PROJECT_IS_TOP_LEVEL)
+    return()
 endif()
 
 # Comes last: it lists what the rules above have installed.

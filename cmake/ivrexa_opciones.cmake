@@ -20,6 +20,10 @@ if(MINGW)
 elseif(MSVC)
     # Exceptions are for tests and examples; ivrexa_opciones_prueba and ivrexa_opciones_ejemplo ask for them.
     string(REPLACE "/EHsc" "" CMAKE_CXX_FLAGS "${CMAKE_CXX_FLAGS}")
+    # Run-time checks call into a C run-time, which the DLL does without.
+    foreach(lenguaje C CXX)
+        string(REGEX REPLACE "/RTC[1csu]+" "" CMAKE_${lenguaje}_FLAGS_DEBUG "${CMAKE_${lenguaje}_FLAGS_DEBUG}")
+    endforeach()
     add_compile_options($<$<COMPILE_LANGUAGE:C,CXX>:/utf-8>)
     add_link_options(LINKER:/Brepro)
 endif()
@@ -29,10 +33,11 @@ endif()
 
 function(ivrexa_avisos objetivo)
     if(MSVC)
-        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:/W4;/WX>)
+        set(avisos /W4 $<$<BOOL:${IVREXA_AVISOS_SON_ERRORES}>:/WX>)
     else()
-        target_compile_options(${objetivo} PRIVATE $<$<COMPILE_LANGUAGE:C,CXX>:-Wall;-Wextra;-Werror>)
+        set(avisos -Wall -Wextra $<$<BOOL:${IVREXA_AVISOS_SON_ERRORES}>:-Werror>)
     endif()
+    target_compile_options(${objetivo} PRIVATE "$<$<COMPILE_LANGUAGE:C,CXX>:${avisos}>")
 endfunction()
 
 # Code of the library: it may count on nothing that a C or C++ runtime sets up, so it has no exceptions, no

@@ -73,11 +73,11 @@ if(Python3_FOUND)
     list(APPEND IVREXA_SBOM_UTILES "Python|${Python3_VERSION}|")
 endif()
 
-file(CONFIGURE OUTPUT ${CMAKE_BINARY_DIR}/generado/paquete/sbom_datos.cmake @ONLY CONTENT [[
+file(CONFIGURE OUTPUT ${PROJECT_BINARY_DIR}/generado/paquete/sbom_datos.cmake @ONLY CONTENT [[
 set(IVREXA_VERSION "@PROJECT_VERSION@")
 set(IVREXA_SBOM_FICHERO "share/doc/ivrexa/ivrexa.spdx.json")
 set(IVREXA_SBOM_PIEZAS "@IVREXA_SBOM_PIEZAS@")
 set(IVREXA_SBOM_UTILES "@IVREXA_SBOM_UTILES@")
 ]])
-install(SCRIPT ${CMAKE_BINARY_DIR}/generado/paquete/sbom_datos.cmake)
+install(SCRIPT ${PROJECT_BINARY_DIR}/generado/paquete/sbom_datos.cmake)
 install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/escribe_sbom.cmake)

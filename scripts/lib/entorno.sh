@@ -285,11 +285,13 @@ compila()
 # Configures the whole project, or what REQUISITOS is enough for.
 configura_todo()
 {
-    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_PRUEBAS=ON -DIVREXA_HERRAMIENTAS=ON -DIVREXA_BANCO=ON
+    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_EJEMPLOS=ON -DIVREXA_PRUEBAS=ON -DIVREXA_HERRAMIENTAS=ON \
+        -DIVREXA_BANCO=ON -DIVREXA_INSTALA=ON -DIVREXA_GO=ON -DIVREXA_RUST=ON
 }
 configura_lo_basico()
 {
-    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_PRUEBAS=OFF -DIVREXA_HERRAMIENTAS=OFF -DIVREXA_BANCO=OFF
+    configura "$RAIZ" mingw "$CONSTRUCCION" -DIVREXA_EJEMPLOS=ON -DIVREXA_PRUEBAS=OFF -DIVREXA_HERRAMIENTAS=OFF \
+        -DIVREXA_BANCO=OFF
 }
 
 # Configures the whole project and builds these targets of it, or all.

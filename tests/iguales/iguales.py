@@ -86,7 +86,7 @@ def orden_nombra(opciones):
         for carpeta in (opciones.fuente, opciones.carpeta):
             for nombre in {str(carpeta), str(carpeta).replace("/", "\\")}:
                 for cifrado in ("utf-8", "utf-16-le"):
-                    hallada = re.search(re.escape(nombre.encode(cifrado)) + rb"(?![\w.-])", datos)
+                    hallada = re.search(rb"(?<![\w./-])" + re.escape(nombre.encode(cifrado)) + rb"(?![\w.-])", datos)
                     if hallada:
                         halladas.append(f"{producto}: offset {hallada.start()} (0x{hallada.start():x}) has {nombre}")
     if halladas:

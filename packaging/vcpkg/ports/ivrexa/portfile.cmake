@@ -14,6 +14,8 @@ vcpkg_cmake_configure(SOURCE_PATH "${SOURCE_PATH}"
         -DIVREXA_EJEMPLOS=OFF
         -DIVREXA_BANCO=OFF
         -DIVREXA_INSTALA=ON
+        -DIVREXA_OTRA_IMPORTACION=OFF
+        -DIVREXA_AVISOS_SON_ERRORES=OFF
         "-DIVREXA_TERCEROS=${CURRENT_INSTALLED_DIR}/include")
 vcpkg_cmake_install()
 vcpkg_cmake_config_fixup(PACKAGE_NAME ivrexa CONFIG_PATH lib/cmake/ivrexa)
