@@ -1,5 +1,7 @@
 """The raw layer for Rust: bindings/rust/src/raw.rs. See genera.py."""
 
+from lista import frase
+
 FICHERO = 'bindings/rust/src/raw.rs'
 
 ENTRA = {
@@ -45,8 +47,6 @@ def tipo_parametro(parametro):
     return '*mut ' + rust
 
 
-
-
 def documenta(texto, sangria='', marca='///'):
     lineas, linea = [], sangria + marca
     for palabra in texto.split():
@@ -60,12 +60,12 @@ def documenta(texto, sangria='', marca='///'):
 def constantes(lista):
     lineas = []
     for c in lista['constants']:
-        lineas += [''] + documenta(c['meaning'] + '.')
+        lineas += [''] + documenta(frase(c['meaning']))
         lineas.append(f"pub const {c['name']}: {ENTRA[c['type']]} = {c['value']};")
     for enum in lista['enums']:
         lineas += [''] + documenta(enum['meaning'], marca='//')
         for valor in enum['values']:
-            lineas += documenta(valor['meaning'] + '.')
+            lineas += documenta(frase(valor['meaning']))
             lineas.append(f"pub const {valor['name']}: u32 = {valor['value']};")
     return lineas
 
@@ -83,7 +83,7 @@ def registro(r):
     lineas += ['#[repr(C, packed)]' if r['packed'] else '#[repr(C)]', '#[derive(Clone, Copy)]',
                f"pub struct {r['name']} {{"]
     for campo in r['fields']:
-        lineas += documenta(f"At {campo['offset']}: {campo['meaning']}.", '    ')
+        lineas += documenta(frase(f"At {campo['offset']}: {campo['meaning']}"), '    ')
         lineas.append(f"    pub {campo['name']}: {tipo_campo(campo)},")
     return lineas + ['}']
 

@@ -23,8 +23,13 @@ CLAVES_PARAMETRO = {
     "name", "c", "type", "direction", "nullable", "items_nullable", "longest", "room", "count", "ownership", "enum",
     "record", "callback", "meaning",
 }
-CLAVES_RESULTADO = {"c", "type", "nullable", "unaligned", "count", "ownership", "enum", "meaning"}
+CLAVES_RESULTADO = {"c", "type", "nullable", "items_nullable", "unaligned", "count", "ownership", "enum", "meaning"}
 CLAVES_CAMPO = {"name", "c", "type", "offset", "size", "nullable", "ownership", "record", "items", "meaning"}
+
+
+def frase(texto):
+    """A meaning as a sentence of its own."""
+    return texto if texto.endswith((".", "?")) else texto + "."
 
 
 class MalaLista(Exception):

@@ -18,7 +18,8 @@ namespace Ivrexa
         public string Name { get; internal set; }
         public tipoDato Type { get; internal set; }
         /// <summary>byte, ushort, uint, double, IntPtr (a window), byte[], string or string[]; null for a null text and
-        /// for wide texts in an array, which do not come back.</summary>
+        /// for wide texts in an array, which do not come back. So is an ANSI text in an array that its writer put
+        /// outside the content.</summary>
         public object Content { get; internal set; }
     }
 
@@ -27,15 +28,17 @@ namespace Ivrexa
     {
         readonly List<Value> m_values = new List<Value>();
 
+        // The count is the writer's word, and so is each type: the first that is none ends it.
         internal Values(IntPtr container)
         {
             uint count = Native.ivrexa_numero_valores(container);
-            for (uint i = 0; i < count; i++)
-                m_values.Add(new Value {
-                    Name = Texts.FromAnsi(Native.ivrexa_nombre_valor(container, i)),
-                    Type = (tipoDato)Native.ivrexa_tipoDato(container, i),
-                    Content = Read(container, i)
-                });
+            for (uint i = 0; i < count; i++) {
+                tipoDato type = (tipoDato)Native.ivrexa_tipoDato(container, i);
+                if (type == tipoDato.ivrexa_tipoDato_desconocido || type > tipoDato.ivrexa_tipoDato_arr_cadenas_unicode)
+                    break;
+                string name = Texts.FromAnsi(Native.ivrexa_nombre_valor(container, i));
+                m_values.Add(new Value { Name = name, Type = type, Content = Read(container, i, type) });
+            }
         }
 
         public int Count { get { return m_values.Count; } }
@@ -77,10 +80,10 @@ namespace Ivrexa
             }
         }
 
-        static object Read(IntPtr container, uint i)
+        static object Read(IntPtr container, uint i, tipoDato type)
         {
             uint size = 0;
-            switch ((tipoDato)Native.ivrexa_tipoDato(container, i)) {
+            switch (type) {
             case tipoDato.ivrexa_tipoDato_byte:
                 return Native.ivrexa_dame_byte(container, i);
             case tipoDato.ivrexa_tipoDato_ushort:
@@ -275,7 +278,7 @@ namespace Ivrexa
         // Functions that the library may call until the session ends.
         static readonly List<Delegate> s_kept = new List<Delegate>();
 
-        /// <summary>Told of an exception that a handler let escape. It must throw none itself.</summary>
+        /// <summary>Told of an exception that a handler let escape. One of its own goes nowhere.</summary>
         public static event Action<Exception> HandlerFailed;
 
         /// <summary>Ends this program's registration; not from a handler.</summary>
@@ -294,11 +297,18 @@ namespace Ivrexa
             return function;
         }
 
+        // The library waits for the function that failed, so nothing leaves this.
         internal static void Failed(Exception failure)
         {
             Action<Exception> told = HandlerFailed;
-            if (told != null)
-                told(failure);
+            if (told == null)
+                return;
+            foreach (Delegate one in told.GetInvocationList()) {
+                try {
+                    ((Action<Exception>)one)(failure);
+                } catch (Exception) {
+                }
+            }
         }
     }
 
@@ -357,7 +367,9 @@ namespace Ivrexa
         {
             char[] text1 = new char[64], text2 = new char[256], text3 = new char[256];
             uint block = 0;
-            Native.ivrexa_get_datos_entrada_comando(command.Service, command.Id, ref block, text1, text2, text3);
+            if (Native.ivrexa_get_datos_entrada_comando(command.Service, command.Id, ref block, text1, text2, text3) !=
+                Native.CIERTO)
+                throw new InvalidOperationException("the command's texts could not be read");
             command.Texts = new[] { Texts.FromRoom(text1), Texts.FromRoom(text2), Texts.FromRoom(text3) };
             command.Input = input == IntPtr.Zero ? null : new Values(input);
         }
@@ -368,8 +380,9 @@ namespace Ivrexa
             uint block = command.Output == null ? 0 : command.Output.Block;
             if (command.Output != null && block == 0)
                 block = command.Output.Store();
-            Native.ivrexa_set_datos_salida_comando(command.Service, command.Id, block, command.Answers[0],
-                                                   command.Answers[1], command.Answers[2]);
+            if (Native.ivrexa_set_datos_salida_comando(command.Service, command.Id, block, command.Answers[0],
+                                                       command.Answers[1], command.Answers[2]) != Native.CIERTO)
+                throw new InvalidOperationException("the command could not be answered");
             if (command.Output != null)
                 context.datos_salida = command.Output.Release();
         }
@@ -461,8 +474,9 @@ namespace Ivrexa
                     });
                 } catch (Exception failure) {
                     Session.Failed(failure);
+                } finally {
+                    Native.ivrexa_procesada_notificacion(service); // the server waits for it
                 }
-                Native.ivrexa_procesada_notificacion(service);
             };
         }
     }

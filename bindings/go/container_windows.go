@@ -22,20 +22,31 @@ func (d *Data) store(service *byte, isInput bool) (raw.Comdat, uint32, error) {
 		create = raw.CreaDatosComandoEntrada
 	}
 	container := create(service)
+	stored := false
+	defer func() {
+		if !stored {
+			raw.DestruyeDatosComando(container)
+		}
+	}()
 	for i := range d.values {
-		d.values[i].write(container)
+		if err := d.values[i].write(container); err != nil {
+			return 0, 0, err
+		}
 	}
 	block := raw.GuardaDatos(container)
 	if block == 0 {
-		raw.DestruyeDatosComando(container)
 		return 0, 0, fmt.Errorf("%w: there is no room for it, or nobody offers the service", ErrData)
 	}
+	stored = true
 	return container, block, nil
 }
 
-func (v *Value) write(container raw.Comdat) {
-	ansi, _ := toANSI(v.Name, longestName) // add has refused what does not fit
-	name := &ansi[0]
+// write refuses what add never lets in, but what may have been read: of that, another program has the say.
+func (v *Value) write(container raw.Comdat) error {
+	if len(v.name) == 0 || len(v.name)-1 > longestName {
+		return fmt.Errorf("%w: a name of %d ANSI characters, and %d is the most", ErrData, len(v.name)-1, longestName)
+	}
+	name := &v.name[0]
 	switch v.Type {
 	case Byte:
 		raw.GrabaByte(container, name, uint8(v.number))
@@ -59,7 +70,10 @@ func (v *Value) write(container raw.Comdat) {
 		raw.GrabaCadenaUnicode(container, name, v.wide())
 	case ANSIList:
 		v.writeList(container, name)
+	default:
+		return fmt.Errorf("%w: value %q was read and cannot be written", ErrData, v.Name)
 	}
+	return nil
 }
 
 func (v *Value) ansi() *byte {
@@ -86,18 +100,24 @@ func (v *Value) writeList(container raw.Comdat, name *byte) {
 }
 
 // readData copies all values of a container, once and in the order written: so the library never compares a number
-// with the place of another value, and makes each array once.
+// with the place of another value, and makes each array once. The count is the writer's word, and so is each type: the
+// first that is none ends it.
 func readData(container raw.Comdat) *Data {
 	d := new(Data)
 	count := raw.NumeroValores(container)
 	for pos := uint32(0); pos < count; pos++ {
-		d.values = append(d.values, readValue(container, pos))
+		t := Type(raw.TipoDato(container, pos))
+		if t == Unknown || t > WideList {
+			break
+		}
+		d.values = append(d.values, readValue(container, pos, t))
 	}
 	return d
 }
 
-func readValue(container raw.Comdat, pos uint32) Value {
-	v := Value{Name: ansiAt(raw.NombreValor(container, pos)), Type: Type(raw.TipoDato(container, pos))}
+func readValue(container raw.Comdat, pos uint32, t Type) Value {
+	name := copyANSI(raw.NombreValor(container, pos))
+	v := Value{Name: fromANSI(name), Type: t, name: name}
 	switch v.Type {
 	case Byte:
 		v.number = uint64(raw.DameByte(container, pos))
@@ -121,8 +141,7 @@ func readValue(container raw.Comdat, pos uint32) Value {
 		}
 	case ANSIList:
 		v.readANSIList(container, pos)
-	case WideList:
-		v.readWideList(container, pos)
+	case WideList: // what the library gives for one is nothing that was written
 	}
 	return v
 }
@@ -156,19 +175,11 @@ func (v *Value) readANSIList(container raw.Comdat, pos uint32) {
 	}
 }
 
-func (v *Value) readWideList(container raw.Comdat, pos uint32) {
-	n := uint32(0)
-	texts := raw.DameArrCadenasUnicode(container, pos, &n)
-	if texts == nil {
-		return
-	}
-	for _, text := range unsafe.Slice((*unsafe.Pointer)(texts), n) {
-		v.texts = append(v.texts, wideAt(text))
-	}
-}
-
-// copyANSI copies a text with its NUL.
+// copyANSI copies a text with its NUL; that alone where there is no text.
 func copyANSI(text *byte) []byte {
+	if text == nil {
+		return []byte{0}
+	}
 	n := 0
 	for *(*byte)(unsafe.Add(unsafe.Pointer(text), n)) != 0 {
 		n++

@@ -8,7 +8,8 @@ import (
 // Type is the type of a value.
 type Type uint32
 
-// Types of values. The library's arrays of wide texts do not come back to any reader, so there is none to write here.
+// Types of values. The library's arrays of wide texts do not come back to any reader: one that was read is empty, and
+// there is none to write here. Unknown is what At gives where there is no value.
 const (
 	Unknown  Type = 0
 	Byte     Type = 1
@@ -31,6 +32,7 @@ type Value struct {
 	Type Type
 	Null bool // a text that is not there, rather than an empty one
 
+	name   []byte // as it stands, its NUL included
 	number uint64 // also the bits of a double
 	bytes  []byte // also an ANSI text as it stands, its NUL included
 	text   string
@@ -66,10 +68,12 @@ func (d *Data) add(v Value, size int) {
 	if d.err != nil {
 		return
 	}
-	if _, err := toANSI(v.Name, longestName); err != nil {
+	name, err := toANSI(v.Name, longestName)
+	if err != nil {
 		d.err = fmt.Errorf("name of value %d: %w", len(d.values), err)
 		return
 	}
+	v.name = name
 	d.size += uint64(size) + 600 // more than a name and the format's own fields take
 	if d.size > math.MaxUint32 {
 		d.err = fmt.Errorf("%w: value %q brings it past 4 GiB", ErrData, v.Name)

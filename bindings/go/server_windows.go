@@ -27,7 +27,8 @@ type Answer struct {
 }
 
 // Handler carries out a command. An error is what the client gets as its result: a Result its number, ErrCancelled
-// ResultCancelled, any other ResultError; no text of it travels. A panic is ResultError.
+// ResultCancelled, any other ResultError; no text of it travels. ResultOK as an error is an empty answer. A panic is
+// ResultError.
 //
 // It runs on the window's thread, or on a thread of the library's without one. Commands on other services may be run
 // from here, but none on a service that has one under way, such as this one. In a session without a window it must not
@@ -74,7 +75,8 @@ func (s *Session) Publish() error {
 	return s.do(raw.TerminadoRegistro)
 }
 
-// Wait returns when a client has asked the server to end: with a window once, without one for each service.
+// Wait returns when a client has asked the server to end: with a window once, without one for each service. With a
+// window the session's services go on until Close.
 func (s *Session) Wait() {
 	if s.window != nil {
 		<-s.window.quit
@@ -116,6 +118,9 @@ func (o *offer) run(handler Handler, service *byte, command uint32, context *raw
 		return ResultError
 	}
 	answer, err := handler(request)
+	if err != nil && resultOf(err) == ResultOK { // the client takes texts and data: not those of an earlier command
+		answer, err = nil, nil
+	}
 	if err == nil {
 		err = answer.give(service, command, context)
 	}

@@ -92,13 +92,9 @@ func fromANSI(ansi []byte) string {
 	return string(utf16.Decode(wide[:n]))
 }
 
-// ansiAt copies a text of the library's.
+// ansiAt copies a text of the library's. In an array there is none where the writer put it outside the content: "".
 func ansiAt(text *byte) string {
-	n := 0
-	for *(*byte)(unsafe.Add(unsafe.Pointer(text), n)) != 0 {
-		n++
-	}
-	return fromANSI(unsafe.Slice(text, n))
+	return fromANSI(copyANSI(text))
 }
 
 // wideAt copies a wide text of the library's, which may lie at an odd address.

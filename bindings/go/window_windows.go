@@ -3,6 +3,7 @@ package ivrexa
 import (
 	"errors"
 	"runtime"
+	"sync"
 	"syscall"
 	"time"
 	"unsafe"
@@ -17,7 +18,6 @@ var (
 	procGetMessageW      = user32.NewProc("GetMessageW")
 	procDispatchMessageW = user32.NewProc("DispatchMessageW")
 	procPostThreadMsgW   = user32.NewProc("PostThreadMessageW")
-	procPostQuitMessage  = user32.NewProc("PostQuitMessage")
 	procPeekMessageW     = user32.NewProc("PeekMessageW")
 	procGetThreadID      = kernel32.NewProc("GetCurrentThreadId")
 )
@@ -38,10 +38,12 @@ type message struct {
 
 // window is a window that is never shown, with the thread it belongs to.
 type window struct {
-	hwnd   raw.Hwnd
-	thread uintptr
-	calls  chan func()
-	quit   chan struct{} // closed when the loop got WM_QUIT: the server was asked to end
+	hwnd    raw.Hwnd
+	thread  uintptr
+	calls   chan func()
+	quit    chan struct{} // closed when the loop got WM_QUIT: the server was asked to end
+	told    sync.Once     // quit is closed
+	closing bool          // of the window's thread alone
 }
 
 func newWindow() (*window, error) {
@@ -51,10 +53,10 @@ func newWindow() (*window, error) {
 	return w, <-made
 }
 
-// run keeps its goroutine on one thread, since a window's messages come to the thread that made it.
+// run keeps its goroutine on one thread, since a window's messages come to the thread that made it. Nobody else gets
+// that thread afterwards, for it is never unlocked: a second WM_QUIT may still be in its queue.
 func (w *window) run(made chan<- error) {
 	runtime.LockOSThread()
-	defer runtime.UnlockOSThread()
 	class, title := [...]uint16{'S', 'T', 'A', 'T', 'I', 'C', 0}, [...]uint16{0}
 	hwnd, _, err := procCreateWindowExW.Call(0, uintptr(unsafe.Pointer(&class[0])), uintptr(unsafe.Pointer(&title[0])),
 		popup, 0, 0, 1, 1, 0, 0, 0, 0)
@@ -68,20 +70,19 @@ func (w *window) run(made chan<- error) {
 	procPeekMessageW.Call(uintptr(unsafe.Pointer(&msg)), 0, 0, 0, 0) // the thread has a queue of messages from now on
 	made <- nil
 	w.loop()
-	for call := range w.calls { // told to end; until the session closes
-		call()
-	}
 	procDestroyWindow.Call(hwnd)
 }
 
-// loop dispatches until WM_QUIT. What came as a message of the thread stands for a call.
+// loop dispatches until the session closes: WM_QUIT is for one service, and clients of others may wait for an answer.
+// What came as a message of the thread stands for a call.
 func (w *window) loop() {
-	defer close(w.quit)
-	for {
+	defer w.tellQuit()
+	for !w.closing {
 		var msg message
 		r, _, _ := procGetMessageW.Call(uintptr(unsafe.Pointer(&msg)), 0, 0, 0)
 		if int32(r) <= 0 {
-			return
+			w.tellQuit()
+			continue
 		}
 		if msg.hwnd == 0 && msg.id == doCalls {
 			w.takeCalls()
@@ -91,13 +92,14 @@ func (w *window) loop() {
 	}
 }
 
+func (w *window) tellQuit() {
+	w.told.Do(func() { close(w.quit) })
+}
+
 func (w *window) takeCalls() {
 	for {
 		select {
-		case call, ok := <-w.calls:
-			if !ok {
-				return
-			}
+		case call := <-w.calls:
 			call()
 		default:
 			return
@@ -118,7 +120,7 @@ func (w *window) do(call func()) {
 		call()
 	}
 	for {
-		procPostThreadMsgW.Call(w.thread, doCalls, 0, 0) // of no effect, and not needed, once the loop has ended
+		procPostThreadMsgW.Call(w.thread, doCalls, 0, 0)
 		select {
 		case <-done:
 			return
@@ -129,6 +131,5 @@ func (w *window) do(call func()) {
 
 // close ends the thread.
 func (w *window) close() {
-	w.do(func() { procPostQuitMessage.Call(0) })
-	close(w.calls)
+	w.do(func() { w.closing = true })
 }

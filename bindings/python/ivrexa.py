@@ -2,7 +2,7 @@
 library would cut them, functions that are kept alive, exceptions that stay in this program.
 
     import ivrexa
-    session = ivrexa.Session()                                  # loads ivrexa.dll
+    session = ivrexa.Session()                                  # loads the ivrexa.dll beside this file
     session.register_client("client.py", None, "Calc")
     answer = session.execute("Calc", 100, [("a", ivrexa.ULONG, 40), ("b", ivrexa.ULONG, 2)])
     print(answer.result, answer.output["total"].content, answer.texts[0])
@@ -15,6 +15,7 @@ Windows are numbers. ANSI texts are str in the code page of Windows ("mbcs").
 import ctypes
 import threading
 import time
+from pathlib import Path
 from typing import NamedTuple
 
 import ivrexa_raw as raw
@@ -36,12 +37,13 @@ ERROR = raw.ivrexa_resultado_ERROR
 
 NUMBERS = {BYTE: ("byte", 0xFF), USHORT: ("ushort", 0xFFFF), ULONG: ("ulong", 0xFFFFFFFF)}
 FIELDS = (63, 255, 255)  # characters of the three texts that arrive
+DLL = str(Path(__file__).absolute().with_name(raw.DLL))  # Windows searches for a bare name elsewhere, if at all
 FIRST_HEARTBEAT_S = 2.5  # a server without a window may take a client for dead whose heartbeat has not begun
 
 
 class Value(NamedTuple):
     """One value of command data. `content` is None for a null text and for wide texts in an array, which the format
-    does not bring back."""
+    does not bring back; so is an ANSI text in an array that its writer put outside the content."""
 
     name: str
     type: int
@@ -129,9 +131,10 @@ def wide_at(address):
 
 
 class Session:
-    """The library in this process. `on_failure` is told of an exception that a handler let escape."""
+    """The library in this process. `path` is that of the DLL, in full. `on_failure` is told of an exception that a
+    handler let escape; one of its own goes nowhere."""
 
-    def __init__(self, path=raw.DLL, on_failure=None, loader=ctypes.CDLL, encoding="mbcs"):
+    def __init__(self, path=DLL, on_failure=None, loader=ctypes.CDLL, encoding="mbcs"):
         self.dll = raw.declare(loader(path))
         self.on_failure = on_failure or (lambda failure: None)
         self.encoding = encoding
@@ -237,7 +240,15 @@ class Session:
         return ansi(path, 255, 1, self.encoding)
 
     def _text(self, coded):
-        return None if coded is None else coded.decode(self.encoding)
+        """Another program wrote it: what is no character becomes a mark."""
+        return None if coded is None else coded.decode(self.encoding, "replace")
+
+    def _failed(self, failure):
+        """The library waits for the function that failed, so nothing leaves this."""
+        try:
+            self.on_failure(failure)
+        except BaseException:  # pylint: disable=broad-except
+            pass
 
     def _destroy(self, container):
         if container:
@@ -271,7 +282,8 @@ class Session:
         elif type_ == WINDOW:
             dll.ivrexa_graba_hwnd(container, name, content)
         elif type_ == BUFFER:
-            dll.ivrexa_graba_buffer(container, name, bytes(content), len(content))
+            coded = bytes(memoryview(content))
+            dll.ivrexa_graba_buffer(container, name, coded, len(coded))
         elif type_ == ANSI:
             dll.ivrexa_graba_cadena_ansi(container, name, ansi(content, encoding=self.encoding))
         elif type_ == TEXT:
@@ -283,13 +295,15 @@ class Session:
             raise ValueError(f"no value of type {type_} can be written; arrays of wide texts do not come back")
 
     def _values(self, container):
-        count = self.dll.ivrexa_numero_valores(container)
-        return Values(self._value(container, position) for position in range(count))
-
-    def _value(self, container, position):
-        type_ = self.dll.ivrexa_tipoDato(container, position)
-        name = self._text(self.dll.ivrexa_nombre_valor(container, position))
-        return Value(name, type_, self._content(container, position, type_))
+        """The count is the writer's word, and so is each type: the first that is none ends it."""
+        values = Values()
+        for position in range(self.dll.ivrexa_numero_valores(container)):
+            type_ = self.dll.ivrexa_tipoDato(container, position)
+            if not BYTE <= type_ <= raw.ivrexa_tipoDato_arr_cadenas_unicode:
+                break
+            name = self._text(self.dll.ivrexa_nombre_valor(container, position))
+            values.append(Value(name, type_, self._content(container, position, type_)))
+        return values
 
     def _content(self, container, position, type_):
         dll, size = self.dll, ctypes.c_uint32(0)
@@ -316,17 +330,19 @@ class Session:
         """The command function: no exception leaves it, and it answers in any case, so that no former answer stays."""
         try:
             texts = [ctypes.create_unicode_buffer(longest + 1) for longest in FIELDS]
-            self.dll.ivrexa_get_datos_entrada_comando(service, id_, None, *texts)
+            if self.dll.ivrexa_get_datos_entrada_comando(service, id_, None, *texts) != raw.CIERTO:
+                raise OSError("the command's texts could not be read")
             at = context.contents
             values = self._values(at.datos_entrada) if at.datos_entrada else None
             command = Command(self._text(service), id_, at.hwnd_cliente, values, tuple(text.value for text in texts))
             result = int(handler(command))
             container, block = self._store(command.service, command.output, self.dll.ivrexa_crea_datos_comando_salida)
             at.datos_salida = container  # the library's from here on
-            self.dll.ivrexa_set_datos_salida_comando(service, id_, block, *command.answers)
+            if self.dll.ivrexa_set_datos_salida_comando(service, id_, block, *command.answers) != raw.CIERTO:
+                raise OSError("the command could not be answered")
             return result
         except BaseException as failure:  # pylint: disable=broad-except
-            self.on_failure(failure)
+            self._failed(failure)
             return ERROR
 
     def _notified(self, handler, window_thread, service, client, datum):
@@ -338,5 +354,6 @@ class Session:
             name = self._text(service)
             handler(Notification(name, client, datum, self.read(name, block, False)))
         except BaseException as failure:  # pylint: disable=broad-except
-            self.on_failure(failure)
-        self.dll.ivrexa_procesada_notificacion(service)
+            self._failed(failure)
+        finally:
+            self.dll.ivrexa_procesada_notificacion(service)  # the server waits for it

@@ -12,6 +12,7 @@ SISTEMA = "#include <stddef.h>\n#include <stdint.h>\n"
 PROPIO = '#include "ivrexa.h"\n'
 OPACOS = {"ivrexa_hwnd": "struct HWND__ *", "comdat": "struct comdat"}
 MACROS_SIN_VALOR = {"IVREXA_API"}
+SIN_COSA = {"RecordDecl", "StaticAssertDecl", "EmptyDecl"}  # records without content, and what declares nothing
 
 
 def clang(compilador, destino, carpeta, fuente, *opciones):
@@ -80,7 +81,7 @@ def lee_cabecera(compilador, destino, carpeta):
     nodos = [nodo for nodo in declaraciones(compilador, destino, carpeta, PROPIO)
              if "name" not in nodo or nodo["name"] not in del_sistema]
     texto = (Path(carpeta) / "ivrexa.h").read_text(encoding="utf-8")
-    hechos = {"functions": {}, "callbacks": {}, "enums": {}, "records": {}, "opaque": {}, "types": set()}
+    hechos = {"functions": {}, "callbacks": {}, "enums": {}, "records": {}, "opaque": {}, "types": set(), "others": []}
     for nodo in nodos:
         nombre = nodo.get("name")
         if nodo["kind"] == "FunctionDecl":
@@ -99,6 +100,8 @@ def lee_cabecera(compilador, destino, carpeta):
                 hechos["opaque"][nombre] = tipo
             else:
                 hechos["types"].add(nombre)
+        elif nodo["kind"] not in SIN_COSA:
+            hechos["others"].append(f"{nodo['kind']} {nombre}")
     hechos["macros"] = lee_macros(compilador, destino, carpeta)
     hechos["values"] = mide(compilador, destino, carpeta, expresiones(hechos))
     return hechos
@@ -217,6 +220,7 @@ def compara_los_demas(lista, hechos):
     diferencias = []
     compara(diferencias, "opaque types", OPACOS, hechos["opaque"])
     conocidos = {enumerado["name"] for enumerado in lista["enums"] if enumerado["name"]}
+    compara(diferencias, "other declarations", [], hechos["others"])
     compara_nombres(diferencias, "type", conocidos | set(por_nombre(lista["records"])), hechos["types"])
     return diferencias
 

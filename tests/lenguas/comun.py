@@ -2,6 +2,7 @@
 
 import copy
 import os
+import subprocess
 import sys
 import unittest
 from pathlib import Path
@@ -20,6 +21,23 @@ MONO = os.environ.get("IVREXA_MONO", "mono")
 
 def lista():
     return m_lista.carga(RAIZ / "bindings" / "ivrexa.json")
+
+
+def corre(*orden):
+    """Runs a program, and gives what it said."""
+    orden = list(map(str, orden))
+    hecho = subprocess.run(orden, capture_output=True, text=True, encoding="utf-8", timeout=100, check=False)
+    if hecho.returncode != 0:
+        raise AssertionError(f"{' '.join(orden)}\nends with {hecho.returncode}\n{hecho.stdout}{hecho.stderr}")
+    return hecho.stdout + hecho.stderr
+
+
+def compila_falsa(carpeta, *opciones):
+    """The stand-in for the library in C, as a library of Linux."""
+    falsa = Path(carpeta) / "libfalsa.so"
+    corre(CLANG, "-shared", "-fPIC", "-std=gnu11", "-Wall", "-Wextra", "-Werror", "-pthread", *opciones, "-I",
+          RAIZ / "include", RAIZ / "tests" / "lenguas" / "csharp" / "falsa.c", "-o", falsa)
+    return falsa
 
 
 def otra(original, cambia):

@@ -1,7 +1,6 @@
 """bindings/csharp: compiled by mcs without a warning, its declarations against the list, and a conversation with a
 stand-in for the library. Mono runs these on Linux; nothing here runs with ivrexa.dll."""
 
-import subprocess
 import tempfile
 import unittest
 from pathlib import Path
@@ -20,14 +19,6 @@ ENTRA = {
     "const wchar_t *const *": "String[]/LPArray/LPWStr", "wchar_t *": "Char[]/LPArray", "char *": "Byte[]/LPArray",
     "uint32_t *": "UInt32&", "uint16_t *": "UInt16&",
 }
-
-
-def corre(*orden):
-    orden = list(map(str, orden))
-    hecho = subprocess.run(orden, capture_output=True, text=True, encoding="utf-8", timeout=100, check=False)
-    if hecho.returncode != 0:
-        raise AssertionError(f"{' '.join(orden)}\nends with {hecho.returncode}\n{hecho.stdout}{hecho.stderr}")
-    return hecho.stdout + hecho.stderr
 
 
 def vuelve(cosa):
@@ -57,13 +48,13 @@ class CsharpTest(unittest.TestCase):
 
     def compila(self, *fuentes, es_biblioteca=False):
         programa = self.aparte / ("capa.dll" if es_biblioteca else "programa.exe")
-        corre(comun.MCS, "-warnaserror", "-warn:4", "-platform:x64",
+        comun.corre(comun.MCS, "-warnaserror", "-warn:4", "-platform:x64",
               f"-target:{'library' if es_biblioteca else 'exe'}", f"-out:{programa}", *fuentes)
         return programa
 
     def hechos(self):
         """Lines of Hechos.cs, by their first word."""
-        salida = corre(comun.MONO, self.compila(*CAPA, PRUEBAS / "Hechos.cs"))
+        salida = comun.corre(comun.MONO, self.compila(*CAPA, PRUEBAS / "Hechos.cs"))
         hechos = {}
         for linea in salida.splitlines():
             palabra, resto = linea.split("\t", 1)
@@ -116,12 +107,10 @@ class CsharpTest(unittest.TestCase):
 
     def caso_lo_que_se_manda_vuelve_y_lo_que_se_cortaria_se_rehusa(self):
         programa = self.compila(*CAPA, PRUEBAS / "Conversa.cs")
-        falsa = self.aparte / "libfalsa.so"
-        corre(comun.CLANG, "-shared", "-fPIC", "-fshort-wchar", "-std=gnu11", "-Wall", "-Wextra", "-Werror", "-pthread",
-              "-I", comun.RAIZ / "include", PRUEBAS / "falsa.c", "-o", falsa)
+        falsa = comun.compila_falsa(self.aparte, "-fshort-wchar")
         programa.with_name("programa.exe.config").write_text(
             f'<configuration><dllmap dll="ivrexa.dll" target="{falsa}"/></configuration>', encoding="utf-8")
-        salida = corre(comun.MONO, programa)
+        salida = comun.corre(comun.MONO, programa)
         self.assertTrue(salida.endswith("all came back\n"), salida)
         self.assertEqual(salida.count("refused: "), 9, salida)
 

@@ -155,6 +155,8 @@ class ListaTest(unittest.TestCase):
              "otro_tipo is in the header"),
             ("ivrexa.h", "ivrexa_ventana_TRAE_SERVIDOR = 2,", "ivrexa_ventana_TRAE_SERVIDOR = 2, OTRA_VENTANA = 8,",
              "constant OTRA_VENTANA is in the header"),
+            ("ivrexa.h", "typedef struct comdat comdat;", "typedef struct comdat comdat;\nextern int una_variable;",
+             "VarDecl una_variable"),
         ))
 
     def caso_se_rechaza_una_lista_que_no_guarda_la_forma(self):

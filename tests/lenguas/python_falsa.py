@@ -32,6 +32,7 @@ class Falsa:
         self.textos = (None, None, None)
         self.datos_de_notificacion = 0
         self.siguiente = 1
+        self.de_mas, self.da, self.toma = 0, 1, 1  # values that are not there; what reading and answering give
 
     def __getattr__(self, nombre):
         if not nombre.startswith("ivrexa_"):
@@ -56,6 +57,8 @@ class Falsa:
         clase = nombre.split("_", 2)[2]
         if nombre.startswith("ivrexa_graba_"):
             contenido = list(argumentos[1]) if clase.startswith("arr_") else argumentos[1]
+            if clase == "buffer":
+                contenido = contenido[:argumentos[2]]
             self.contenedores[contenedor].append((clase, argumentos[0], contenido))
             return None
         contenido = self.contenedores[contenedor][argumentos[0]][2]
@@ -101,15 +104,17 @@ class Falsa:
         del self.contenedores[contenedor]
 
     def numero_valores(self, contenedor):
-        return len(self.contenedores[contenedor])
+        return len(self.contenedores[contenedor]) + self.de_mas
 
     def nombre_valor(self, contenedor, indice):
-        return self.contenedores[contenedor][indice][1]
+        valores = self.contenedores[contenedor]
+        return valores[indice][1] if indice < len(valores) else b"?"
 
     def tipoDato(self, contenedor, indice):  # the export's name
         clases = ("", "byte", "ushort", "ulong", "double", "buffer", "cadena_ansi", "cadena_unicode", "hwnd",
-                  "arr_cadenas_ansi")
-        return clases.index(self.contenedores[contenedor][indice][0])
+                  "arr_cadenas_ansi", "arr_cadenas_unicode", "ninguna")
+        valores = self.contenedores[contenedor]
+        return clases.index(valores[indice][0]) if indice < len(valores) else 0
 
     def registra_servidor(self, *argumentos):
         self.comando = argumentos[-1]
@@ -126,11 +131,11 @@ class Falsa:
     def get_datos_entrada_comando(self, _servicio, _id, _bloque, *sitios):
         for sitio, texto in zip(sitios, self.textos):
             sitio.value = texto or ""
-        return 1
+        return self.da
 
     def set_datos_salida_comando(self, _servicio, _id, bloque, *textos):
         self.respuesta = (bloque, textos)
-        return 1
+        return self.toma
 
     def ejecuta_comando(self, servicio, id_comando, _opciones, bloque, *resto):
         self.textos, (salida, *sitios) = resto[:3], resto[3:]

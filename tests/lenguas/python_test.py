@@ -1,8 +1,10 @@
 """bindings/python: what ctypes is told, against the list; and the pleasant layer over a stand-in for the library."""
 
+import array
 import ctypes
 import threading
 import unittest
+from pathlib import Path
 
 import comun
 import ivrexa
@@ -85,7 +87,8 @@ class CapaTest(unittest.TestCase):
         valores = [("b", ivrexa.BYTE, 255), ("u", ivrexa.USHORT, 65535), ("l", ivrexa.ULONG, 0xFFFFFFFF),
                    ("d", ivrexa.DOUBLE, 2.5), ("w", ivrexa.WINDOW, 0x1234567890), ("y", ivrexa.BUFFER, b"\0\1\2"),
                    ("a", ivrexa.ANSI, "año"), ("t", ivrexa.TEXT, "año\u20ac"), ("n", ivrexa.TEXT, None),
-                   ("z", ivrexa.ANSI, None), ("arr", ivrexa.ANSI_ARRAY, ["uno", "", "tres"]), ("año", ivrexa.BYTE, 1)]
+                   ("z", ivrexa.ANSI, None), ("arr", ivrexa.ANSI_ARRAY, ["uno", "", None, "tres"]),
+                   ("año", ivrexa.BYTE, 1)]
         vistos = []
 
         def funcion(command):
@@ -98,9 +101,46 @@ class CapaTest(unittest.TestCase):
         self.assertEqual(vistos, ["Calc", 100, 77, ("uno", "", "año")])
         self.assertEqual(respuesta.result, ivrexa.OK)
         self.assertEqual([tuple(valor) for valor in respuesta.output], valores)
-        self.assertEqual(respuesta.output["arr"].content, ["uno", "", "tres"])
+        self.assertEqual(respuesta.output["arr"].content, ["uno", "", None, "tres"])
         self.assertEqual(respuesta.texts, ("uno", "", "año"))
         self.assertEqual(self.falsa.contenedores, {}, "every container is destroyed")
+
+    def caso_la_biblioteca_es_la_de_al_lado_si_nadie_nombra_otra(self):
+        pedidas = []
+
+        def carga(ruta):
+            pedidas.append(ruta)
+            return self.falsa
+        ivrexa.Session(loader=carga)
+        ivrexa.Session("/otra/ivrexa.dll", loader=carga)
+        propia = comun.RAIZ.absolute() / "bindings" / "python" / "ivrexa.dll"
+        self.assertEqual(pedidas, [str(propia), "/otra/ivrexa.dll"])
+        self.assertTrue(Path(pedidas[0]).is_absolute())
+
+    def lee(self, *valores):
+        """What the layer reads of these, which another program wrote."""
+        contenedor = self.falsa.crea_datos_comando_salida(b"Calc")
+        self.falsa.contenedores[contenedor] = list(valores)
+        return [tuple(valor) for valor in self.sesion.read("Calc", self.falsa.guarda_datos(contenedor), False)]
+
+    def caso_la_cuenta_y_los_tipos_pueden_mentir(self):
+        self.falsa.de_mas = 1000000
+        self.assertEqual(self.lee(("byte", b"b", 7)), [("b", ivrexa.BYTE, 7)])
+        self.falsa.de_mas = 0
+        leidos = self.lee(("arr_cadenas_unicode", b"w", None), ("byte", b"b", 7), ("ninguna", b"x", 1),
+                          ("byte", b"c", 8))
+        self.assertEqual(leidos, [("w", 10, None), ("b", ivrexa.BYTE, 7)])
+
+    def caso_lo_que_no_es_un_caracter_se_marca(self):
+        self.assertEqual(self.lee(("cadena_ansi", b"\x81", b"a\x81o")), [("\ufffd", ivrexa.ANSI, "a\ufffdo")])
+
+    def caso_un_buffer_mide_sus_bytes(self):
+        self.sirve(lambda command: command.answer(command.input) or ivrexa.OK)
+        numeros = array.array("I", [1, 2])
+        respuesta = self.sesion.execute("Calc", 100, [("y", ivrexa.BUFFER, numeros)])
+        self.assertEqual(respuesta.output["y"].content, numeros.tobytes())
+        with self.assertRaises(TypeError):
+            self.sesion.execute("Calc", 100, [("y", ivrexa.BUFFER, 3)])
 
     def caso_sin_datos_no_hay_contenedor_ni_salida(self):
         self.sirve(lambda command: command.input is None and ivrexa.OK)
@@ -112,6 +152,28 @@ class CapaTest(unittest.TestCase):
         self.sirve(lambda command: 1 // 0)
         self.assertEqual(self.sesion.execute("Calc", 100).result, ivrexa.ERROR)
         self.assertIsInstance(self.fallos[0], ZeroDivisionError)
+
+    def caso_si_no_se_lee_o_no_se_contesta_es_un_error(self):
+        self.sirve(lambda command: ivrexa.OK)
+        for da, toma, dicho in ((0, 1, "the command's texts could not be read"),
+                                (1, 0, "the command could not be answered")):
+            self.falsa.da, self.falsa.toma = da, toma
+            self.assertEqual(self.sesion.execute("Calc", 100).result, ivrexa.ERROR)
+            self.assertEqual(str(self.fallos.pop()), dicho)
+
+    def caso_una_excepcion_de_quien_la_oye_no_estorba(self):
+        def oye(fallo):
+            self.fallos.append(fallo)
+            raise RuntimeError
+        self.sesion.on_failure = oye
+        self.sirve(lambda command: 1 // 0)
+        self.assertEqual(self.sesion.execute("Calc", 100).result, ivrexa.ERROR)
+        self.sesion.register_client("cliente", 5, "Calc", lambda notification: 1 // 0)
+        hilo = threading.Thread(target=self.falsa.notificacion, args=(b"Calc", 200, 7))
+        hilo.start()
+        hilo.join(60)
+        self.assertEqual([type(fallo) for fallo in self.fallos], [ZeroDivisionError] * 2)
+        self.assertEqual(self.falsa.dichas[-1], ("ivrexa_procesada_notificacion", b"Calc"))
 
     def caso_rehusa_lo_que_la_biblioteca_cortaria(self):
         self.sirve(lambda command: ivrexa.OK)

@@ -6,6 +6,7 @@
 use std::os::raw::{c_char, c_void};
 use std::ptr;
 
+use crate::data::LONGEST_NAME;
 use crate::raw::*;
 use crate::texts::{ansi_at, to_ansi, to_wide, wide_at};
 use crate::{Data, Error, Value};
@@ -24,7 +25,7 @@ impl Container {
         let create = if is_input { ivrexa_crea_datos_comando_entrada } else { ivrexa_crea_datos_comando_salida };
         let container = Container(unsafe { create(name) });
         for (name, value) in &data.values {
-            container.write(&to_ansi(name, usize::MAX)?, value)?;
+            container.write(&to_ansi(name, LONGEST_NAME)?, value)?; // one that was read may be longer
         }
         match unsafe { ivrexa_guarda_datos(container.0) } {
             0 => Err(Error::Data("there is no room for the data, or nobody offers the service".to_string())),
@@ -55,9 +56,7 @@ impl Container {
                     let pointers: Vec<_> = texts.iter().map(|t| t.as_ptr() as *const c_char).collect();
                     ivrexa_graba_arr_cadenas_ansi(c, name, pointers.as_ptr(), pointers.len() as u32)
                 }
-                Value::Unknown | Value::WideList(_) => {
-                    return Err(Error::Data("a value that was read and cannot be written".to_string()))
-                }
+                Value::WideList => return Err(Error::Data("a value that was read and cannot be written".to_string())),
             }
         }
         Ok(())
@@ -92,18 +91,21 @@ impl Drop for Container {
 }
 
 /// Copies all values, once and in the order written: so the library never compares a number with the place of another
-/// value, and makes each array once.
+/// value, and makes each array once. The count is the writer's word, and so is each type: the first that is none ends
+/// it.
 pub(crate) unsafe fn read(container: *mut comdat) -> Data {
     let mut data = Data::new();
     for pos in 0..ivrexa_numero_valores(container) {
-        let name = ansi_at(ivrexa_nombre_valor(container, pos));
-        data.push_read(name, read_value(container, pos));
+        match read_value(container, pos) {
+            Some(value) => data.push_read(ansi_at(ivrexa_nombre_valor(container, pos)), value),
+            None => break,
+        }
     }
     data
 }
 
-unsafe fn read_value(c: *mut comdat, pos: u32) -> Value {
-    match ivrexa_tipoDato(c, pos) {
+unsafe fn read_value(c: *mut comdat, pos: u32) -> Option<Value> {
+    Some(match ivrexa_tipoDato(c, pos) {
         ivrexa_tipoDato_byte => Value::U8(ivrexa_dame_byte(c, pos)),
         ivrexa_tipoDato_ushort => Value::U16(ivrexa_dame_ushort(c, pos)),
         ivrexa_tipoDato_ulong => Value::U32(ivrexa_dame_ulong(c, pos)),
@@ -121,15 +123,11 @@ unsafe fn read_value(c: *mut comdat, pos: u32) -> Value {
         ivrexa_tipoDato_arr_cadenas_ansi => {
             let mut num = 0;
             let texts = ivrexa_dame_arr_cadenas_ansi(c, pos, &mut num);
-            Value::AnsiList(read_list(texts, num, |text| ansi_at(text)))
+            Value::AnsiList(read_list(texts, num))
         }
-        ivrexa_tipoDato_arr_cadenas_unicode => {
-            let mut num = 0;
-            let texts = ivrexa_dame_arr_cadenas_unicode(c, pos, &mut num);
-            Value::WideList(read_list(texts, num, |text| wide_at(text)))
-        }
-        _ => Value::Unknown,
-    }
+        ivrexa_tipoDato_arr_cadenas_unicode => Value::WideList, // what the library gives is nothing that was written
+        _ => return None,
+    })
 }
 
 unsafe fn read_bytes(c: *mut comdat, pos: u32) -> Vec<u8> {
@@ -141,9 +139,11 @@ unsafe fn read_bytes(c: *mut comdat, pos: u32) -> Vec<u8> {
     std::slice::from_raw_parts(first, size as usize).to_vec()
 }
 
-unsafe fn read_list<T>(texts: *const *const T, num: u32, copy: impl Fn(*const T) -> String) -> Vec<String> {
+/// A text that the writer put outside the content is none: "".
+unsafe fn read_list(texts: *const *const c_char, num: u32) -> Vec<String> {
     if texts.is_null() {
         return Vec::new();
     }
+    let copy = |text: *const c_char| if text.is_null() { String::new() } else { ansi_at(text) };
     (0..num as usize).map(|i| copy(ptr::read_unaligned(texts.add(i)))).collect()
 }

@@ -4,8 +4,6 @@ use crate::Error;
 /// A value of command data. A text that is not there is `None`, rather than an empty one.
 #[derive(Clone, Debug, PartialEq)]
 pub enum Value {
-    /// Of a type that is not known; only read.
-    Unknown,
     U8(u8),
     U16(u16),
     U32(u32),
@@ -15,19 +13,27 @@ pub enum Value {
     Wide(Option<String>),
     Window(usize),
     AnsiList(Vec<String>),
-    /// Only read: the library's arrays of wide texts do not come back to any reader, so none is written.
-    WideList(Vec<String>),
+    /// Wide texts, which do not come back to any reader: only read, and none is written.
+    WideList,
 }
 
 /// The input or the output of a command: named values in an order, found by position from 0 or by name. It lives in
 /// Rust's memory alone.
-#[derive(Clone, Debug, Default, PartialEq)]
+#[derive(Clone, Debug, Default)]
 pub struct Data {
     pub(crate) values: Vec<(String, Value)>,
-    size: u64,
+    /// At least what the values that were added take. Those that were read count nothing.
+    pub(crate) size: u64,
 }
 
-const LONGEST_NAME: usize = 254;
+/// Data is equal if its values are, in their order.
+impl PartialEq for Data {
+    fn eq(&self, other: &Data) -> bool {
+        self.values == other.values
+    }
+}
+
+pub(crate) const LONGEST_NAME: usize = 254;
 
 impl Data {
     pub fn new() -> Data {
@@ -46,7 +52,7 @@ impl Data {
     pub fn add(&mut self, name: &str, value: Value) -> Result<(), Error> {
         to_ansi(name, LONGEST_NAME)?;
         let size = match &value {
-            Value::Unknown | Value::WideList(_) => return Err(Error::Data(format!("value {:?} has no type", name))),
+            Value::WideList => return Err(Error::Data(format!("value {:?} would not come back", name))),
             Value::Bytes(bytes) => bytes.len(),
             Value::Ansi(Some(text)) => to_ansi(text, usize::MAX)?.len(),
             Value::Wide(Some(text)) => 2 * to_wide(text, usize::MAX)?.len(),
@@ -59,10 +65,11 @@ impl Data {
             }
             _ => 8,
         };
-        self.size += size as u64 + 600; // more than a name and the format's own fields take
-        if self.size > u32::MAX as u64 {
+        let size = self.size + size as u64 + 600; // more than a name and the format's own fields take
+        if size > u32::MAX as u64 {
             return Err(Error::Data(format!("value {:?} brings it past 4 GiB", name)));
         }
+        self.size = size;
         self.values.push((name.to_string(), value));
         Ok(())
     }
@@ -119,9 +126,10 @@ impl Data {
         }
     }
 
+    /// The ANSI texts at a position.
     pub fn texts(&self, pos: usize) -> Option<&[String]> {
         match self.get(pos)? {
-            Value::AnsiList(texts) | Value::WideList(texts) => Some(texts),
+            Value::AnsiList(texts) => Some(texts),
             _ => None,
         }
     }

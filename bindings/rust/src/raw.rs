@@ -124,11 +124,11 @@ pub struct iv_mcbase_programa_t {
     pub nombre: [c_char; 256],
     /// At 256: main window; 0: none.
     pub hwnd: u64,
-    /// At 264: is it a server?.
+    /// At 264: is it a server?
     pub es_servidor: u16,
-    /// At 266: is it a client?.
+    /// At 266: is it a client?
     pub es_cliente: u16,
-    /// At 268: is it the monitor?.
+    /// At 268: is it the monitor?
     pub es_monitor: u16,
     /// At 270: heartbeat, one more every 2000 ms.
     pub contador_vivo: u32,
@@ -348,7 +348,7 @@ extern "C" {
     ///
     /// * `comdat`: the container
     /// * `indice`: position, from 0
-    /// * Returns: the name; "?" where there is none
+    /// * Returns: the name; where there is none, "?", which is always there
     pub fn ivrexa_nombre_valor(comdat: *mut comdat, indice: u32) -> *const c_char;
 
     /// Type of a value. Thread: any.
@@ -419,8 +419,8 @@ extern "C" {
     ///
     /// * `comdat`: the container
     /// * `indice`: position, from 0
-    /// * `num_valores`: how many texts
-    /// * Returns: the texts
+    /// * `num_valores`: how many texts; 0 where there are none, or more than the content can hold
+    /// * Returns: the texts; a text outside the content is NULL
     pub fn ivrexa_dame_arr_cadenas_ansi(
         comdat: *mut comdat,
         indice: u32,
@@ -431,8 +431,8 @@ extern "C" {
     ///
     /// * `comdat`: the container
     /// * `indice`: position, from 0
-    /// * `num_valores`: how many texts
-    /// * Returns: the texts
+    /// * `num_valores`: how many texts; 0 where there are none, or more than the content can hold
+    /// * Returns: nothing that was written; what lies outside the content is NULL
     pub fn ivrexa_dame_arr_cadenas_unicode(
         comdat: *mut comdat,
         indice: u32,

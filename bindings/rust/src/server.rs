@@ -38,7 +38,7 @@ pub enum Refusal {
     Refused,
     /// Result 2.
     Cancelled,
-    /// A result of the server's own.
+    /// A result of the server's own. 1 is an answer without data and with empty texts.
     Result(u32),
 }
 
@@ -126,13 +126,21 @@ pub(crate) unsafe extern "C" fn run_command(
         },
         None => ivrexa_resultado_ERROR, // the session closes
     });
-    catch_unwind(run).unwrap_or(ivrexa_resultado_ERROR) as i32
+    let result = catch_unwind(run).unwrap_or_else(|payload| {
+        std::mem::forget(payload); // dropping it might panic in turn
+        ivrexa_resultado_ERROR
+    });
+    result as i32
 }
 
 impl Offer {
     unsafe fn run(&self, service: *const c_char, command: u32, context: *mut comando) -> Result<(), Refusal> {
         let request = self.request(service, command, &*context).ok_or(Refusal::Refused)?;
-        let answer = (self.handler)(&request)?;
+        let answer = match (self.handler)(&request) {
+            // The client takes texts and data: not those of an earlier command.
+            Err(Refusal::Result(number)) if number == ivrexa_resultado_OK => Answer::default(),
+            other => other?,
+        };
         give(&answer, service, command, &mut *context)
     }
 

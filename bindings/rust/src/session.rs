@@ -105,7 +105,8 @@ impl Session {
         self.run(|| unsafe { ivrexa_terminado_registro() })
     }
 
-    /// Returns when a client has asked the server to end: with a window once, without one for each service.
+    /// Returns when a client has asked the server to end: with a window once, without one for each service. With a
+    /// window the session's services go on until the session is dropped.
     pub fn wait(&self) {
         match &self.window {
             Some(window) => window.wait(),

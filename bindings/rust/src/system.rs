@@ -71,5 +71,4 @@ extern "system" {
     pub fn PeekMessageW(message: *mut Message, hwnd: *mut c_void, first: u32, last: u32, remove: u32) -> i32;
     pub fn DispatchMessageW(message: *const Message) -> isize;
     pub fn PostThreadMessageW(thread: u32, message: u32, wparam: usize, lparam: isize) -> i32;
-    pub fn PostQuitMessage(code: i32);
 }

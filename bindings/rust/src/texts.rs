@@ -68,20 +68,21 @@ pub(crate) fn to_ansi(text: &str, longest: usize) -> Result<Vec<u8>, Error> {
 }
 
 fn convert(page: u32, text: &str, wide: &[u16]) -> Result<Vec<u8>, Error> {
-    let units = i32::try_from(wide.len() - 1).map_err(|_| Error::Text("a text past 2 GiB".to_string()))?;
+    let units = wide.len() - 1;
     if units == 0 {
         return Ok(Vec::new());
     }
-    let mut ansi = vec![0u8; (2 * units) as usize]; // no code page of the system's takes more than two
+    let room = i32::try_from(2 * units).map_err(|_| Error::Text("a text past 2 GiB".to_string()))?;
+    let mut ansi = vec![0u8; room as usize]; // no code page of the system's takes more than two
     let mut lost = 0;
     let len = unsafe {
         WideCharToMultiByte(
             page,
             WC_NO_BEST_FIT_CHARS,
             wide.as_ptr(),
-            units,
+            units as i32,
             ansi.as_mut_ptr() as *mut c_char,
-            ansi.len() as i32,
+            room,
             ptr::null(),
             &mut lost,
         )

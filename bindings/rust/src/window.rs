@@ -1,5 +1,6 @@
 //! A window that is never shown, with the thread it belongs to.
 
+use std::sync::atomic::{AtomicBool, Ordering};
 use std::sync::mpsc::{channel, sync_channel, Receiver, RecvTimeoutError, Sender};
 use std::sync::{Condvar, Mutex};
 use std::thread::{spawn, JoinHandle};
@@ -14,16 +15,17 @@ type Call = Box<dyn FnOnce() + Send>;
 pub(crate) struct Window {
     hwnd: usize,
     thread: u32,
-    calls: Mutex<Option<Sender<Call>>>,
+    calls: Mutex<Sender<Call>>,
     quit: Arc<Quit>,
     handle: Option<JoinHandle<()>>,
 }
 
-/// Set when the loop got WM_QUIT: the server was asked to end.
 #[derive(Default)]
 struct Quit {
+    /// The loop got WM_QUIT: the server was asked to end.
     came: Mutex<bool>,
     signal: Condvar,
+    closing: AtomicBool,
 }
 
 impl Window {
@@ -48,7 +50,7 @@ impl Window {
         if hwnd == 0 {
             return Err(Error::System(error));
         }
-        Ok(Window { hwnd, thread, calls: Mutex::new(Some(calls)), quit, handle: Some(handle) })
+        Ok(Window { hwnd, thread, calls: Mutex::new(calls), quit, handle: Some(handle) })
     }
 
     pub fn hwnd(&self) -> usize {
@@ -67,9 +69,7 @@ impl Window {
         });
         // What the call borrows outlives it: this function returns only once the call has ended.
         let call: Call = unsafe { mem::transmute(call) };
-        if let Some(calls) = self.calls.lock().unwrap_or_else(|e| e.into_inner()).as_ref() {
-            let _ = calls.send(call);
-        }
+        let _ = self.calls.lock().unwrap_or_else(|e| e.into_inner()).send(call);
         // The box of a report loses messages of the thread, hence the repetition.
         loop {
             unsafe { PostThreadMessageW(self.thread, WM_APP, 0, 0) };
@@ -89,29 +89,27 @@ impl Window {
 
 impl Drop for Window {
     fn drop(&mut self) {
-        self.run(|| unsafe { PostQuitMessage(0) });
-        *self.calls.lock().unwrap_or_else(|e| e.into_inner()) = None;
+        self.run(|| self.quit.closing.store(true, Ordering::SeqCst));
         if let Some(handle) = self.handle.take() {
             let _ = handle.join();
         }
     }
 }
 
-/// Dispatches until WM_QUIT, and carries out calls until nobody can send one.
+/// Dispatches, and carries out calls, until the window closes: WM_QUIT is for one service, and clients of others may
+/// wait for an answer.
 unsafe fn serve(calls: &Receiver<Call>, quit: &Quit) {
     let mut message = Message::default();
-    while GetMessageW(&mut message, ptr::null_mut(), 0, 0) > 0 {
-        if message.hwnd == 0 && message.id == WM_APP {
+    while !quit.closing.load(Ordering::SeqCst) {
+        if GetMessageW(&mut message, ptr::null_mut(), 0, 0) <= 0 {
+            *quit.came.lock().unwrap_or_else(|e| e.into_inner()) = true;
+            quit.signal.notify_all();
+        } else if message.hwnd == 0 && message.id == WM_APP {
             while let Ok(call) = calls.try_recv() {
                 call();
             }
-            continue;
+        } else {
+            DispatchMessageW(&message);
         }
-        DispatchMessageW(&message);
-    }
-    *quit.came.lock().unwrap_or_else(|e| e.into_inner()) = true;
-    quit.signal.notify_all();
-    for call in calls {
-        call();
     }
 }

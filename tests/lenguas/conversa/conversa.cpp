@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include "crudo.h"
 #include "ivrexa.h"
 #include "papel.h"
 #include "sistema.h"
@@ -311,6 +312,22 @@ TEST(conversa, dos_clientes_a_la_vez_se_turnan_tambien_con_el_de_c)
     papel uno = arranca_cliente(servicio), en_c = arranca_cliente(servicio, "cliente_c.exe");
     EXPECT_EQ(uno.espera_fin(30000), 0u);
     EXPECT_EQ(en_c.espera_fin(30000), 0u);
+}
+
+// Out of its turn it would have its answer after the 2.5 s that each client waits.
+TEST(conversa, el_cliente_no_empieza_antes_de_su_turno)
+{
+    std::string servicio = nombre_unico("Turno");
+    papel servidor = arranca_listo("servidor_sin_ventana.exe", servicio);
+    mutex_crudo turno(("turn of " + servicio).c_str(), mutex_crudo::modo::crea);
+    ASSERT_TRUE(turno.retiene());
+    papel cliente = arranca_cliente(servicio);
+    EXPECT_EQ(cliente.busca_linea("", 5000), std::nullopt);
+    EXPECT_TRUE(cliente.vive());
+    EXPECT_EQ(servidor.lineas(), lineas{}) << "nothing was sent";
+    turno.suelta();
+    EXPECT_EQ(cliente.espera_fin(30000), 0u);
+    EXPECT_EQ(cliente.lineas(), dice_el_cliente(100));
 }
 
 // ---- The server

@@ -10,6 +10,10 @@ static class Conversa
     static extern int falsa_contenedores();
     [DllImport(Native.Dll)]
     static extern int falsa_procesadas();
+    [DllImport(Native.Dll)]
+    static extern void falsa_miente(uint more);
+    [DllImport(Native.Dll)]
+    static extern void falsa_falla(int noTexts, int noAnswer);
 
     static void Demand(bool good, string what)
     {
@@ -46,7 +50,7 @@ static class Conversa
         data.Add("t", "a\u00f1o\u20ac");
         data.Add("n", (string)null);
         data.AddAnsi("z", (string)null);
-        data.AddAnsi("arr", new[] { "uno", "", "tres" });
+        data.AddAnsi("arr", new[] { "uno", "", null, "tres" });
     }
 
     static void Check(Values values)
@@ -59,7 +63,7 @@ static class Conversa
         Demand(values.Get<byte[]>("y").SequenceEqual(new byte[] { 0, 1, 2 }), "bytes");
         Demand(values.Get<string>("a") == "uno" && values.Get<string>("t") == "a\u00f1o\u20ac", "texts");
         Demand(values.Get<string>("n") == null && values.Get<string>(9) == null, "null texts");
-        Demand(values.Get<string[]>("arr").SequenceEqual(new[] { "uno", "", "tres" }), "array");
+        Demand(values.Get<string[]>("arr").SequenceEqual(new[] { "uno", "", null, "tres" }), "array");
         Demand(values[7].Type == tipoDato.ivrexa_tipoDato_cadena_unicode && values.Find("x") == null, "types, find");
     }
 
@@ -93,9 +97,50 @@ static class Conversa
         }
         Answer plain = Client.Execute("Calc", 100);
         Demand(plain.IsOk && plain.Output == null && plain.Texts.All(t => t == ""), "no answer of a former command");
-        string failure = null;
-        Session.HandlerFailed += e => failure = e.Message;
-        Demand(Client.Execute("Calc", 101).Result == 3 && failure == "on purpose", "an exception is ERROR");
+    }
+
+    static string s_failure;
+
+    static void Listen(Exception failure)
+    {
+        s_failure = failure.Message;
+    }
+
+    static void Throw(Exception failure)
+    {
+        throw failure;
+    }
+
+    static void FailsWith(string failure)
+    {
+        s_failure = null;
+        Demand(Client.Execute("Calc", failure == "on purpose" ? 101u : 100u).Result == 3, failure + " is ERROR");
+        Demand(s_failure == failure, "told \"" + s_failure + "\" in place of \"" + failure + "\"");
+    }
+
+    static void Failures()
+    {
+        Session.HandlerFailed += Throw; // that of one who listens stays there
+        Session.HandlerFailed += Listen;
+        FailsWith("on purpose");
+        falsa_falla(1, 0);
+        FailsWith("the command's texts could not be read");
+        falsa_falla(0, 1);
+        FailsWith("the command could not be answered");
+        falsa_falla(0, 0);
+        s_failure = null;
+    }
+
+    static void Lies()
+    {
+        falsa_miente(1000000);
+        using (DataWriter input = DataWriter.ForInput("Calc")) {
+            Write(input);
+            Answer answer = Client.Execute("Calc", 100, input);
+            Demand(answer.IsOk, "a count that is a lie: " + s_failure);
+            Check(answer.Output);
+        }
+        falsa_miente(0);
     }
 
     static void Refusals()
@@ -120,7 +165,8 @@ static class Conversa
     {
         int calls = 0;
         Client.Register("cliente", new IntPtr(5), "Calc", notification => {
-            calls++;
+            if (++calls == 2)
+                throw new InvalidOperationException("a notification");
             Demand(notification.Client == 200 && notification.Datum == 7, "client and datum");
             Check(notification.Data);
         });
@@ -129,15 +175,19 @@ static class Conversa
             Write(data);
             Server.Notify("Calc", 200, 7, data);
         }
+        Demand(s_failure == null, "it failed: " + s_failure);
         Demand(calls == 1 && falsa_procesadas() == 1, "told once, answered once");
+        Server.Notify("Calc", 200, 7);
+        Demand(s_failure == "a notification" && falsa_procesadas() == 2, "answered after an exception too");
     }
 
     static int Main()
     {
         try {
             Commands();
+            Failures();
+            Lies();
             Refusals();
-            Session.HandlerFailed += e => { throw e; };
             Notifications();
             Session.Close();
             Demand(falsa_contenedores() == 0, falsa_contenedores() + " containers are left");

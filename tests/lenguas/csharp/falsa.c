@@ -1,5 +1,6 @@
-/* falsa.c - in place of ivrexa.dll on Linux, for the conversation of the C# layer with the public header's types: one
- * process, one service, one command at a time. Compiled with 16-bit wchar_t. */
+/* falsa.c - in place of ivrexa.dll on Linux, for the conversation of the layers for C# and Python with the public
+ * header's types: one process, one service, one command at a time. Compiled with 16-bit wchar_t for C#, and for Python,
+ * whose ctypes has Linux's own, with that. */
 #include <pthread.h>
 #include <stdlib.h>
 #include <string.h>
@@ -27,7 +28,8 @@ static ivrexa_funcion_comando s_funcion;
 static ivrexa_funcion_notificacion s_notificacion;
 static void *s_externos;
 static wchar_t s_entrada[3][256], s_salida[3][256];
-static uint32_t s_id_salida, s_id_notificado;
+static uint32_t s_id_salida, s_id_notificado, s_de_mas;
+static int s_sin_entrada, s_sin_salida;
 
 static comdat *crea(void)
 {
@@ -101,7 +103,7 @@ void ivrexa_graba_arr_cadenas_ansi(comdat *c, const char *nombre, const char *co
 {
     valor *v = graba(c, nombre, ivrexa_tipoDato_arr_cadenas_ansi, "", 0);
     for (v->tam = 0; v->tam < num; v->tam++)
-        v->textos[v->tam] = strdup(textos[v->tam]);
+        v->textos[v->tam] = textos[v->tam] != NULL ? strdup(textos[v->tam]) : NULL;
 }
 
 void ivrexa_destruye_datos_comando(comdat *c)
@@ -132,17 +134,17 @@ comdat *ivrexa_lee_datos(const char *servicio, uint32_t id, int16_t es_entrada)
 
 uint32_t ivrexa_numero_valores(comdat *c)
 {
-    return c->num;
+    return c->num + s_de_mas;
 }
 
 const char *ivrexa_nombre_valor(comdat *c, uint32_t i)
 {
-    return c->valores[i].nombre;
+    return i < c->num ? c->valores[i].nombre : "?";
 }
 
 uint32_t ivrexa_tipoDato(comdat *c, uint32_t i)
 {
-    return c->valores[i].tipo;
+    return i < c->num ? c->valores[i].tipo : (uint32_t)ivrexa_tipoDato_desconocido;
 }
 
 static const void *bytes(comdat *c, uint32_t i)
@@ -198,7 +200,8 @@ void ivrexa_registra_cliente_notificaciones_servicio(const char *ruta, ivrexa_hw
 
 int16_t ivrexa_hay_servicio_registrado(const char *servicio, uint16_t *version)
 {
-    *version = 3;
+    if (version != NULL)
+        *version = 3;
     return s_funcion != NULL && strcmp(servicio, "Calc") == 0 ? CIERTO : FALSO;
 }
 
@@ -212,7 +215,10 @@ int16_t ivrexa_get_datos_entrada_comando(const char *servicio, uint32_t id, uint
                                          wchar_t *t3)
 {
     (void)servicio, (void)id;
-    *bloque = 0;
+    if (s_sin_entrada)
+        return FALSO;
+    if (bloque != NULL)
+        *bloque = 0;
     copia(t1, s_entrada[0]);
     copia(t2, s_entrada[1]);
     copia(t3, s_entrada[2]);
@@ -223,6 +229,8 @@ int16_t ivrexa_set_datos_salida_comando(const char *servicio, uint32_t id, uint3
                                         const wchar_t *t2, const wchar_t *t3)
 {
     (void)servicio, (void)id;
+    if (s_sin_salida)
+        return FALSO;
     s_id_salida = bloque;
     copia(s_salida[0], t1);
     copia(s_salida[1], t2);
@@ -287,6 +295,19 @@ void ivrexa_cierra_sesion(void)
     if (s_salida_anterior != NULL)
         ivrexa_destruye_datos_comando(s_salida_anterior);
     s_salida_anterior = NULL;
+}
+
+/* From now on containers say that they have so many values more. */
+void falsa_miente(uint32_t de_mas)
+{
+    s_de_mas = de_mas;
+}
+
+/* From now on the texts of a command cannot be read, or the command cannot be answered. */
+void falsa_falla(int sin_entrada, int sin_salida)
+{
+    s_sin_entrada = sin_entrada;
+    s_sin_salida = sin_salida;
 }
 
 int falsa_contenedores(void)
