@@ -560,8 +560,9 @@ TEST(ejemplos, el_servidor_de_la_capa_rehusa_lo_que_no_espera_y_sigue)
     ivrexa_cierra_sesion();
 
     EXPECT_EQ(servidor.espera_fin(30000), 0u);
-    EXPECT_EQ(servidor.lineas(),
-              (lineas{"refused a command of " + servicio + ": value \"a\" is of type 1, not 3", "ended"}));
+    EXPECT_EQ(
+        servidor.lineas(),
+        (lineas{"refused a command of " + servicio + ": the type of value \"a\" is uint8_t, not uint32_t", "ended"}));
 }
 
 // Without output the C client says so; the C++ one, which checks, misses its texts first.
