@@ -402,7 +402,7 @@ TEST(iv_assert, comprobacion_informa_con_su_texto_y_su_linea_y_sigue)
     iv_assert(veces++ == 0);
     EXPECT_EQ(num_informes(), 0u);
     iv_assert(veces++ == 0), iv_assert_puntero(nada);
-    const uint32_t linea = __LINE__;
+    const uint32_t linea = __LINE__ - 1;
 
     EXPECT_EQ(veces, 2) << "a condition is computed once";
     ASSERT_EQ(num_informes(), 2u);
