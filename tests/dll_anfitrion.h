@@ -86,6 +86,7 @@ static inline void anfitrion_anexa_hex(char *texto, const void *bytes, size_t nu
     const unsigned char *byte = (const unsigned char *)bytes;
     char dos[3];
     for (size_t i = 0; i < num; i++) {
+        // cppcheck-suppress objectIndex  // there are num bytes
         snprintf(dos, sizeof dos, "%02x", byte[i]);
         anfitrion_anexa(texto, dos);
     }
@@ -104,11 +105,12 @@ static inline void anfitrion_anexa_texto_u(char *texto, const wchar_t *t)
 
 static inline void anfitrion_di_textos(const wchar_t *t1, const wchar_t *t2, const wchar_t *t3)
 {
-    const wchar_t *textos[3] = {t1, t2, t3};
+    const wchar_t *partes[3] = {t1, t2, t3};
     char linea[anfitrion_TAM_LINEA] = "";
     for (int i = 0; i < 3; i++) {
-        anfitrion_anexa_texto_u(linea, textos[i]);
-        anfitrion_anexa(linea, i < 2 ? "|" : "");
+        if (i > 0)
+            anfitrion_anexa(linea, "|");
+        anfitrion_anexa_texto_u(linea, partes[i]);
     }
     papel_c_di("TEXTOS %s", linea);
 }

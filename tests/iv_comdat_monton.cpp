@@ -184,7 +184,7 @@ TEST_F(iv_comdat_monton, valor_a_medias_no_cuenta)
         s_cuentas.clear();
         contenedor c = para_grabar();
         iv_comdat_graba_byte(c.get(), "n", 1);
-        s_crece = c.get();
+        s_crece = c.get(); // cppcheck-suppress danglingLifetime  // read only while the import below is changed
         importacion_cambiada<decltype(&HeapReAlloc)> cambio(__imp_HeapReAlloc, apunta_y_muda);
         CASOS[n](c.get());
         EXPECT_EQ(s_cuentas, std::vector<uint32_t>(n < 3 ? 1 : 2, 1));
@@ -233,6 +233,7 @@ TEST_F(iv_comdat_monton, cuenta_que_miente_no_reserva_mas_de_lo_que_cabe)
     EXPECT_EQ(s_tamanyos, std::vector<SIZE_T>{28 * 8});
     s_tamanyos.clear();
     contenedor otro = lee(con_cuenta); // 12 values of two bytes could stand there
+    // cppcheck-suppress containerOutOfBounds  // the changed HeapAlloc has pushed one
     EXPECT_EQ(s_tamanyos.back(), 12u * 32);
     borra_informes();
 }

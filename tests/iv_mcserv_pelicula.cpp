@@ -248,7 +248,7 @@ protected:
         bloque_crudo mcb("Ivrexa_MCB", 8886);
         canal.emplace(nombre_canal(servicio).c_str(), TAM_CANAL);
         pelicula film(nombre_mutex(servicio));
-        s_film = &film;
+        s_film = &film; // cppcheck-suppress danglingLifetime  // read only while it runs
         film.al_dormir = cliente;
         ventana_cambiada ventana;
         ventana->PostQuitMessage = [](int) { s_film->anota("Q"); };

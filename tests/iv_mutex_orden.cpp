@@ -185,7 +185,7 @@ TEST(iv_mutex_orden, recrear_da_un_mutex_nuevo_si_nadie_mas_lo_tiene_abierto)
 {
     const char *nombre = nombre_unico("fresco");
     duenyo otro(nombre);
-    s_duenyo = &otro;
+    s_duenyo = &otro; // cppcheck-suppress danglingLifetime  // read only while the import below is changed
     iv_mutex *m;
     {
         importacion_cambiada<decltype(&CloseHandle)> cierra(__imp_CloseHandle, [](HANDLE manejador) -> BOOL {

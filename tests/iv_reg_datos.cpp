@@ -26,12 +26,7 @@ struct iv_reg_termina : iv_reg_get {};
 
 struct textos {
     uint32_t id = 7;
-    wchar_t t64[64], t256[256], t2_256[256];
-    textos()
-    {
-        for (wchar_t *t : {t64, t256, t2_256})
-            wcscpy(t, L"before");
-    }
+    wchar_t t64[64] = L"before", t256[256] = L"before", t2_256[256] = L"before";
     int16_t pide(const char *servicio, uint32_t id_comando)
     {
         return ivrexa_get_datos_entrada_comando(servicio, id_comando, &id, t64, t256, t2_256);

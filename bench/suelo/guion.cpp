@@ -372,7 +372,7 @@ private:
 
     sitios_bloque bloque_nuevo()
     {
-        sitios_bloque bloque;
+        sitios_bloque bloque = {};
         for (uint16_t *sitio : {&bloque.nombre, &bloque.tipo, &bloque.registro, &bloque.mapa, &bloque.vista})
             *sitio = sitio_nuevo();
         return bloque;

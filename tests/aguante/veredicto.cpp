@@ -168,6 +168,9 @@ void juzga(const std::vector<historia> &historias)
         EXPECT_FALSE(juicios.empty()) << h.papel << " was never measured twice";
         EXPECT_EQ(todo.hechos == 0, h.ocioso) << h.papel;
         imprime(h, todo);
-        std::all_of(juicios.begin(), juicios.end(), [](const juicio &j) { return j.exige(); });
+        for (const juicio &j : juicios) {
+            if (!j.exige())
+                break;
+        }
     }
 }

@@ -113,7 +113,8 @@ TEST_F(doctor, cerrojo_del_monton_que_nadie_suelta)
 TEST_F(doctor, informe_que_espera_a_que_lo_cierren)
 {
     std::string dll = este_programa();
-    dll = dll.substr(0, dll.find_last_of('\\') + 1) + "ivrexa.dll,ivrexa_cerrado_documento_de_cliente";
+    dll.resize(dll.find_last_of('\\') + 1);
+    dll += "ivrexa.dll,ivrexa_cerrado_documento_de_cliente";
     papel otro = arranca_programa("C:\\windows\\system32\\rundll32.exe", {dll});
     EXPECT_TRUE(espera_hasta([] { return FindWindowW(L"#32770", L"Assert ivrexa") != nullptr; }, 15000));
     diagnostico d = espera_hallazgos({"report-box"}, 1, false);

@@ -48,7 +48,8 @@ public:
         wchar_t ruta[MAX_PATH];
         GetModuleFileNameW(nullptr, ruta, MAX_PATH);
         std::wstring fichero(ruta);
-        fichero = fichero.substr(0, fichero.find_last_of(L'\\') + 1) + L"ivrexa-monitor.exe";
+        fichero.resize(fichero.find_last_of(L'\\') + 1);
+        fichero += L"ivrexa-monitor.exe";
         m_modulo = LoadLibraryExW(fichero.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
         menu = LoadMenuW(m_modulo, MAKEINTRESOURCEW(ID_MENU));
         EXPECT_NE(menu, nullptr);

@@ -7,6 +7,7 @@
 #include <stdlib.h>
 #include <string.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -53,7 +54,7 @@ public:
     std::string texto()
     {
         bytes b = toma(u8());
-        return std::string(b.begin(), b.end()).c_str();
+        return std::string(b.begin(), std::find(b.begin(), b.end(), 0));
     }
 
 private:

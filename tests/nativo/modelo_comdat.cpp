@@ -186,7 +186,7 @@ void comprueba_variables(comdat *c, const modelo::contenido &m, const modelo::va
 // Place of element e of an array of texts; SIZE_MAX for a null one.
 size_t elemento(const modelo::contenido &m, const modelo::valor *v, uint32_t e)
 {
-    uint32_t posicion;
+    uint32_t posicion = 0;
     if (!numero(m.b, v->datos + 4 + size_t{e} * 4, &posicion) || size_t{posicion} + 4 > m.b.size())
         return SIZE_MAX;
     return size_t{posicion} + 4;
@@ -201,7 +201,7 @@ size_t comprueba_arreglo(comdat *c, const modelo::contenido &m, const modelo::va
     COMPRUEBA(num == (hay ? esperado : 0));
     for (uint32_t e = 0; e < num; e++) {
         COMPRUEBA(es_sitio(c, tabla[e], elemento(m, v, e)));
-        if (tabla[e] != nullptr && e < 64) // each may be as long as the content: not all of thousands
+        if (e < 64 && tabla[e] != nullptr) // each may be as long as the content: not all of thousands
             (ancho ? comprueba_texto_ancho : comprueba_texto_ansi)(c, tabla[e]);
     }
     return hay ? 1 : 0;

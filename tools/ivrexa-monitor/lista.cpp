@@ -38,6 +38,7 @@ int lista::num_filas() const
 std::vector<int> lista::anchos() const
 {
     std::vector<int> anchos;
+    anchos.reserve(m_columnas.size());
     for (int i = 0; i < num_columnas(); i++)
         anchos.push_back(a_96(ListView_GetColumnWidth(m_hwnd, i), m_ppp));
     return anchos;
