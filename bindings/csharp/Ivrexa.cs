@@ -119,21 +119,23 @@ namespace Ivrexa
     /// <summary>Command data that is written: a command's input, or its output.</summary>
     public sealed class DataWriter : IDisposable
     {
+        readonly string m_service;
         IntPtr m_container;
 
-        DataWriter(IntPtr container)
+        DataWriter(string service, IntPtr container)
         {
+            m_service = service;
             m_container = container;
         }
 
         public static DataWriter ForInput(string service)
         {
-            return new DataWriter(Native.ivrexa_crea_datos_comando_entrada(Texts.Service(service)));
+            return new DataWriter(service, Native.ivrexa_crea_datos_comando_entrada(Texts.Service(service)));
         }
 
         public static DataWriter ForOutput(string service)
         {
-            return new DataWriter(Native.ivrexa_crea_datos_comando_salida(Texts.Service(service)));
+            return new DataWriter(service, Native.ivrexa_crea_datos_comando_salida(Texts.Service(service)));
         }
 
         public void Add(string name, byte value)
@@ -185,14 +187,17 @@ namespace Ivrexa
             Native.ivrexa_graba_hwnd(Container, Texts.Name(name), value);
         }
 
-        /// <summary>Stores the data, once, and returns the block's id. This object keeps the block alive.</summary>
+        /// <summary>Stores the data, once, and returns the block's id. This object keeps the block alive. There must be
+        /// a server of the service. Client.Execute and Server.Notify store by themselves what was not.</summary>
         public uint Store()
         {
             if (Block != 0)
                 throw new InvalidOperationException("this command data was stored before");
             Block = Native.ivrexa_guarda_datos(Container);
             if (Block == 0)
-                throw new InvalidOperationException("the command data could not be stored");
+                throw new InvalidOperationException(
+                    Client.IsOffered(m_service) ? "no room for the command data"
+                                                : "nobody offers " + m_service + ": there is no place for its data");
             return Block;
         }
 
@@ -413,14 +418,22 @@ namespace Ivrexa
         }
 
         /// <summary>Runs a command and waits for its end. The first one after the registration waits until 2.5 s have
-        /// passed since. Commands on one service must take turns, also those of other programs.</summary>
+        /// passed since. Commands on one service must take turns, also those of other programs. An id below 100 is the
+        /// library's own and throws ArgumentException. Before input is stored the service is asked for, as by
+        /// IsOffered: where nobody offers it the result is ERROR, the library's own for that.</summary>
         public static Answer Execute(string service, uint id, DataWriter input = null, string text1 = null,
                                      string text2 = null, string text3 = null, ushort options = 0)
         {
+            if (id < Native.ivrexa_comando_PRIMERO_PROPIO) // 1 would end the server
+                throw new ArgumentException("command " + id + " is the library's: yours are 100 and up", "id");
             Texts.Field(text1, 63);
             Texts.Field(text2, 255);
             Texts.Field(text3, 255);
             AwaitHeartbeat(service);
+            if (input != null && input.Block == 0 && !IsOffered(service))
+                return new Answer {
+                    Result = (uint)ivrexa_resultado.ivrexa_resultado_ERROR, Texts = new[] { "", "", "" }
+                };
             char[] back1 = new char[64], back2 = new char[256], back3 = new char[256];
             uint block = input == null ? 0 : input.Block != 0 ? input.Block : input.Store(), output = 0;
             uint result = Native.ivrexa_ejecuta_comando(Texts.Service(service), id, options, block, text1, text2, text3,
@@ -431,7 +444,8 @@ namespace Ivrexa
             return answer;
         }
 
-        /// <summary>Is a server attached to the service?</summary>
+        /// <summary>Is a server attached to the service? Each question for one that is offered leaves a handle open.
+        /// </summary>
         public static bool IsOffered(string service)
         {
             ushort version = 0;

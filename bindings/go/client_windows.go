@@ -37,9 +37,10 @@ func (s *Session) Client(service string) (*Client, error) {
 	return &Client{service: service, name: name, readyAt: time.Now().Add(settle)}, nil
 }
 
-// Execute runs a command, 100 and up, and waits for its answer. input may be nil. The first command waits until 2.5 s
-// after the registration. One command of a client goes after the other; those of other programs are another matter, see
-// TakeTurn. No command can be taken back, so there is no context to cancel it with.
+// Execute runs a command, 100 and up, and waits for its answer: ids below are the library's own, and ErrData here.
+// input may be nil. The first command waits until 2.5 s after the registration. One command of a client goes after the
+// other; those of other programs are another matter, see TakeTurn. No command can be taken back, so there is no context
+// to cancel it with.
 //
 // A command that does not end with ResultOK is a *CommandError. Whether the service is offered is asked before and, for
 // the results 0 and 3, after the command: that is what tells ErrNotOffered, ErrGone, ErrNoAnswer and ErrRefused apart.
@@ -54,6 +55,9 @@ func (c *Client) ExecuteInFront(command uint32, input *Data, texts Texts) (*Answ
 }
 
 func (c *Client) execute(command uint32, options uint16, input *Data, texts Texts) (*Answer, error) {
+	if command < raw.ComandoPrimeroPropio { // 1 would end the server, the others answer with an earlier command's texts
+		return nil, fmt.Errorf("%w: command %d is the library's: yours are 100 and up", ErrData, command)
+	}
 	wide, err := texts.wide()
 	if err != nil {
 		return nil, err

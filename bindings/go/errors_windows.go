@@ -10,8 +10,9 @@ import (
 var (
 	ErrText       = errors.New("a text that the library cannot carry") // too long, a NUL inside, not in the code page
 	ErrData       = errors.New("data that the library cannot carry")
-	ErrSession    = errors.New("the session is not open")      // or one is open already
-	ErrTaken      = errors.New("the service has a server")     // see Claim
+	ErrSession    = errors.New("the session is not open")  // or one is open already
+	ErrTaken      = errors.New("the service has a server") // see Claim
+	ErrOwnHandler = errors.New("the service's own handler cannot end it")
 	ErrNotOffered = errors.New("nobody offers the service")    // nothing was sent
 	ErrNoAnswer   = errors.New("no answer")                    // result 0, and the service counts as offered
 	ErrGone       = errors.New("the server is gone")           // result 0 or 3, and nobody offers the service any more

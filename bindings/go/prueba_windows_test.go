@@ -340,6 +340,17 @@ func testConversation(t *testing.T, open func(string) (*Session, error)) {
 func Test_todo_va_y_vuelve_con_un_servidor_con_ventana(t *testing.T) { testConversation(t, OpenWindow) }
 func Test_todo_va_y_vuelve_con_un_servidor_sin_ventana(t *testing.T) { testConversation(t, Open) }
 
+func Test_un_comando_de_la_biblioteca_se_rehusa_y_no_llega(t *testing.T) {
+	withServer(t, Open, handle, func(session *Session, client *Client) {
+		for _, command := range []uint32{0, 1, 2, 99} {
+			answer, err := client.Execute(command, all(), Texts{})
+			expect(t, fmt.Sprint("command ", command), errors.Is(err, ErrData) && answer == nil, true)
+		}
+		_, err := client.Execute(101, nil, Texts{})
+		expect(t, "the server is still there", err, nil)
+	})
+}
+
 func Test_sin_servidor_no_se_envia_nada(t *testing.T) {
 	session, err := Open("prueba.exe")
 	if err != nil {
@@ -572,6 +583,41 @@ func Test_un_cliente_pide_al_servidor_que_acabe(t *testing.T) {
 			session.Wait()
 		})
 	}
+}
+
+// testOwnEnd lets a handler end its own service. What hangs ends the process: the session could not be closed either.
+func testOwnEnd(t *testing.T, open func(string) (*Session, error), want error) {
+	asked := make(chan error, 1)
+	handler := func(r *Request) (*Answer, error) {
+		asked <- EndServer(r.Service)
+		return nil, nil
+	}
+	withServer(t, open, handler, func(session *Session, client *Client) {
+		done := make(chan error, 1)
+		go func() {
+			_, err := client.Execute(100, nil, Texts{})
+			if session.window == nil {
+				EndServer(client.service)
+			}
+			session.Wait()
+			done <- err
+		}()
+		select {
+		case err := <-done:
+			expect(t, "the command", err, nil)
+		case <-time.After(30 * time.Second):
+			fmt.Fprintln(os.Stderr, "the command, or the wait for the service's end, hangs")
+			os.Exit(1)
+		}
+		expect(t, "EndServer", errors.Is(<-asked, want), true)
+	})
+}
+
+func Test_sin_ventana_un_servicio_no_se_acaba_desde_su_funcion(t *testing.T) {
+	testOwnEnd(t, Open, ErrOwnHandler)
+}
+func Test_con_ventana_un_servicio_se_acaba_desde_su_funcion(t *testing.T) {
+	testOwnEnd(t, OpenWindow, nil)
 }
 
 func Test_el_otro_turno_espera_y_la_segunda_plaza_se_niega(t *testing.T) {

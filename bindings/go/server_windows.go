@@ -32,14 +32,16 @@ type Answer struct {
 //
 // It runs on the window's thread, or on a thread of the library's without one. Commands on other services may be run
 // from here, but none on a service that has one under way, such as this one. In a session without a window it must not
-// wait for a goroutine that runs commands on its own service or offers data there.
+// wait for a goroutine that runs commands on its own service, ends it or offers data there.
 type Handler func(*Request) (*Answer, error)
 
-// offer is a service with its handler, which is nil once the session closes.
+// offer is a service with its handler, which is nil once the session closes, and the thread that the handler is under
+// way on; 0 without.
 type offer struct {
 	session *Session
 	service string
 	handler Handler
+	thread  uintptr
 }
 
 var (
@@ -63,7 +65,7 @@ func (s *Session) Serve(service string, version uint16, handler Handler) error {
 	onlyOne.Lock()
 	lastID++
 	id := lastID
-	handlers[id] = &offer{s, service, handler}
+	handlers[id] = &offer{session: s, service: service, handler: handler}
 	onlyOne.Unlock()
 	return s.do(func() {
 		raw.RegistraServidor(&s.path[0], s.hwnd(), &name[0], version, id, callback)
@@ -87,21 +89,32 @@ func (s *Session) Wait() {
 
 // runCommand is what the library calls, on its own thread or on the window's. Go keeps it on that thread.
 func runCommand(service *byte, command uintptr, context *raw.Comando, id uintptr) uintptr {
-	onlyOne.Lock()
-	o := handlers[id]
-	var handler Handler
-	if o != nil {
-		handler = o.handler
-	}
-	if handler != nil {
-		o.session.working.Add(1)
-	}
-	onlyOne.Unlock()
+	o, handler := begin(id)
 	if handler == nil {
 		return uintptr(ResultError) // the session closes
 	}
-	defer o.session.working.Done()
+	defer o.end()
 	return uintptr(o.run(handler, service, uint32(command), context))
+}
+
+func begin(id uintptr) (*offer, Handler) {
+	thread, _, _ := procGetThreadID.Call()
+	onlyOne.Lock()
+	defer onlyOne.Unlock()
+	o := handlers[id]
+	if o == nil || o.handler == nil {
+		return nil, nil
+	}
+	o.session.working.Add(1)
+	o.thread = thread
+	return o, o.handler
+}
+
+func (o *offer) end() {
+	onlyOne.Lock()
+	o.thread = 0
+	onlyOne.Unlock()
+	o.session.working.Done()
 }
 
 // run never panics.

@@ -159,13 +159,32 @@ func FirstOffered(prefix string) (service string, version uint16, offered bool, 
 	return fromANSI(found[:]), version, true, nil
 }
 
-// EndServer asks the server of a service to end. A server without a window hears only its clients.
+// EndServer asks the server of a service to end. A server without a window hears only its clients, and has ended when
+// this returns: hence its own handler gets ErrOwnHandler, since it would wait for itself. With a window a handler may
+// end its own service, behind the command that it carries out.
 func EndServer(service string) error {
 	name, err := serviceName(service)
-	if err == nil {
-		raw.TerminarServidor(&name[0])
+	if err != nil {
+		return err
 	}
-	return err
+	if waitsForItself(service) {
+		return fmt.Errorf("%w: %s", ErrOwnHandler, service)
+	}
+	raw.TerminarServidor(&name[0])
+	return nil
+}
+
+// waitsForItself tells whether this is the thread of that service's handler, in a session without a window.
+func waitsForItself(service string) bool {
+	thread, _, _ := procGetThreadID.Call() // inside a handler a goroutine keeps its thread
+	onlyOne.Lock()
+	defer onlyOne.Unlock()
+	for _, o := range handlers {
+		if o.service == service && o.session.window == nil && o.thread == thread {
+			return true
+		}
+	}
+	return false
 }
 
 func serviceName(service string) ([]byte, error) {

@@ -36,6 +36,7 @@ CANCELLED = raw.ivrexa_resultado_CANCELADO
 ERROR = raw.ivrexa_resultado_ERROR
 
 NUMBERS = {BYTE: ("byte", 0xFF), USHORT: ("ushort", 0xFFFF), ULONG: ("ulong", 0xFFFFFFFF)}
+LARGEST_ID = 0xFFFFFFFF
 FIELDS = (63, 255, 255)  # characters of the three texts that arrive
 DLL = str(Path(__file__).absolute().with_name(raw.DLL))  # Windows searches for a bare name elsewhere, if at all
 FIRST_HEARTBEAT_S = 2.5  # a server without a window may take a client for dead whose heartbeat has not begun
@@ -199,12 +200,17 @@ class Session:
     def execute(self, service, id_, data=None, *texts, options=0):
         """Runs a command and waits for its end. `data` is a sequence of (name, type, content). The first command waits
         until 2.5 s have passed since the registration. Commands on one service must take turns, also those of other
-        programs."""
+        programs. An id below 100 is the library's own and raises ValueError. Before data is stored the service is asked
+        for, as by is_offered: where nobody offers it the result is ERROR, the library's own for that."""
+        if not raw.ivrexa_comando_PRIMERO_PROPIO <= id_ <= LARGEST_ID:  # 1 would end the server
+            raise ValueError(f"command {id_} is the library's or none: yours are 100 to {LARGEST_ID}")
         three = fields(texts)
         name = self._service(service)
         left = self.registered.get(service, 0) + FIRST_HEARTBEAT_S - time.monotonic()
         if service in self.registered and left > 0:
             time.sleep(left)
+        if data is not None and not self.is_offered(service):
+            return Answer(ERROR, ("", "", ""), None)
         container, block = self._store(service, data, self.dll.ivrexa_crea_datos_comando_entrada)
         try:
             back = [ctypes.create_unicode_buffer(longest + 1) for longest in FIELDS]
@@ -216,7 +222,7 @@ class Session:
         return Answer(result, tuple(text.value for text in back), values)
 
     def is_offered(self, service):
-        """Is a server attached to the service?"""
+        """Is a server attached to the service? Each question for one that is offered leaves a handle open."""
         return self.dll.ivrexa_hay_servicio_registrado(self._service(service), None) == raw.CIERTO
 
     def read(self, service, block, is_input):
@@ -264,7 +270,8 @@ class Session:
                 self._write(container, ansi(name, 254, 0, self.encoding), type_, content)
             block = self.dll.ivrexa_guarda_datos(container)
             if block == 0:
-                raise OSError("the command data could not be stored")
+                raise OSError("no room for the command data" if self.is_offered(service) else
+                              f"nobody offers {service}: there is no place for its data")
         except BaseException:
             self._destroy(container)
             raise

@@ -87,6 +87,7 @@ class CargadaTest(unittest.TestCase):
             llegadas.append(notification)
             if len(llegadas) == 2:
                 raise ValueError
+        self.sirve(lambda command: ivrexa.OK)
         self.sesion.register_client("cliente", 5, "Calc", funcion)
         self.sesion.notify("Calc", 200, 7, [("revision", ivrexa.ULONG, 2)])
         self.sesion.notify("Calc", 200, 7)

@@ -33,6 +33,7 @@ class Falsa:
         self.datos_de_notificacion = 0
         self.siguiente = 1
         self.de_mas, self.da, self.toma = 0, 1, 1  # values that are not there; what reading and answering give
+        self.hay_sitio, self.ejecutados = True, []
 
     def __getattr__(self, nombre):
         if not nombre.startswith("ivrexa_"):
@@ -89,6 +90,8 @@ class Falsa:
     crea_datos_comando_salida = crea_datos_comando_entrada
 
     def guarda_datos(self, contenedor):
+        if not self.hay_sitio:
+            return 0
         bloque = 100 + self._numero()
         self.bloques[bloque] = self.contenedores[contenedor]
         return bloque
@@ -139,6 +142,9 @@ class Falsa:
 
     def ejecuta_comando(self, servicio, id_comando, _opciones, bloque, *resto):
         self.textos, (salida, *sitios) = resto[:3], resto[3:]
+        self.ejecutados.append(id_comando)
+        if self.comando is None:
+            return 3
         entrada = self.lee_datos(servicio, bloque, 1) if bloque else None
         contexto = type(self).registro(datos_entrada=entrada, hwnd_cliente=77)
         resultado = self.comando(servicio, id_comando, ctypes.pointer(contexto), None)

@@ -191,6 +191,35 @@ class CapaTest(unittest.TestCase):
         largos = self.sesion.execute("Calc", 100, [("x" * 254, ivrexa.BYTE, 1)], "x" * 63, "x" * 255, "x" * 255)
         self.assertEqual(largos.result, ivrexa.OK)
 
+    def caso_un_comando_de_la_biblioteca_se_rehusa_y_no_llega(self):
+        self.sirve(lambda command: ivrexa.OK)
+        for numero in (-1, 0, 1, 99, 2**32, 2**32 + 1):
+            with self.assertRaisesRegex(ValueError, f"command {numero} is the library's or none"):
+                self.sesion.execute("Calc", numero)
+        self.assertEqual(self.falsa.ejecutados, [])
+        self.assertEqual(self.sesion.execute("Calc", 2**32 - 1).result, ivrexa.OK)
+
+    def caso_sin_servidor_da_lo_mismo_con_datos_que_sin_ellos(self):
+        self.falsa.hay_sitio = False  # the numbers of blocks begin at none
+        self.addCleanup(setattr, ivrexa.time, "sleep", ivrexa.time.sleep)
+        ivrexa.time.sleep = lambda _: None
+        for _ in ("no client yet", "a client"):
+            sin_datos = self.sesion.execute("Calc", 100)
+            self.assertEqual(sin_datos, (ivrexa.ERROR, ("", "", ""), None))
+            self.assertEqual(self.sesion.execute("Calc", 100, [("b", ivrexa.BYTE, 7)], "uno"), sin_datos)
+            self.sesion.register_client("cliente", None, "Calc")
+        self.assertEqual(self.falsa.ejecutados, [100, 100], "nothing is sent without its data")
+        with self.assertRaisesRegex(OSError, "nobody offers Calc"):
+            self.sesion.notify("Calc", 200, 7, [("b", ivrexa.BYTE, 7)])
+        self.assertEqual(self.falsa.contenedores, {})
+
+    def caso_sin_sitio_para_los_datos_se_dice(self):
+        self.sirve(lambda command: ivrexa.OK)
+        self.falsa.hay_sitio = False
+        with self.assertRaisesRegex(OSError, "no room for the command data"):
+            self.sesion.execute("Calc", 100, [("b", ivrexa.BYTE, 7)])
+        self.assertEqual((self.falsa.ejecutados, self.falsa.contenedores), ([], {}))
+
     def caso_espera_el_primer_latido_una_vez(self):
         self.sirve(lambda command: ivrexa.OK)
         dormidos, reloj = [], [1000.0]

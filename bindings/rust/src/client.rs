@@ -34,10 +34,15 @@ impl<'a> Client<'a> {
         self.name.as_ptr() as *const c_char
     }
 
-    /// Runs a command, 100 and up, and waits for its answer. The first command waits until 2.5 s after the
-    /// registration. One command of a client goes after the other; those of other programs are another matter, see
-    /// [`crate::take_turn`]. No command can be taken back. One that does not end with OK is an [`Error::Command`].
+    /// Runs a command, 100 and up, and waits for its answer: ids below are the library's own, and an [`Error::Data`]
+    /// here. The first command waits until 2.5 s after the registration. One command of a client goes after the other;
+    /// those of other programs are another matter, see [`crate::take_turn`]. No command can be taken back. One that
+    /// does not end with OK is an [`Error::Command`].
     pub fn execute(&self, command: u32, input: &Data, texts: &Texts) -> Result<Answer, Error> {
+        if command < ivrexa_comando_PRIMERO_PROPIO {
+            // 1 would end the server, the others answer with an earlier command's texts.
+            return Err(Error::Data(format!("command {} is the library's: yours are 100 and up", command)));
+        }
         let wide = texts.wide()?;
         let _turn = self.turn.lock().unwrap_or_else(|e| e.into_inner());
         sleep(self.ready_at.saturating_duration_since(Instant::now()));

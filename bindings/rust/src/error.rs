@@ -36,7 +36,7 @@ pub enum Error {
     Text(String),
     /// Data that the library cannot carry.
     Data(String),
-    /// The session is not open, is open already, or is full.
+    /// The session is not open, is open already, or is full; or a handler would have to wait for itself.
     Session(String),
     /// The service has a server; see [`crate::claim`].
     Taken(String),

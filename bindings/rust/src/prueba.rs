@@ -417,6 +417,66 @@ fn un_nombre_leido_que_no_cabe_no_se_escribe() {
 }
 
 #[test]
+fn un_comando_de_la_biblioteca_se_rehusa_y_no_llega() {
+    let mut number = alone();
+    let (session, service) = (Session::open("prueba.exe").unwrap(), unique_service(&mut number));
+    session.serve(&service, 7, handle).unwrap();
+    session.publish();
+    let client = session.client(&service).unwrap();
+    for command in [0, 1, 2, 99] {
+        let refused = client.execute(command, &all(), &Texts::default());
+        let why = format!("command {} is the library's: yours are 100 and up", command);
+        assert_eq!(refused.map(|answer| answer.data), Err(Error::Data(why)));
+    }
+    assert!(client.execute(101, &Data::new(), &Texts::default()).is_ok(), "the server is still there");
+}
+
+/// Lets a handler end its own service; what it got. What hangs ends the process, since the session could not be closed.
+fn own_end(session: Session, service: &str) -> Result<(), Error> {
+    let (asked, told) = channel();
+    let asked = Mutex::new(asked);
+    let handler = move |request: &Request| {
+        asked.lock().unwrap().send(end_server(&request.service)).unwrap();
+        Ok(Answer::default())
+    };
+    session.serve(service, 7, handler).unwrap();
+    session.publish();
+    let client = session.client(service).unwrap();
+    let ((done, ended), session) = (channel(), &session);
+    scope(|threads| {
+        threads.spawn(move || {
+            let answer = client.execute(100, &Data::new(), &Texts::default());
+            let asked = told.recv().unwrap();
+            if asked.is_err() {
+                end_server(service).unwrap();
+            }
+            session.wait();
+            done.send((answer.is_ok(), asked)).unwrap();
+        });
+        match ended.recv_timeout(Duration::from_secs(30)) {
+            Ok((true, asked)) => asked,
+            other => {
+                let _ = writeln!(stderr(), "the command, and the wait for the service's end: {:?}", other);
+                std::process::exit(1);
+            }
+        }
+    })
+}
+
+#[test]
+fn sin_ventana_un_servicio_no_se_acaba_desde_su_funcion() {
+    let service = unique_service(&mut alone());
+    let asked = own_end(Session::open("prueba.exe").unwrap(), &service);
+    assert_eq!(asked, Err(Error::Session(format!("the handler of {} cannot end it", service))));
+}
+
+#[test]
+fn con_ventana_un_servicio_se_acaba_desde_su_funcion() {
+    let service = unique_service(&mut alone());
+    assert_eq!(own_end(Session::open_window("prueba.exe").unwrap(), &service), Ok(()));
+}
+
+#[test]
 fn sin_servidor_no_se_envia_nada() {
     let mut number = alone();
     let session = Session::open("prueba.exe").unwrap();

@@ -5,6 +5,7 @@ use std::sync::{Arc, Condvar, Mutex, MutexGuard};
 
 use crate::container::{self, Container};
 use crate::raw::*;
+use crate::system::GetCurrentThreadId;
 use crate::texts::TextBuffers;
 use crate::{Data, Error, Texts};
 
@@ -53,6 +54,7 @@ pub(crate) type Handler = dyn Fn(&Request) -> Result<Answer, Refusal> + Send + S
 
 struct Offer {
     service: String,
+    has_window: bool,
     handler: Box<Handler>,
 }
 
@@ -60,7 +62,8 @@ struct Offer {
 struct Offers {
     of: HashMap<usize, Arc<Offer>>,
     last: usize,
-    working: usize,
+    /// The handlers that are under way, each with its thread.
+    working: Vec<(u32, Arc<Offer>)>,
 }
 
 static OFFERS: Mutex<Option<Offers>> = Mutex::new(None);
@@ -71,11 +74,11 @@ fn offers() -> MutexGuard<'static, Option<Offers>> {
 }
 
 /// Keeps a handler, under a number for `run_command`.
-pub(crate) fn enter(service: &str, handler: Box<Handler>) -> usize {
+pub(crate) fn enter(service: &str, has_window: bool, handler: Box<Handler>) -> usize {
     let mut guard = offers();
     let all = guard.get_or_insert_with(Offers::default);
     all.last += 1;
-    all.of.insert(all.last, Arc::new(Offer { service: service.to_string(), handler }));
+    all.of.insert(all.last, Arc::new(Offer { service: service.to_string(), has_window, handler }));
     all.last
 }
 
@@ -83,11 +86,18 @@ pub(crate) fn enter(service: &str, handler: Box<Handler>) -> usize {
 pub(crate) fn refuse_commands() {
     let mut guard = offers();
     let gone = guard.as_mut().map(|all| std::mem::take(&mut all.of));
-    while guard.as_ref().map_or(false, |all| all.working != 0) {
+    while guard.as_ref().map_or(false, |all| !all.working.is_empty()) {
         guard = DONE.wait(guard).unwrap_or_else(|e| e.into_inner());
     }
     drop(guard);
     drop(gone); // what the handlers own, without the lock
+}
+
+/// Is this the thread of that service's handler, in a session without a window?
+pub(crate) fn would_wait_for_itself(service: &str) -> bool {
+    let here = unsafe { GetCurrentThreadId() };
+    let is_this = |offer: &Offer| !offer.has_window && offer.service == service;
+    offers().as_ref().map_or(false, |all| all.working.iter().any(|(thread, offer)| *thread == here && is_this(offer)))
 }
 
 /// Says that a handler has ended, however it did.
@@ -96,7 +106,10 @@ struct Working;
 impl Drop for Working {
     fn drop(&mut self) {
         if let Some(all) = offers().as_mut() {
-            all.working -= 1;
+            let here = unsafe { GetCurrentThreadId() };
+            if let Some(last) = all.working.iter().rposition(|(thread, _)| *thread == here) {
+                all.working.remove(last);
+            }
         }
         DONE.notify_all();
     }
@@ -106,7 +119,7 @@ fn begin(id: usize) -> Option<(Working, Arc<Offer>)> {
     let mut guard = offers();
     let all = guard.as_mut()?;
     let offer = all.of.get(&id)?.clone();
-    all.working += 1;
+    all.working.push((unsafe { GetCurrentThreadId() }, offer.clone()));
     Some((Working, offer))
 }
 

@@ -84,14 +84,14 @@ impl Session {
     ///
     /// The handler runs on the window's thread, or on a thread of the library's without one. Commands on other services
     /// may be run from it, but none on a service that has one under way, such as this one. In a session without a
-    /// window it must not wait for a thread that runs commands on its own service.
+    /// window it must not wait for a thread that runs commands on its own service or ends it.
     pub fn serve<H>(&self, service: &str, version: u16, handler: H) -> Result<(), Error>
     where
         H: Fn(&server::Request) -> Result<server::Answer, server::Refusal> + Send + Sync + 'static,
     {
         let name = service_name(service)?;
         count(&self.served, "it serves 16 services already")?;
-        let id = server::enter(service, Box::new(handler));
+        let id = server::enter(service, self.window.is_some(), Box::new(handler));
         self.run(|| unsafe {
             let (path, name) = (self.path.as_ptr() as *const c_char, name.as_ptr() as *const c_char);
             let hwnd = self.hwnd() as ivrexa_hwnd;
@@ -149,9 +149,14 @@ pub fn first_offered(prefix: &str) -> Result<Option<(String, u16)>, Error> {
     Ok(if is_there == CIERTO { Some((from_ansi(&found[..len]), version)) } else { None })
 }
 
-/// Asks the server of a service to end. A server without a window hears only its clients.
+/// Asks the server of a service to end. A server without a window hears only its clients, and has ended when this
+/// returns: hence its own handler gets an [`Error::Session`], since it would wait for itself. With a window a handler
+/// may end its own service, behind the command that it carries out.
 pub fn end_server(service: &str) -> Result<(), Error> {
     let name = service_name(service)?;
+    if server::would_wait_for_itself(service) {
+        return Err(Error::Session(format!("the handler of {} cannot end it", service)));
+    }
     unsafe { ivrexa_terminar_servidor(name.as_ptr() as *const c_char) };
     Ok(())
 }

@@ -14,6 +14,8 @@ static class Conversa
     static extern void falsa_miente(uint more);
     [DllImport(Native.Dll)]
     static extern void falsa_falla(int noTexts, int noAnswer);
+    [DllImport(Native.Dll)]
+    static extern void falsa_sin_sitio(int noRoom);
 
     static void Demand(bool good, string what)
     {
@@ -81,6 +83,48 @@ static class Conversa
         return ivrexa_resultado.ivrexa_resultado_OK;
     }
 
+    static void Nobody()
+    {
+        Answer plain = Client.Execute("Calc", 100);
+        Demand(plain.Result == 3 && plain.Output == null, "nobody, without input: " + plain.Result);
+        using (DataWriter input = DataWriter.ForInput("Calc")) {
+            Write(input);
+            Answer answer = Client.Execute("Calc", 100, input, "one");
+            Demand(answer.Result == 3 && answer.Output == null && answer.Texts.SequenceEqual(plain.Texts),
+                   "nobody, with input: " + answer.Result);
+            RefusedStore("nobody offers Calc: there is no place for its data", input);
+        }
+    }
+
+    static void RefusedStore(string expected, DataWriter data)
+    {
+        try {
+            data.Store();
+        } catch (InvalidOperationException e) {
+            Demand(e.Message == expected, "\"" + e.Message + "\" in place of \"" + expected + "\"");
+            return;
+        }
+        throw new Exception("stored: " + expected);
+    }
+
+    // The commonest mistake: no server was started.
+    static void WithoutServer()
+    {
+        Nobody();
+        Client.Register("cliente", IntPtr.Zero, "Calc");
+        Nobody();
+    }
+
+    static void NoRoom()
+    {
+        falsa_sin_sitio(1);
+        using (DataWriter input = DataWriter.ForInput("Calc")) {
+            RefusedStore("no room for the command data", input);
+            Refused<InvalidOperationException>("no room", () => Client.Execute("Calc", 100, input));
+        }
+        falsa_sin_sitio(0);
+    }
+
     static void Commands()
     {
         Server.Register("servidor", IntPtr.Zero, "Calc", 3, Handle);
@@ -145,6 +189,8 @@ static class Conversa
 
     static void Refusals()
     {
+        foreach (uint id in new uint[] { 0, 1, 99 })
+            Refused<ArgumentException>("command " + id, () => Client.Execute("Calc", id));
         Refused<ArgumentException>("text 1", () => Client.Execute("Calc", 100, null, new string('x', 64)));
         Refused<ArgumentException>("text 3", () => Client.Execute("Calc", 100, null, "", "", new string('x', 256)));
         Refused<ArgumentException>("NUL", () => Client.Execute("Calc", 100, null, "a\0b"));
@@ -184,7 +230,9 @@ static class Conversa
     static int Main()
     {
         try {
+            WithoutServer();
             Commands();
+            NoRoom();
             Failures();
             Lies();
             Refusals();

@@ -29,7 +29,7 @@ static ivrexa_funcion_notificacion s_notificacion;
 static void *s_externos;
 static wchar_t s_entrada[3][256], s_salida[3][256];
 static uint32_t s_id_salida, s_id_notificado, s_de_mas;
-static int s_sin_entrada, s_sin_salida;
+static int s_sin_entrada, s_sin_salida, s_sin_sitio;
 
 static comdat *crea(void)
 {
@@ -114,8 +114,11 @@ void ivrexa_destruye_datos_comando(comdat *c)
     free(c);
 }
 
+/* Where nobody offers the service the numbers begin at none. */
 uint32_t ivrexa_guarda_datos(comdat *c)
 {
+    if (s_funcion == NULL || s_sin_sitio)
+        return 0;
     c->id = s_id++;
     s_vivos[c->id % MAX_CONTENEDORES] = c;
     return c->id;
@@ -248,6 +251,12 @@ uint32_t ivrexa_ejecuta_comando(const char *servicio, uint32_t id, uint16_t opci
     copia(s_entrada[0], p1);
     copia(s_entrada[1], p2);
     copia(s_entrada[2], p3);
+    if (s_funcion == NULL) {
+        copia(t1, NULL);
+        copia(t2, NULL);
+        copia(t3, NULL);
+        return ivrexa_resultado_ERROR;
+    }
     contexto.datos_entrada = bloque != 0 ? ivrexa_lee_datos(servicio, bloque, FALSO) : NULL;
     uint32_t resultado = opciones == 0 ? (uint32_t)s_funcion(servicio, id, &contexto, s_externos) : 0;
     if (contexto.datos_entrada != NULL)
@@ -308,6 +317,12 @@ void falsa_falla(int sin_entrada, int sin_salida)
 {
     s_sin_entrada = sin_entrada;
     s_sin_salida = sin_salida;
+}
+
+/* From now on nothing can be stored, or again something. */
+void falsa_sin_sitio(int sin_sitio)
+{
+    s_sin_sitio = sin_sitio;
 }
 
 int falsa_contenedores(void)

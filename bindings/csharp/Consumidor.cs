@@ -2,6 +2,8 @@
 //
 //     consumidor server [SERVICE]
 //     consumidor client [SERVICE]
+//
+// Compiled by: mcs -platform:x64 Consumidor.cs Ivrexa.cs IvrexaNative.cs
 using System;
 using Ivrexa;
 
@@ -31,8 +33,10 @@ static class Consumidor
 
     static int Ask(string service)
     {
-        if (!Client.IsOffered(service))
+        if (!Client.IsOffered(service)) {
+            Console.Error.WriteLine("nobody offers {0}: start the server first", service);
             return 2;
+        }
         Client.Register("consumidor.exe", IntPtr.Zero, service);
         using (DataWriter input = DataWriter.ForInput(service)) {
             input.Add("a", 40u);
