@@ -295,10 +295,11 @@ IVREXA_API void ivrexa_registra_servidor_net(const char *ruta_ejecutable, ivrexa
 
 /** Adds a service to the registered server, before ivrexa_terminado_registro. Main thread.
  *
- *  Arguments as above. In a program registered through the _net variant the command function is not kept.
- *  Reports  "(s_programa) != 0" without registration, then nothing; "(procesaComandoExterno) != 0" or, in a _net
- *           server, "procesaComandoExterno != NULL" for a null command function, and adds the service all the
- *           same: ivrexa_anyade_servicio_net always makes one of the two. Deliberate;
+ *  Arguments as above. In a program registered through the _net variant, or first as a client, the command function
+ *  is not kept: such a program adds a service with its function by a further ivrexa_registra_servidor.
+ *  Reports  "(s_programa) != 0" without registration, then nothing; "(procesaComandoExterno) != 0" or, in a program
+ *           registered as above, "procesaComandoExterno != NULL" for a null command function, and adds the service
+ *           all the same: ivrexa_anyade_servicio_net always makes one of the two. Deliberate;
  *           "s_programa->num_servicios_prestados < i_NUM_MAX_SERVICIOS_PRESTADOS" past 16 services, dropped. */
 IVREXA_API void ivrexa_anyade_servicio(const char *nombre_servicio, uint16_t version, void *datos_externos,
                                        ivrexa_funcion_comando procesaComandoExterno);
