@@ -1,5 +1,5 @@
-# Libraries of the bench, the tools and their tests: headers alone. In the cross build they are this machine's own, linked
-# into a folder by themselves, since the rest of /usr/include is not for Windows. The folder is `terceros`.
+# Libraries of the bench, the tools and their tests: headers alone. In the cross build they are this machine's own,
+# linked into a folder by themselves, since the rest of /usr/include is not for Windows. The folder is `terceros`.
 set(IVREXA_TERCEROS "" CACHE PATH "Folder with the headers msgpack.hpp, boost, flatbuffers, nlohmann and CLI")
 if(IVREXA_TERCEROS)
     set(terceros ${IVREXA_TERCEROS})

@@ -247,6 +247,16 @@ function(cmake_configura_y_compila)
     construye(${aqui}/consumidor ${TALLER}/cmake "-Divrexa_DIR=${COPIA}/lib/cmake/ivrexa")
 endfunction()
 
+# Without a toolchain file, as docs/install.md says for Debian.
+function(cmake_con_gcc_configura_y_compila)
+    set(carpeta ${TALLER}/cmake_gcc)
+    file(REMOVE_RECURSE ${carpeta})
+    ejecuta(dice ${CMAKE_COMMAND} -S ${aqui}/consumidor -B ${carpeta} -G Ninja "-DCMAKE_PREFIX_PATH=${COPIA}"
+        -D CMAKE_SYSTEM_NAME=Windows -D CMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix
+        -D CMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix)
+    ejecuta(dice nice -n 5 ${CMAKE_COMMAND} --build ${carpeta} -j 1)
+endfunction()
+
 # As a user does: in a copy, for the one that is installed may not be written to.
 function(ejemplos_instalados_compilan)
     file(REMOVE_RECURSE ${TALLER}/ejemplos)

@@ -90,6 +90,9 @@ def sbom_nombra_lo_ajeno(carpeta, _zip, _version):
 
     utiles = {paquetes[de]['name']: paquetes[de].get('versionInfo', '') for de, _ in relaciones(sbom, 'BUILD_TOOL_OF')}
     exige('CMake' in utiles and any(c in utiles for c in ('Clang', 'MSVC')), f'the build tools are {utiles}')
+    if 'Clang' in utiles:
+        for pieza in ('GCC-runtime-libraries', 'mingw-w64-runtime'):
+            exige(dentro.get(pieza) == las_dos, f'{pieza} is in {dentro.get(pieza)}')
     for paquete in sbom['packages']:
         exige(paquete['name'] == 'llvm-dlltool' or re.match(r'\d', paquete.get('versionInfo', '')),
               f'{paquete["name"]} has no version')
