@@ -332,6 +332,7 @@ template <typename T>
 static auto punteros(const std::vector<std::optional<T>> &textos)
 {
     std::vector<const typename T::value_type *> todos;
+    todos.reserve(textos.size());
     for (const std::optional<T> &texto : textos)
         todos.push_back(texto ? texto->c_str() : nullptr);
     return todos;
