@@ -33,13 +33,18 @@
 // THREADS   Any thread, unless said otherwise; one object belongs to one thread at a time, except session and client.
 //           A session with a window, and what registers through it (offer, publish, client, document), belong to the
 //           window's thread. Nothing else of this layer may run on another thread while a session is destroyed, but
-//           commands and session::notify().
+//           session::notify(), and commands that were asked for before. What such a command brings is neither used nor
+//           let go before the session is gone: join its thread first.
 // DATA      Readers, writers and answers end with the session: one that outlives it throws fault::usage instead of its
 //           values, and keeps its handles of shared memory until the process ends.
-//
-// Built by clang over GCC's C++ library, std::future needs the option -femulated-tls. docs/cpp.md says more.
+// COMPILER  Exceptions are needed, run-time types are not. Built by clang over GCC's C++ library, std::future needs the
+//           option -femulated-tls. docs/cpp.md says more.
 #ifndef IVREXA_HPP
 #define IVREXA_HPP
+
+#if (defined(_MSC_VER) && !defined(_CPPUNWIND)) || (defined(__GNUC__) && !defined(__cpp_exceptions))
+#error "ivrexa.hpp refuses by exceptions: compile with them (/EHsc, or without -fno-exceptions)"
+#endif
 
 #include <algorithm>
 #include <atomic>
@@ -106,13 +111,13 @@ private:
     fault m_why;
 };
 
-constexpr std::size_t max_service_name = 63; ///< characters of a service's name
-constexpr std::size_t max_value_name = 254;  ///< characters of a value's name
-constexpr std::size_t max_path = 255;        ///< characters of a program's path
-constexpr std::size_t max_short_text = 63;   ///< characters of the first text of a command
-constexpr std::size_t max_long_text = 255;   ///< characters of its second and third text
-constexpr std::size_t max_services = 16;     ///< services that a program offers, and as many that it uses
-constexpr std::size_t max_documents = 32;    ///< documents that a program has open
+inline constexpr std::size_t max_service_name = 63; ///< characters of a service's name
+inline constexpr std::size_t max_value_name = 254;  ///< characters of a value's name
+inline constexpr std::size_t max_path = 255;        ///< characters of a program's path
+inline constexpr std::size_t max_short_text = 63;   ///< characters of the first text of a command
+inline constexpr std::size_t max_long_text = 255;   ///< characters of its second and third text
+inline constexpr std::size_t max_services = 16;     ///< services that a program offers, and as many that it uses
+inline constexpr std::size_t max_documents = 32;    ///< documents that a program has open
 
 /// A view of elements that somebody else owns.
 template <typename T>
@@ -254,7 +259,7 @@ inline void check_alive(const owned &data, const std::string &service)
 }
 
 template <typename>
-constexpr bool never = false; // only once a template is used
+inline constexpr bool never = false; // only once a template is used
 
 } // namespace detail
 
@@ -347,8 +352,9 @@ public:
     const std::string &service() const { return m_service; }
 
     /// Stores what was written in a block of its own, once, and returns its id for the C functions; 0 without values.
-    /// The writer keeps the block alive. Throws fault::no_block where nobody offers the service: the data can be stored
-    /// once somebody does; and where the system gives no block, after the library's box: then it is of no more use.
+    /// The writer keeps the block alive. It asks each time whether somebody offers the service, which leaves a handle
+    /// open; without values it does not. Throws fault::no_block where nobody does: the data can be stored once somebody
+    /// does; and where the system gives no block, after the library's box: then it is of no more use.
     std::uint32_t store()
     {
         if (size() != 0 && !detail::is_offered(m_service))
@@ -909,7 +915,9 @@ struct notification {
 /// window's.
 enum class where {
     library_thread, ///< the server waits until the function returns; run no command on that service in it
-    window_thread   ///< the server waits until the data has been taken; then the function may touch windows
+    /// The server waits until the data has been taken; then the function may touch windows. It runs when the window's
+    /// messages are dispatched, and no more once the session's end has begun: see session.
+    window_thread
 };
 
 namespace detail {
@@ -930,6 +938,10 @@ struct offered_service;
 ///   - nor while a command is under way that needs this window's thread: one on a service that this session offers, or
 ///     on a server that calls this program back. Get its future first.
 ///
+/// A notification whose server has been answered is dropped all the same where it waits for where::window_thread, or
+/// comes, when the end begins: what its function works on may have gone by then. To miss none that has come, dispatch
+/// what messages the window has, then end the session.
+///
 /// "One at a time" holds for each executable or DLL with this header in it; a program with several keeps to it itself.
 class session {
 public:
@@ -949,7 +961,8 @@ public:
     ///          Begin the session on the thread of that window: nobody checks it.
     /// Throws fault::path, or fault::usage while there is another session.
     explicit session(std::string path, ivrexa_hwnd window = nullptr);
-    /// Ends it: what waits in queues is never sent, what is under way is waited for, and all is withdrawn.
+    /// Ends it: what waits in queues is never sent, what is under way is waited for, and all is withdrawn. Then the
+    /// functions that it was given are destroyed, also those that hold a client.
     ~session();
     session(const session &) = delete;
     session &operator=(const session &) = delete;
@@ -1023,13 +1036,14 @@ public:
 
     /// The service.
     const std::string &service() const;
-    /// Says that the server has a window, so that no command waits for the 2.5 s. Where that is not so, a command may
-    /// end the server.
+    /// Says that the server has a window, so that no command waits for the 2.5 s, nor end_server() for any command.
+    /// Where that is not so, a command may end the server, and end_server() disturb the command under way.
     client &server_has_window();
     /// A command to run by this client. id: 100 and up, or fault::usage is thrown.
     ivrexa::request request(std::uint32_t id) const;
 
-    /// Runs a command and waits for its end, on this thread and without a deadline; it uses the request up.
+    /// Runs a command and waits for its end, on this thread and without a deadline; it uses the request up, unless it
+    /// throws fault::usage for where it was called.
     ///
     /// With a server that has a window, messages sent to this thread's windows are delivered while the command runs,
     /// but not while it waits for its turn or for the 2.5 s. Throws fault::usage for a request that has been run or is
@@ -1042,7 +1056,9 @@ public:
     /// Runs a command without input and texts.
     answer execute(std::uint32_t id) { return execute(request(id)); }
 
-    /// Runs a command on a thread of the layer, behind those asked for before; it uses the request up.
+    /// Runs a command on a thread of the layer, behind those asked for before; it uses the request up. Inside the
+    /// command function of the service itself do not wait for the future: the command waits for that function's end, so
+    /// both would wait for ever.
     ///
     /// deadline   from now, 0 to a year. Once it has passed the future tells outcome::not_sent, and then the server
     ///            never gets the command, or outcome::late: then the library has it and goes on with it, and the server
@@ -1065,7 +1081,7 @@ private:
     friend class document;
     using may_send = std::function<bool()>;
 
-    ivrexa::request take(ivrexa::request &r) const;
+    void check(const ivrexa::request &r) const;
     std::future<answer> send_off(ivrexa::request &r, std::optional<std::chrono::steady_clock::time_point> deadline);
     static answer run(detail::core &c, detail::client_state &s, ivrexa::request &r, const may_send &may);
     static answer send(detail::core &c, detail::client_state &s, ivrexa::request &r, std::uint32_t input);
@@ -1108,7 +1124,7 @@ using steady = std::chrono::steady_clock;
 
 // A server without a window that looks at a client's heartbeat before it has begun may take the client for dead, and
 // end.
-constexpr std::chrono::milliseconds heartbeat_begins{2500};
+inline constexpr std::chrono::milliseconds heartbeat_begins{2500};
 
 inline answer only(outcome what)
 {
@@ -1262,7 +1278,7 @@ private:
 // What the clients of one service in this program share.
 struct client_state {
     const std::string service;
-    const std::function<void(notification &)> told; // empty without notifications
+    std::function<void(notification &)> told; // empty without notifications, and once the session has ended
     const where place;
 
     std::mutex turn;                       // one command at a time
@@ -1385,6 +1401,8 @@ struct core {
     std::condition_variable quiet;
     bool ends = false;
 
+    const std::uint32_t made_in = sessions_ended();
+
     core(std::string p, ivrexa_hwnd w) : path(std::move(p)), window(w) {}
 
     // That of the session there is.
@@ -1406,13 +1424,18 @@ struct core {
             since = steady::now();
         registered = true;
     }
-    offered_service *find_offered(const std::string &service)
+    // Under guard: the session's end destroys it.
+    const offered_service *find_offered(const std::string &service) const
     {
-        std::lock_guard<std::mutex> lock(guard);
         for (const std::unique_ptr<offered_service> &o : offered)
             if (o->name == service)
                 return o.get();
         return nullptr;
+    }
+    bool offers(const std::string &service)
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        return find_offered(service) != nullptr;
     }
     std::shared_ptr<client_state> find_client(const std::string &service)
     {
@@ -1423,8 +1446,16 @@ struct core {
     // Whether this thread is inside the service's command function.
     bool is_serving(const std::string &service)
     {
-        offered_service *o = find_offered(service);
+        std::lock_guard<std::mutex> lock(guard);
+        const offered_service *o = find_offered(service);
         return o != nullptr && o->serving.load() == std::this_thread::get_id();
+    }
+    // Whether commands on the service come to this program's window.
+    bool serves_in_window(const std::string &service)
+    {
+        std::lock_guard<std::mutex> lock(guard);
+        const offered_service *o = find_offered(service);
+        return o != nullptr && o->published && window != nullptr;
     }
     // Without a window: a service that is announced again forgets the command that its thread is at.
     void check_publishes_still() const
@@ -1442,8 +1473,8 @@ struct core {
     void check_published(const std::string &service)
     {
         check_service(service);
-        offered_service *o = find_offered(service);
         std::lock_guard<std::mutex> lock(guard);
+        const offered_service *o = find_offered(service);
         if (o == nullptr || !o->published)
             throw error(fault::usage,
                         "this program has not published " + quoted(service) + ": it notifies nobody there");
@@ -1507,6 +1538,28 @@ struct core {
         std::lock_guard<std::recursive_mutex> lock(registering);
         ended = true;
     }
+    // Command data that nobody needs any more when the end has begun, which takes its memory away meanwhile.
+    void leaves_to_end(writer &data) const
+    {
+        if (made_in == sessions_ended())
+            data.release();
+    }
+    // Once the library calls nothing any more. The host's functions may hold clients, and these hold this and each
+    // other; what else they hold may call the layer when it is destroyed.
+    void forgets_functions()
+    {
+        session::failure_handler hook;
+        std::vector<std::unique_ptr<offered_service>> services;
+        std::map<std::string, std::shared_ptr<client_state>> used;
+        {
+            std::lock_guard<std::mutex> lock(guard);
+            hook.swap(failed);
+            services.swap(offered);
+            used.swap(clients);
+        }
+        for (auto &named : used)
+            named.second->told = nullptr;
+    }
 };
 
 } // namespace detail
@@ -1528,6 +1581,7 @@ inline session::~session()
     ivrexa_cierra_sesion();
     detail::sessions_ended()++;
     detail::core::current() = nullptr;
+    m_core->forgets_functions();
 }
 
 inline ivrexa_hwnd session::window() const
@@ -1552,7 +1606,7 @@ inline void session::offer_number(const std::string &service, number_handler f, 
     c.check_thread();
     std::lock_guard<std::recursive_mutex> lock(c.registering);
     c.check_publishes_still();
-    if (c.find_offered(service) != nullptr)
+    if (c.offers(service))
         throw error(fault::usage, "this program offers " + detail::quoted(service) + " already");
     if (c.offered.size() == max_services)
         throw error(fault::too_many,
@@ -1671,8 +1725,7 @@ inline outcome meaning(core &c, client_state &s, std::uint32_t code)
     case ivrexa_resultado_NINGUNO:
         return s.still_has_server() ? outcome::no_answer : outcome::server_gone;
     case ivrexa_resultado_ERROR:
-        if (ivrexa_dame_id_MSG_servicio(s.service.c_str()) == 0 &&
-            (c.window != nullptr || c.find_offered(s.service) == nullptr))
+        if (ivrexa_dame_id_MSG_servicio(s.service.c_str()) == 0 && (c.window != nullptr || !c.offers(s.service)))
             return outcome::not_a_client;
         return s.still_has_server() ? outcome::server_error : outcome::server_gone;
     default:
@@ -1750,20 +1803,19 @@ inline ivrexa::request client::request(std::uint32_t id) const
     return ivrexa::request(id, service());
 }
 
-inline ivrexa::request client::take(ivrexa::request &r) const
+inline void client::check(const ivrexa::request &r) const
 {
     if (r.m_input.get() == nullptr)
         throw error(fault::usage, "a request for " + detail::quoted(service()) + " is run once");
     if (r.m_input.service() != service())
         throw error(fault::usage, "a request for " + detail::quoted(r.m_input.service()) + " is not one for " +
                                       detail::quoted(service()));
-    return std::move(r);
 }
 
 inline answer client::execute(ivrexa::request &r)
 {
-    ivrexa::request taken = take(r);
-    return run(*m_core, *m_state, taken, [] { return true; });
+    check(r);
+    return run(*m_core, *m_state, r, [] { return true; });
 }
 
 inline std::future<answer> client::execute_async(ivrexa::request &r, std::chrono::milliseconds deadline)
@@ -1779,18 +1831,20 @@ inline std::future<answer> client::execute_async(ivrexa::request &r)
 
 inline std::future<answer> client::send_off(ivrexa::request &r, std::optional<detail::steady::time_point> deadline)
 {
-    auto e = std::make_shared<detail::errand>(take(r), deadline);
+    check(r);
+    auto e = std::make_shared<detail::errand>(std::move(r), deadline);
     std::future<answer> told = e->future();
     detail::client_state &s = *m_state;
     std::lock_guard<std::mutex> lock(s.guard);
     if (s.ends) {
+        m_core->leaves_to_end(e->what.m_input);
         e->tell(detail::only(outcome::not_a_client));
         return told;
     }
     if (!s.worker.joinable())
         s.worker = std::thread(work, std::ref(*m_core), std::ref(s));
     m_core->clock.watch(e);
-    s.errands.push_back(e); // the last that may throw: what has thrown is not sent
+    s.errands.push_back(std::move(e)); // the last that may throw: what has thrown is not sent
     s.changed.notify_all();
     return told;
 }
@@ -1820,16 +1874,19 @@ inline answer client::run(detail::core &c, detail::client_state &s, ivrexa::requ
     if (c.is_serving(s.service)) // it would wait for itself for ever
         throw error(fault::usage, "the command function of " + detail::quoted(s.service) + " runs no command on it");
     detail::my_turn turn(s);
-    if (!s.open)
+    ivrexa::request mine = std::move(r); // goes before the turn does: the session's end waits no longer
+    if (!s.open) {
+        c.leaves_to_end(mine.m_input);
         return detail::only(outcome::not_a_client);
+    }
     if (!s.has_server())
         return detail::only(outcome::no_such_service);
     if (!s.has_window && !s.waits_until(c.since.load() + detail::heartbeat_begins))
         return detail::only(outcome::not_sent);
-    const std::uint32_t input = r.m_input.store_in_channel(); // it may wait for a command of somebody else
+    const std::uint32_t input = mine.m_input.store_in_channel(); // it may wait for a command of somebody else
     if (!may())
         return detail::only(outcome::not_sent);
-    return send(c, s, r, input);
+    return send(c, s, mine, input);
 }
 
 inline answer client::send(detail::core &c, detail::client_state &s, ivrexa::request &r, std::uint32_t input)
@@ -1940,21 +1997,25 @@ inline std::optional<found_service> find_service(const std::string &prefix)
     return found;
 }
 
-/// Asks the server of a service to end, behind this program's commands on it. With a window it ends when it comes to
-/// it; one without a window has ended when this returns, and hears it only from a program that is its client. A server
-/// with a window may end itself so inside its command function: its loop ends behind the command. Throws
-/// fault::service_name, or usage where a command on the service is under way on this thread, and inside the service's
-/// own command function without a window: it would wait for itself.
+/// Asks the server of a service to end. One with a window ends when it comes to it, and this does not wait for that;
+/// inside its command function it may so end itself: its loop ends behind the command. One without a window has ended
+/// when this returns, and hears it only from a program that is its client.
+///
+/// Asked behind the command on the service that is under way in this program, if there is one: as long as that takes,
+/// this waits and dispatches no messages. Only where the server is this program's own with a window, or one of which
+/// client::server_has_window() has been said, it is asked at once.
+///
+/// Throws fault::service_name, or usage where it would wait for itself: with a command on the service under way on this
+/// thread, and inside the service's own command function without a window.
 inline void end_server(const std::string &service)
 {
     detail::check_service(service);
     detail::core *c = detail::core::current();
-    const bool inside = c != nullptr && c->is_serving(service);
-    if (inside && c->window == nullptr)
+    if (c != nullptr && c->window == nullptr && c->is_serving(service))
         throw error(fault::usage, "the command function of " + detail::quoted(service) + " cannot end it");
     std::shared_ptr<detail::client_state> s = c != nullptr ? c->find_client(service) : nullptr;
     std::optional<detail::my_turn> turn;
-    if (s != nullptr && !inside) // the turn may be that of the command that we are in
+    if (s != nullptr && !s->has_window && !c->serves_in_window(service)) // to a window a message is posted, to no other
         turn.emplace(*s);
     ivrexa_terminar_servidor(service.c_str());
 }

@@ -146,6 +146,22 @@ TEST_P(hpp_avisos, el_servidor_no_espera_a_la_ventana)
     EXPECT_EQ(m_recibidos[0].texto + m_recibidos[1].texto, "unodos");
 }
 
+// What the function works on may go before the session does. The messages of the window are the host's to dispatch.
+TEST_P(hpp_avisos, lo_que_la_ventana_no_ha_repartido_cuando_acaba_la_sesion_se_pierde)
+{
+    papel servidor = arranca_capa(clase, servicio);
+    escucha(where::window_thread);
+    servidor.di("AVISA 200 41 uno");
+    EXPECT_EQ(servidor.espera_linea("AVISADO ", PLAZO_MS), "AVISADO 41");
+    m_documento.reset();
+    m_sesion.reset();
+    MSG msg;
+    while (PeekMessageW(&msg, nullptr, 0, 0, PM_REMOVE))
+        DispatchMessageW(&msg);
+    EXPECT_EQ(cuantos(), 0u);
+    EXPECT_TRUE(m_fallos.empty());
+}
+
 TEST_P(hpp_avisos, lo_que_escapa_de_la_funcion_se_dice_y_el_servidor_sigue)
 {
     for (where donde : {where::library_thread, where::window_thread}) {

@@ -502,6 +502,36 @@ TEST_F(hpp_orden, cuando_la_sesion_acaba_ya_no_se_guardan_datos_de_avisos)
     destruye_ventana(&hwnd);
 }
 
+// How many areas of this process are so large.
+static size_t areas_de(size_t tam)
+{
+    size_t num = 0;
+    MEMORY_BASIC_INFORMATION area;
+    for (const char *aqui = nullptr; VirtualQuery(aqui, &area, sizeof area) != 0; aqui += area.RegionSize)
+        num += area.State == MEM_COMMIT && area.RegionSize >= tam ? 1 : 0;
+    return num;
+}
+
+// Its memory is there as long as the command, and given back when the answer is told: the session's end, which takes
+// all of it, waits for no more.
+TEST_F(hpp_orden, la_entrada_se_suelta_antes_de_que_se_sepa_la_respuesta)
+{
+    const size_t tam = 32 << 20;
+    papel servidor = arranca_capa("ventana", servicio);
+    client c = cliente_de("ventana");
+    const size_t antes = areas_de(tam);
+    for (uint32_t vez = 0; vez < 10; vez++) {
+        ivrexa::request r = c.request(capa_ESPERA);
+        r.add("x", ivrexa::bytes(tam));
+        std::future<answer> f = c.execute_async(r);
+        servidor.espera_linea("DENTRO", PLAZO_MS);
+        EXPECT_GT(areas_de(tam), antes);
+        servidor.di("SIGUE");
+        EXPECT_EQ(espera_respuesta(f).what, outcome::ok);
+        EXPECT_EQ(areas_de(tam), antes) << vez;
+    }
+}
+
 // It ends with the session, and the texts stay: they are its own.
 TEST_F(hpp_orden, una_respuesta_que_sobrevive_a_la_sesion_no_da_sus_datos)
 {
@@ -530,18 +560,20 @@ PAPEL(capa_llamado)
     {
         ivrexa::session s("llamado", hwnd_capa(hwnd));
         std::optional<client> c;
+        std::optional<ivrexa::request> suya;
         s.offer(mio, [&](ivrexa::command &) {
-            std::optional<ivrexa::fault> fallo = fallo_de([&] { c->execute(capa_PRIMERO); });
+            std::optional<ivrexa::fault> fallo = fallo_de([&] { c->execute(*suya); });
             yo.di(fallo == ivrexa::fault::usage ? "RECHAZADO" : "SIN RECHAZO");
             return ivrexa::result::cancelled;
         });
         s.publish();
         c.emplace(s, suyo);
         c->server_has_window();
+        suya.emplace(c->request(capa_PRIMERO + 1));
         yo.di("LISTO");
         yo.escucha_linea("YA", PLAZO_MS);
         yo.di("RESULTADO " + std::to_string(c->execute(capa_PRIMERO).code));
-        EXPECT_EQ(c->execute(capa_PRIMERO + 1).what, outcome::ok) << "its turn has been given back";
+        EXPECT_EQ(c->execute(*suya).what, outcome::ok) << "its turn has been given back, and it has not been used up";
     }
     destruye_ventana(&hwnd);
     return 0;

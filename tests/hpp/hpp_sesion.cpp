@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "comun/hilo.h"
+#include "otra_unidad.h"
 
 using ivrexa::answer;
 using ivrexa::client;
@@ -44,6 +45,26 @@ TEST_F(hpp_sesion, hay_una_a_la_vez)
     }
     session s("hpp");
     EXPECT_EQ(s.window(), nullptr);
+}
+
+// What one has made is the other's.
+TEST_F(hpp_sesion, hay_una_a_la_vez_tambien_con_otra_unidad_del_programa)
+{
+    EXPECT_EQ(constantes_de_otra_unidad(),
+              (std::vector<const void *>{&ivrexa::max_service_name, &ivrexa::max_value_name, &ivrexa::max_path,
+                                         &ivrexa::max_short_text, &ivrexa::max_long_text, &ivrexa::max_services,
+                                         &ivrexa::max_documents, &ivrexa::detail::heartbeat_begins}));
+    ivrexa::writer datos = ivrexa::writer::output(servicio);
+    {
+        session s("hpp");
+        EXPECT_RECHAZO(usage, sesion_de_otra_unidad());
+        client c(s, servicio);
+        ivrexa::request r = c.request(100);
+        EXPECT_EQ(ejecuta_en_otra_unidad(c, r).what, outcome::no_such_service);
+        EXPECT_RECHAZO(usage, c.execute(r)) << "it has been run there";
+    }
+    sesion_de_otra_unidad();
+    EXPECT_RECHAZO(usage, datos.add("x", 1u)) << "it ended with a session";
 }
 
 TEST_F(hpp_sesion, rechaza_rutas_vacias_de_256_y_con_nulo_y_despues_puede_haber_una)
@@ -177,6 +198,47 @@ static LRESULT CALLBACK obediente(HWND hwnd, UINT msg, WPARAM wparam, LPARAM lpa
     if (msg == WM_APP)
         s_al_mandarle();
     return DefWindowProcW(hwnd, msg, wparam, lparam);
+}
+
+// Says when it dies, and then calls the layer by the client that it holds.
+class testigo {
+public:
+    testigo(client c, uint32_t *muertos) : m_cliente(std::move(c)), m_muertos(muertos) {}
+    ~testigo()
+    {
+        EXPECT_EQ(m_cliente.execute(100).what, outcome::not_a_client);
+        ++*m_muertos;
+    }
+    testigo(const testigo &) = delete;
+    testigo &operator=(const testigo &) = delete;
+
+private:
+    client m_cliente;
+    uint32_t *m_muertos;
+};
+
+// The session knows them, and they know it by their client.
+TEST_F(hpp_sesion, las_funciones_mueren_con_la_sesion_aunque_tengan_un_cliente)
+{
+    uint32_t muertos = 0;
+    std::optional<client> sobrevive;
+    {
+        session s("hpp", ventana());
+        sobrevive.emplace(s, servicio + "_otro");
+        auto nuevo = [&] { return std::make_shared<testigo>(*sobrevive, &muertos); };
+        s.offer(servicio, [suyo = nuevo()](command &) { return result::ok; });
+        s.offer_number(servicio + "_2", [suyo = nuevo()](command &) { return 1; });
+        s.on_failure([suyo = nuevo()](const std::string &, const std::exception_ptr &) {});
+        s.publish();
+        client avisado(s, servicio + "_3", [suyo = nuevo()](ivrexa::notification &) {});
+        // And one whose function has itself.
+        auto yo = std::make_shared<std::optional<client>>();
+        yo->emplace(s, servicio + "_4", [yo, suyo = nuevo()](ivrexa::notification &) {});
+        EXPECT_EQ(muertos, 0u);
+    }
+    EXPECT_EQ(muertos, 5u);
+    EXPECT_EQ(sobrevive->execute(100).what, outcome::not_a_client);
+    EXPECT_SIN_INFORMES();
 }
 
 // The library's box for a desktop without a place for another program dispatches messages.
@@ -331,22 +393,83 @@ TEST_F(hpp_sesion, pedir_el_fin_a_un_servidor_con_ventana_le_manda_el_quit)
     ivrexa::end_server(servicio);
 }
 
+// A: offers a service with a window, and asks it to end on the window's thread, which a command on it waits for.
+PAPEL(capa_que_se_acaba)
+{
+    HWND hwnd = crea_ventana();
+    {
+        session s("que_se_acaba", hwnd_capa(hwnd));
+        s.offer(args[0], bien);
+        s.publish();
+        client c(s, args[0]);
+        std::future<answer> f = c.execute_async(c.request(100), std::chrono::milliseconds(60000));
+        // It has come to the window, and waits for its thread.
+        EXPECT_EQ(MsgWaitForMultipleObjects(0, nullptr, FALSE, PLAZO_MS, QS_SENDMESSAGE), WAIT_OBJECT_0);
+        yo.di("LISTO");
+        ivrexa::end_server(args[0]);
+        yo.di("VUELVE");
+        EXPECT_EQ(bombea_hasta_quit(PLAZO_MS), bombeo::quit);
+        EXPECT_EQ(espera_respuesta(f).what, outcome::ok);
+    }
+    destruye_ventana(&hwnd);
+    return 0;
+}
+
+TEST_F(hpp_sesion, pedir_el_fin_del_servicio_propio_con_ventana_no_espera_a_la_orden_en_curso)
+{
+    papel a = arranca_papel("capa_que_se_acaba", {servicio});
+    ASSERT_EQ(a.espera_linea("VUELVE", PLAZO_MS), "VUELVE");
+    EXPECT_EQ(a.espera_fin(PLAZO_MS), 0u);
+}
+
+// A command on a server that hangs may never end. A server that may have none waits for its turn, as a command does.
+TEST_F(hpp_sesion, pedir_el_fin_no_espera_a_la_orden_en_curso_si_se_dice_que_hay_ventana)
+{
+    for (bool se_dice : {true, false}) {
+        SCOPED_TRACE(se_dice);
+        papel servidor = arranca_capa("ventana", servicio);
+        session s("hpp");
+        client c(s, servicio);
+        if (se_dice)
+            c.server_has_window();
+        std::future<answer> f = c.execute_async(c.request(capa_ESPERA));
+        servidor.espera_linea("DENTRO", PLAZO_MS);
+        hilo aparte([&] { ivrexa::end_server(servicio); });
+        EXPECT_EQ(aparte.acaba(se_dice ? PLAZO_MS / 3 : QUIETO_MS), se_dice);
+        servidor.di("SIGUE");
+        EXPECT_EQ(espera_respuesta(f).what, outcome::ok);
+        EXPECT_TRUE(aparte.acaba(PLAZO_MS));
+        EXPECT_EQ(servidor.espera_fin(PLAZO_MS), 0u);
+    }
+}
+
 // A second message of the library's in the middle of a command would wait for itself.
 TEST_F(hpp_sesion, la_funcion_de_un_servicio_no_puede_mandarle_ordenes)
 {
     session s("hpp", ventana());
     std::optional<client> c;
+    std::optional<ivrexa::request> suya;
     std::optional<ivrexa::fault> fallo;
-    s.offer(servicio, [&](command &) {
-        fallo = fallo_de([&] { c->execute(101); });
+    uint32_t valor = 0;
+    s.offer(servicio, [&](command &orden) {
+        if (orden.id() == 100)
+            fallo = fallo_de([&] { c->execute(*suya); });
+        else
+            valor = orden.input().get<uint32_t>("x");
         return result::cancelled;
     });
     s.publish();
     c.emplace(s, servicio);
     c->server_has_window();
-    hilo aparte([&] { EXPECT_EQ(c->execute(100).what, outcome::cancelled); });
+    suya.emplace(c->request(101));
+    suya->add("x", 7u);
+    hilo aparte([&] {
+        EXPECT_EQ(c->execute(100).what, outcome::cancelled);
+        EXPECT_NO_THROW(EXPECT_EQ(c->execute(*suya).what, outcome::cancelled)) << "it has not been used up";
+    });
     EXPECT_EQ(bombea_hasta([&] { return aparte.acaba(0); }, PLAZO_MS), bombeo::cumplido);
     EXPECT_EQ(fallo, ivrexa::fault::usage);
+    EXPECT_EQ(valor, 7u);
 }
 
 // It would be a command to itself, for which it would wait for ever.
