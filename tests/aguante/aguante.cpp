@@ -260,10 +260,35 @@ private:
         mide();
     }
 
+    // Blocks, mutexes and threads are all that the library opens. Of other kinds the system has some open for a moment, at
+    // any time and in any program, so one that holds more of them than before gets time to be rid of them.
+    std::map<uint32_t, manejadores_vistos> manejadores_que_duran() const
+    {
+        std::map<uint32_t, manejadores_vistos> manejadores;
+        espera_hasta(
+            [&] {
+                manejadores = manejadores_de_todos();
+                return !alguien_tiene_otros_de_mas(manejadores);
+            },
+            5000);
+        return manejadores;
+    }
+
+    bool alguien_tiene_otros_de_mas(const std::map<uint32_t, manejadores_vistos> &manejadores) const
+    {
+        for (size_t i = 0; i < m_programas.size(); i++) {
+            const std::vector<muestra> &antes = m_programas[i].datos.muestras;
+            const bool tiene_antes = !antes.empty() && antes.back().generacion == m_generacion;
+            if (tiene_antes && manejadores.at(m_papeles[i].pid()).otros > antes.back().manejadores.otros)
+                return true;
+        }
+        return false;
+    }
+
     void mide()
     {
         std::map<std::string, int32_t> bloques;
-        std::map<uint32_t, manejadores_vistos> manejadores = manejadores_de_todos();
+        std::map<uint32_t, manejadores_vistos> manejadores = manejadores_que_duran();
         for (size_t i = 0; i < m_programas.size(); i++) {
             programa &p = m_programas[i];
             if (!p.servicio.empty() && bloques.count(p.servicio) == 0)
