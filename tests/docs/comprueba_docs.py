@@ -9,8 +9,8 @@ import re
 import sys
 
 sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
-import fuentes  # noqa: E402
-import paginas  # noqa: E402
+import fuentes  # by the path set above
+import paginas
 
 FORMA, EJEMPLO = 'form', 'text'     # what stands behind the fences of trace.md
 
@@ -178,6 +178,18 @@ def mandatos(arbol):
     return malos if vistos else ['no page shows a command']
 
 
+# The table of the C++ page has each outcome of the C++ header once.
+def salidas(arbol):
+    cabecera = fuentes.sin_comentarios(paginas.lee(arbol, 'include/ivrexa.hpp'))
+    enumerados = re.findall(r'\w+', re.search(r'enum class outcome \{(.*?)\}', cabecera, re.S).group(1))
+    seccion = paginas.lee(arbol, 'docs/cpp.md').split('## What each outcome means\n')[1].split('\n## ')[0]
+    filas = re.findall(r'^\| `(\w+)` \|', seccion, re.M)
+    malos = falta(enumerados, filas, 'docs/cpp.md lacks the outcome')
+    malos += falta(filas, enumerados, 'docs/cpp.md has what is no outcome')
+    malos += ['docs/cpp.md has twice: ' + x for x in sorted(set(filas)) if filas.count(x) > 1]
+    return malos if enumerados else ['include/ivrexa.hpp has no outcomes']
+
+
 # A test of the DLL runs those of the README.
 def programas(arbol):
     leeme = paginas.bloques(paginas.lee(arbol, 'README.md'), 'c')[:2]
@@ -185,7 +197,7 @@ def programas(arbol):
     return [] if leeme == comienzo else ['the two programs of docs/start-here.md are not those of README.md']
 
 
-COMPROBACIONES = (informes, traza, ejemplos_traza, enlaces, indice, nombres, mandatos, programas)
+COMPROBACIONES = (informes, traza, ejemplos_traza, enlaces, indice, nombres, mandatos, salidas, programas)
 
 
 def main():
