@@ -90,15 +90,18 @@ def textos_de_traza(arbol):
 
 # ---- Names
 
-# Whatever a page may call by a name that begins like the library's: what hosts include, what the bindings declare, a
-# file, something of the build's own, and a text in the code, such as the name of a mutex or of a row of the bench.
+# What hosts include, what the bindings declare, and what is the build's own.
+NOMBRADOR = re.compile(r'(include|bindings)/|src/[^/]*\.def$|(.*/)?CMakeLists\.txt$|.*\.cmake$')
+
+
+# Whatever a page may call by a name that begins like the library's: besides those, a file, and a text in the code, such
+# as the name of a mutex or of a row of the bench.
 def nombres(arbol):
     hallados = set()
-    for fichero in ficheros(arbol, 'include/*', 'bindings/**/*', '**/CMakeLists.txt', '**/*.cmake', 'src/*.def'):
-        if os.path.isfile(fichero) and not fichero.endswith('.md'):
-            hallados |= set(re.findall(r'\bivrexa_\w+', codigo(fichero)))
+    for ruta in paginas.ficheros(arbol):
+        hallados |= set(re.findall(r'\bivrexa_\w+', os.path.basename(ruta)))
+        if NOMBRADOR.match(ruta) and not ruta.endswith('.md'):
+            hallados |= set(re.findall(r'\bivrexa_\w+', codigo(os.path.join(arbol, ruta))))
     for fichero in ficheros(arbol, 'src/*.cpp', 'bench/**/*.cpp', 'tools/**/*.cpp'):
         hallados |= {x for texto in literales(codigo(fichero)) for x in re.findall(r'\bivrexa_\w+', texto)}
-    for fichero in ficheros(arbol, '*/*', '*/*/*'):
-        hallados |= set(re.findall(r'\bivrexa_\w+', os.path.basename(fichero)))
     return hallados

@@ -10,14 +10,18 @@ def lee(arbol, ruta):
         return fichero.read()
 
 
-# All pages, by their paths from the tree's root. Build folders and hidden ones are nobody's pages.
-def todas(arbol):
+# All files of the tree, by their paths from its root. What lies in build folders and hidden ones is nobody's.
+def ficheros(arbol):
     rutas = []
-    for carpeta, subcarpetas, ficheros in os.walk(arbol):
+    for carpeta, subcarpetas, nombres in os.walk(arbol):
         subcarpetas[:] = sorted(x for x in subcarpetas if x != 'build' and not x.startswith('.') and
                                 not os.path.exists(os.path.join(carpeta, x, 'CMakeCache.txt')))
-        rutas += [os.path.relpath(os.path.join(carpeta, x), arbol) for x in sorted(ficheros) if x.endswith('.md')]
+        rutas += [os.path.relpath(os.path.join(carpeta, x), arbol) for x in sorted(nombres)]
     return rutas
+
+
+def todas(arbol):
+    return [x for x in ficheros(arbol) if x.endswith('.md')]
 
 
 # The blocks between fences that have `clase` behind them.
