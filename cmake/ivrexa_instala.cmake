@@ -54,12 +54,7 @@ if(TARGET ivrexactl)
     install(TARGETS ivrexactl ivrexa-monitor RUNTIME DESTINATION bin)
 endif()
 
-# A build folder that has been in use may lack the newest of these headers.
-foreach(cabecera IN ITEMS ivrexa.h ivrexa_mcbase.h ivrexa.hpp)
-    if(EXISTS ${PROJECT_SOURCE_DIR}/include/${cabecera})
-        install(FILES include/${cabecera} DESTINATION include)
-    endif()
-endforeach()
+install(FILES include/ivrexa.h include/ivrexa_mcbase.h include/ivrexa.hpp DESTINATION include)
 
 # ---- How it is found -----------------------------------------------------------------------------------------
 
@@ -79,24 +74,19 @@ install(FILES ${carpeta}/ivrexa.pc DESTINATION lib/pkgconfig)
 # ---- What there is to read -----------------------------------------------------------------------------------
 
 set(lectura share/doc/ivrexa)
-foreach(pagina IN ITEMS README.md CHANGELOG.md CONTRIBUTING.md LICENSE tools/README.md bench/README.md
-        packaging/README.md)
-    if(EXISTS ${PROJECT_SOURCE_DIR}/${pagina})
-        cmake_path(GET pagina PARENT_PATH carpeta_pagina)
-        install(FILES ${pagina} DESTINATION ${lectura}/${carpeta_pagina})
-    endif()
+foreach(pagina IN ITEMS README.md CHANGELOG.md CONTRIBUTING.md tools/README.md bench/README.md packaging/README.md)
+    cmake_path(GET pagina PARENT_PATH carpeta_pagina)
+    install(FILES ${pagina} DESTINATION ${lectura}/${carpeta_pagina})
 endforeach()
+install(FILES LICENSE DESTINATION ${lectura} OPTIONAL)      # there is none yet
 install(DIRECTORY docs DESTINATION ${lectura}
     FILES_MATCHING PATTERN "*.md" PATTERN "*.png" PATTERN "*.svg")
 install(DIRECTORY examples DESTINATION ${lectura}
     FILES_MATCHING PATTERN "*.md" PATTERN "*.c" PATTERN "*.cpp")
 install(FILES cmake/paquete/ejemplos.cmake DESTINATION ${lectura}/examples RENAME CMakeLists.txt)
-if(IS_DIRECTORY ${PROJECT_SOURCE_DIR}/bindings)
-    install(DIRECTORY bindings DESTINATION ${lectura}
-        FILES_MATCHING PATTERN "*.md" PATTERN "*.json" PATTERN "*.py" PATTERN "*.cs" PATTERN "*.go" PATTERN "*.mod"
-        PATTERN "*.rs" PATTERN "*.toml" PATTERN "*.lock" PATTERN "target" EXCLUDE
-        PATTERN "__pycache__" EXCLUDE)
-endif()
+install(DIRECTORY bindings DESTINATION ${lectura}
+    FILES_MATCHING PATTERN "*.md" PATTERN "*.json" PATTERN "*.py" PATTERN "*.cs" PATTERN "*.go" PATTERN "*.mod"
+    PATTERN "*.rs" PATTERN "*.toml" PATTERN "*.lock" PATTERN "target" EXCLUDE PATTERN "__pycache__" EXCLUDE)
 
 # What else a parent project installs is not ours to list or to pack.
 if(NOT PROJECT_IS_TOP_LEVEL)

@@ -77,22 +77,16 @@ function(estos_ficheros_y_ninguno_mas)
     set(esperados bin/ivrexa.dll bin/ivrexactl.exe bin/ivrexa-monitor.exe lib/libivrexa.dll.a lib/ivrexa.lib
         lib/cmake/ivrexa/ivrexaConfig.cmake lib/cmake/ivrexa/ivrexaConfigVersion.cmake
         lib/cmake/ivrexa/ivrexaTargets.cmake lib/pkgconfig/ivrexa.pc include/ivrexa.h include/ivrexa_mcbase.h
-        share/doc/ivrexa/README.md share/doc/ivrexa/CHANGELOG.md share/doc/ivrexa/tools/README.md
+        include/ivrexa.hpp share/doc/ivrexa/README.md share/doc/ivrexa/CHANGELOG.md share/doc/ivrexa/CONTRIBUTING.md
+        share/doc/ivrexa/tools/README.md
         share/doc/ivrexa/bench/README.md share/doc/ivrexa/packaging/README.md
         share/doc/ivrexa/docs/install.md share/doc/ivrexa/examples/CMakeLists.txt share/doc/ivrexa/ivrexa.spdx.json)
     if(CONFIGURACION MATCHES "Debug|RelWithDebInfo")
         list(APPEND esperados bin/ivrexa.pdb)
     endif()
-    foreach(quizas IN ITEMS include/ivrexa.hpp)
-        if(EXISTS ${FUENTES}/${quizas})
-            list(APPEND esperados ${quizas})
-        endif()
-    endforeach()
-    foreach(quizas IN ITEMS CONTRIBUTING.md LICENSE)
-        if(EXISTS ${FUENTES}/${quizas})
-            list(APPEND esperados share/doc/ivrexa/${quizas})
-        endif()
-    endforeach()
+    if(EXISTS ${FUENTES}/LICENSE)
+        list(APPEND esperados share/doc/ivrexa/LICENSE)
+    endif()
     espera_carpeta(docs .md .png .svg)
     espera_carpeta(examples .md .c .cpp)
     espera_carpeta(bindings .md .json .py .cs .go .mod .rs .toml .lock)
@@ -248,27 +242,46 @@ function(cmake_configura_y_compila)
 endfunction()
 
 # Without a toolchain file, as docs/install.md says for Debian.
-function(cmake_con_gcc_configura_y_compila)
-    set(carpeta ${TALLER}/cmake_gcc)
+function(construye_con_gcc proyecto carpeta)
     file(REMOVE_RECURSE ${carpeta})
-    ejecuta(dice ${CMAKE_COMMAND} -S ${aqui}/consumidor -B ${carpeta} -G Ninja "-DCMAKE_PREFIX_PATH=${COPIA}"
+    ejecuta(dice ${CMAKE_COMMAND} -S ${proyecto} -B ${carpeta} -G Ninja "-DCMAKE_PREFIX_PATH=${COPIA}"
         -D CMAKE_SYSTEM_NAME=Windows -D CMAKE_C_COMPILER=x86_64-w64-mingw32-gcc-posix
         -D CMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix)
     ejecuta(dice nice -n 5 ${CMAKE_COMMAND} --build ${carpeta} -j 1)
 endfunction()
 
+function(cmake_con_gcc_configura_y_compila)
+    construye_con_gcc(${aqui}/consumidor ${TALLER}/cmake_gcc)
+endfunction()
+
 # As a user does: in a copy, for the one that is installed may not be written to.
-function(ejemplos_instalados_compilan)
-    file(REMOVE_RECURSE ${TALLER}/ejemplos)
-    file(COPY "${COPIA}/share/doc/ivrexa/examples" DESTINATION ${TALLER}/ejemplos)
-    construye(${TALLER}/ejemplos/examples ${TALLER}/ejemplos/hechos "-Divrexa_DIR=${COPIA}/lib/cmake/ivrexa")
+function(copia_los_ejemplos carpeta)
+    file(REMOVE_RECURSE ${carpeta})
+    file(COPY "${COPIA}/share/doc/ivrexa/examples" DESTINATION ${carpeta})
+endfunction()
+
+function(exige_los_ejemplos hechos_en)
     file(GLOB fuentes ${FUENTES}/examples/*.c ${FUENTES}/examples/*.cpp)
     list(TRANSFORM fuentes REPLACE ".*/([^/]*)\\.(c|cpp)$" "\\1.exe")
     list(APPEND fuentes ivrexa.dll)
     list(SORT fuentes)
-    file(GLOB hechos RELATIVE ${TALLER}/ejemplos/hechos ${TALLER}/ejemplos/hechos/*.exe ${TALLER}/ejemplos/hechos/*.dll)
+    file(GLOB hechos RELATIVE ${hechos_en} ${hechos_en}/*.exe ${hechos_en}/*.dll)
     list(SORT hechos)
     exige_iguales("The examples that the installed project builds." "${fuentes}" "${hechos}")
+endfunction()
+
+function(ejemplos_instalados_compilan)
+    set(carpeta ${TALLER}/ejemplos)
+    copia_los_ejemplos(${carpeta})
+    construye(${carpeta}/examples ${carpeta}/hechos "-Divrexa_DIR=${COPIA}/lib/cmake/ivrexa")
+    exige_los_ejemplos(${carpeta}/hechos)
+endfunction()
+
+function(ejemplos_instalados_compilan_con_gcc)
+    set(carpeta ${TALLER}/ejemplos_gcc)
+    copia_los_ejemplos(${carpeta})
+    construye_con_gcc(${carpeta}/examples ${carpeta}/hechos)
+    exige_los_ejemplos(${carpeta}/hechos)
 endfunction()
 
 function(add_subdirectory_da_el_mismo_nombre)

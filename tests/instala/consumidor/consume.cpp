@@ -1,47 +1,54 @@
-// The same in C++, with what C++ has for it, and with the C++ header where it is installed.
+// A user's program in C++, by ivrexa.hpp: a service and its client in one, with a command that is waited for and one whose
+// answer comes by a future. It ends with 0 if both were answered.
+#include <chrono>
 #include <cstdint>
 #include <cstdio>
-#include <memory>
+#include <exception>
 #include <string>
 
-#include <ivrexa.h>
-#include <ivrexa_mcbase.h>
-
-#if __has_include(<ivrexa.hpp>)
 #include <ivrexa.hpp>
-static_assert(static_cast<int>(ivrexa::result::ok) == ivrexa_resultado_OK);
-#endif
 
 namespace {
 
-using datos_comando = std::unique_ptr<comdat, decltype(&ivrexa_destruye_datos_comando)>;
-
-// Nobody asks for a command.
-std::int32_t procesa(const char *, std::uint32_t, comando *, void *)
+ivrexa::result suma(ivrexa::command &c)
 {
-    return ivrexa_resultado_ERROR;
+    c.output().add("suma", c.input().get<std::uint32_t>("a") + c.input().get<std::uint32_t>("b"));
+    c.output().add("saludo", "Hola, " + c.input().get<std::string>("nombre"));
+    return ivrexa::result::ok;
+}
+
+ivrexa::request pregunta(const ivrexa::client &cliente)
+{
+    ivrexa::request r = cliente.request(100);
+    r.add("a", 40u).add("b", 2u).add("nombre", "mundo");
+    return r;
+}
+
+bool es_la_respuesta(const ivrexa::answer &a)
+{
+    std::printf("%s\n", ivrexa::to_string(a.what));
+    return a && a.data.get<std::uint32_t>("suma") == 42 && a.data.get<std::string>("saludo") == "Hola, mundo";
 }
 
 bool ida_y_vuelta()
 {
-    datos_comando datos(ivrexa_crea_datos_comando_salida("Consumidor"), ivrexa_destruye_datos_comando);
-    ivrexa_graba_ulong(datos.get(), "a", 40);
-    ivrexa_graba_cadena_ansi(datos.get(), "nombre", "mundo");
-    datos_comando leidos(ivrexa_lee_datos("Consumidor", ivrexa_guarda_datos(datos.get()), FALSO),
-                         ivrexa_destruye_datos_comando);
-    const auto a = ivrexa_dame_ulong(leidos.get(), 0);
-    const char *nombre = ivrexa_dame_cadena_ansi(leidos.get(), 1);
-    std::printf("a=%u nombre=%s\n", static_cast<unsigned>(a), nombre != nullptr ? nombre : "(none)");
-    return a == 40 && nombre != nullptr && std::string(nombre) == "mundo";
+    ivrexa::session sesion("consume.exe");
+    sesion.offer("Consumidor", suma);
+    sesion.publish();
+    ivrexa::client cliente(sesion, "Consumidor");
+    const bool la_una = es_la_respuesta(cliente.execute(pregunta(cliente)));
+    const bool la_otra = es_la_respuesta(cliente.execute_async(pregunta(cliente), std::chrono::seconds(30)).get());
+    return la_una && la_otra;
 }
 
 } // namespace
 
 int main()
 {
-    ivrexa_registra_servidor("consume.exe", nullptr, "Consumidor", 1, nullptr, procesa);
-    ivrexa_terminado_registro();
-    const bool bien = ida_y_vuelta();
-    ivrexa_cierra_sesion();
-    return bien ? 0 : 1;
+    try {
+        return ida_y_vuelta() ? 0 : 1;
+    } catch (const std::exception &mal) {
+        std::printf("%s\n", mal.what());
+        return 1;
+    }
 }
