@@ -9,7 +9,7 @@ import sys
 import matplotlib
 
 matplotlib.use("Agg")
-from matplotlib import pyplot  # noqa: E402  (the backend comes first)
+from matplotlib import pyplot  # the backend has been chosen
 
 SIZE_COLOURS = ["#9ecae1", "#4292c6", "#2171b5", "#08306b"]
 OURS = "#d94801"

@@ -253,7 +253,7 @@ class Session:
         """The library waits for the function that failed, so nothing leaves this."""
         try:
             self.on_failure(failure)
-        except BaseException:  # pylint: disable=broad-except
+        except BaseException:  # on_failure itself has failed, and there is nobody left to tell
             pass
 
     def _destroy(self, container):
@@ -348,7 +348,7 @@ class Session:
             if self.dll.ivrexa_set_datos_salida_comando(service, id_, block, *command.answers) != raw.CIERTO:
                 raise OSError("the command could not be answered")
             return result
-        except BaseException as failure:  # pylint: disable=broad-except
+        except BaseException as failure:  # an interruption too: nothing may pass through the library
             self._failed(failure)
             return ERROR
 
@@ -360,7 +360,7 @@ class Session:
             block = self.dll.ivrexa_obtener_id_datos_notificacion(service, client, datum)
             name = self._text(service)
             handler(Notification(name, client, datum, self.read(name, block, False)))
-        except BaseException as failure:  # pylint: disable=broad-except
+        except BaseException as failure:  # an interruption too: nothing may pass through the library
             self._failed(failure)
         finally:
             self.dll.ivrexa_procesada_notificacion(service)  # the server waits for it

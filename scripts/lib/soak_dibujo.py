@@ -9,8 +9,8 @@ import sys
 import matplotlib
 
 matplotlib.use("Agg")
-from matplotlib import pyplot  # noqa: E402  (the backend comes first)
-from matplotlib.ticker import MaxNLocator  # noqa: E402
+from matplotlib import pyplot  # the backend has been chosen
+from matplotlib.ticker import MaxNLocator
 
 # Title, what its programs count, and their names in the CSV. Programs that do nothing are drawn against time.
 GROUPS = [

@@ -12,7 +12,7 @@ sys.dont_write_bytecode = True  # nothing but sources in the tree
 RAIZ = Path(os.environ.get("IVREXA_RAIZ", Path(__file__).resolve().parents[2]))
 sys.path[:0] = [str(RAIZ / "bindings"), str(RAIZ / "bindings" / "python")]
 
-import lista as m_lista  # noqa: E402
+import lista as m_lista  # by the path set above
 
 CLANG = os.environ.get("IVREXA_CLANG", "clang")
 MCS = os.environ.get("IVREXA_MCS", "mcs")
