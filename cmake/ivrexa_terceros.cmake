@@ -5,12 +5,17 @@ if(IVREXA_TERCEROS)
     set(terceros ${IVREXA_TERCEROS})
 elseif(CMAKE_CROSSCOMPILING)
     set(terceros ${CMAKE_BINARY_DIR}/terceros)
-    foreach(cabecera IN ITEMS msgpack.hpp msgpack boost flatbuffers nlohmann CLI)
+    set(cabeceras nlohmann CLI)
+    set(paquetes "nlohmann-json3-dev, libcli11-dev")
+    if(IVREXA_BANCO)
+        list(APPEND cabeceras msgpack.hpp msgpack boost flatbuffers)
+        string(APPEND paquetes ", libmsgpack-cxx-dev, libboost-dev, libflatbuffers-dev")
+    endif()
+    foreach(cabecera IN LISTS cabeceras)
         if(NOT EXISTS /usr/include/${cabecera})
-            message(FATAL_ERROR "/usr/include/${cabecera} is missing: install the packages libmsgpack-cxx-dev, "
-                "libboost-dev, libflatbuffers-dev, nlohmann-json3-dev and libcli11-dev, name a folder that has the "
-                "headers with -DIVREXA_TERCEROS=FOLDER, or leave out the bench with -DIVREXA_BANCO=OFF and the tools "
-                "with -DIVREXA_HERRAMIENTAS=OFF.")
+            message(FATAL_ERROR "/usr/include/${cabecera} is missing: install the packages ${paquetes}, name a folder "
+                "that has the headers with -DIVREXA_TERCEROS=FOLDER, or leave out the bench with -DIVREXA_BANCO=OFF "
+                "and the tools with -DIVREXA_HERRAMIENTAS=OFF.")
         endif()
         file(MAKE_DIRECTORY ${terceros})
         file(CREATE_LINK /usr/include/${cabecera} ${terceros}/${cabecera} SYMBOLIC)
