@@ -27,6 +27,8 @@ function(ivrexa_programa_de_pagina nombre extension codigo)
     target_link_libraries(${nombre} PRIVATE ivrexa)
     if(MINGW)
         ivrexa_enlaza_estatico(${nombre})
+    elseif(MSVC)
+        target_compile_options(${nombre} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:/EHsc>)
     endif()
     add_dependencies(dll_paginas ${nombre})         # the test starts them
 endfunction()

@@ -2,8 +2,8 @@
 
 TABLE is the page: in its first table, the first column names a module and the third what that module may call: names of
 modules, names of functions (`iv_mutex_heap_*` stands for all that begin so) and "all of the above"; `iv_plataforma` is
-everybody's. OBJECTS is the folder of the library's object files, one for each module. A call, here, is any use of another
-module's function or variable; of a function that a header has inline, what that one calls.
+everybody's. OBJECTS is the folder of the library's object files, one for each module. A call, here, is any use of
+another module's function or variable; of a function that a header has inline, what that one calls.
 """
 import collections
 import pathlib
@@ -71,9 +71,11 @@ def main():
               if modulo in reglas and usado != DE_TODOS and not permite(reglas[modulo], usado, nombre)]
     faltas += [f'{modulo} is not in the table' for modulo in sorted(modulos - reglas.keys())]
     faltas += [f'{modulo} is in the table and has no object file' for modulo in sorted(reglas.keys() - modulos)]
-    usados = {(modulo, p) for modulo, usado, nombre in usos for p in reglas.get(modulo, []) if permite([p], usado, nombre)}
+    usados = {(modulo, p) for modulo, usado, nombre in usos for p in reglas.get(modulo, [])
+              if permite([p], usado, nombre)}
     faltas += [f'the table allows {modulo} to call {p}, which it does not'
-               for modulo, permitido in reglas.items() for p in permitido if p not in reglas and (modulo, p) not in usados]
+               for modulo, permitido in reglas.items() for p in permitido
+               if p not in reglas and (modulo, p) not in usados]
     for falta in faltas:
         print(falta)
     print(f'{len(modulos)} modules, {len(usos)} names used across them')

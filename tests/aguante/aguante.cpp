@@ -260,8 +260,8 @@ private:
         mide();
     }
 
-    // Blocks, mutexes and threads are all that the library opens. Of other kinds the system has some open for a moment, at
-    // any time and in any program, so one that holds more of them than before gets time to be rid of them.
+    // Blocks, mutexes and threads are all that the library opens. Of other kinds the system has some open for a moment,
+    // at any time and in any program, so one that holds more of them than before gets time to be rid of them.
     std::map<uint32_t, manejadores_vistos> manejadores_que_duran() const
     {
         std::map<uint32_t, manejadores_vistos> manejadores;
@@ -278,8 +278,10 @@ private:
     {
         for (size_t i = 0; i < m_programas.size(); i++) {
             const std::vector<muestra> &antes = m_programas[i].datos.muestras;
-            const bool tiene_antes = !antes.empty() && antes.back().generacion == m_generacion;
-            if (tiene_antes && manejadores.at(m_papeles[i].pid()).otros > antes.back().manejadores.otros)
+            const auto suyos = manejadores.find(m_papeles[i].pid());
+            if (antes.empty() || antes.back().generacion != m_generacion || suyos == manejadores.end())
+                continue;
+            if (suyos->second.otros > antes.back().manejadores.otros)
                 return true;
         }
         return false;

@@ -1,5 +1,5 @@
-// A user's program in C++, by ivrexa.hpp: a service and its client in one, with a command that is waited for and one whose
-// answer comes by a future. It ends with 0 if both were answered.
+// A user's program in C++, by ivrexa.hpp: a service and its client in one, with a command that is waited for and one
+// whose answer comes by a future. It ends with 0 if both were answered.
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
