@@ -484,8 +484,8 @@ IVREXA_API void ivrexa_registra_monitor(ivrexa_hwnd hwnd_monitor, ivrexa_funcion
 /** Ends this program's registration: threads, services, window procedure, everything the library holds. Main thread,
  *  once at the program's end; afterwards the program may register anew. Every pointer the library handed out is
  *  invalid. No other thread may be inside the library, but in ivrexa_notifica_a_cliente, which then returns and is
- *  waited for, some 2 s at most; nor may this one be: not from a callback, nor from inside the box of a report. Takes
- *  half a second for each thread that still sleeps. Without registration only memory is released. */
+ *  waited for during 2000 sleeps of 1 ms; nor may this one be: not from a callback, nor from inside the box of a
+ *  report. Takes half a second for each thread that still sleeps. Without registration only memory is released. */
 IVREXA_API void ivrexa_cierra_sesion(void);
 
 #ifdef __cplusplus
