@@ -33,13 +33,11 @@ function(ivrexa_programa_de_pagina nombre extension codigo)
     add_dependencies(dll_paginas ${nombre})         # the test starts them
 endfunction()
 
-foreach(programa IN ITEMS 0,leeme_servidor 1,leeme_cliente)
-    string(REGEX MATCH "(.),(.*)" _ ${programa})
-    set(nombre ${CMAKE_MATCH_2})
-    ivrexa_bloque(README.md c ${CMAKE_MATCH_1} codigo)
-    ivrexa_programa_de_pagina(${nombre} c "${codigo}")
-    target_link_libraries(${nombre} PRIVATE user32)
-endforeach()
+ivrexa_bloque(README.md c 0 codigo)
+ivrexa_programa_de_pagina(leeme_servidor c "${codigo}")
+target_link_libraries(leeme_servidor PRIVATE user32)
+ivrexa_bloque(README.md c 1 codigo)
+ivrexa_programa_de_pagina(leeme_cliente c "${codigo}")
 
 # The page on the C++ layer has a whole server, and of the client what stands in main.
 ivrexa_bloque(docs/cpp.md cpp 0 codigo)
